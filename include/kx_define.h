@@ -1,0 +1,373 @@
+/*
+ * libapi_c public enumerations and records.
+ *
+ * Every record here crosses the library boundary by value or by pointer, so
+ * field order, types and array sizes are part of the ABI: do not reorder.
+ */
+#ifndef KX_DEFINE_H
+#define KX_DEFINE_H
+
+#include <stdarg.h>
+#include <stdbool.h>
+#include <stdint.h>
+
+#if defined(_WIN32)
+#define KX_API
+#else
+#define KX_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- logging ---------------------------------------------------------- */
+
+typedef enum {
+    LOG_LEVEL_DEBUG = 0,
+    LOG_LEVEL_INFO = 1,
+    LOG_LEVEL_WARN = 2,
+    LOG_LEVEL_ERROR = 3,
+} LogLevel;
+
+/* A log sink: receives the message's format and its captured arguments. */
+typedef void (*LogCallback)(const char* fmt, va_list args);
+
+/* ---- lifecycle -------------------------------------------------------- */
+
+typedef enum {
+    KX_SINGLE_MODE_E = 0,
+    KX_DUAL_MODE_E = 1,
+    KX_TRIPLE_MODE_E = 2,
+} kx_thread_mode_e;
+
+typedef enum {
+    KX_MODEL_AVEN_E = 0,
+    KX_MODEL_BRIV_E = 1,
+    KX_MODEL_CALD_I_E = 2,
+    KX_MODEL_CALD_II_E = 3,
+    KX_MODEL_CALD_III_E = 4,
+    KX_MODEL_CALD_IV_E = 5,
+    KX_MODEL_DUMO_E = 6,
+    KX_MODEL_ESKA_E = 7,
+    KX_MODEL_FIRU_E = 8,
+    KX_MODEL_GOLT_E = 9,
+} kx_robot_arm_model_e;
+
+typedef enum {
+    KX_FORCE_TYPE_P_E = 0,
+    KX_FORCE_TYPE_QA_E = 1,
+    KX_FORCE_TYPE_QS_E = 2,
+} kx_force_type_e;
+
+/* The application's handle of one arm: slot + 1 (1..5), or -1 after a failure. */
+typedef struct {
+    int id;
+} kx_robot_handle;
+
+typedef struct {
+    int arm_dof;
+    kx_robot_arm_model_e arm_model;
+    kx_force_type_e force_type;
+} kx_robot_info_t;
+
+/* ---- poses ------------------------------------------------------------ */
+
+typedef struct {
+    float x;
+    float y;
+    float z;
+} kx_position_t;
+
+typedef struct {
+    float rx;
+    float ry;
+    float rz;
+} kx_euler_t;
+
+typedef struct {
+    float w;
+    float x;
+    float y;
+    float z;
+} kx_quat_t;
+
+typedef struct {
+    kx_position_t position;
+    kx_quat_t quaternion;
+    kx_euler_t euler;
+} kx_pose_t;
+
+/* Homogeneous transform, row-major, translation in the last column (metres). */
+typedef struct {
+    int16_t irow;
+    int16_t iline;
+    float data[4][4];
+} kx_matrix_t;
+
+typedef struct {
+    float d[8];      /* metres */
+    float a[8];      /* metres */
+    float alpha[8];  /* degrees */
+    float offset[8]; /* degrees */
+} kx_dh_t;
+
+typedef struct {
+    uint8_t err_len;
+    int err[24];
+} kx_err_t;
+
+/* ---- frames ----------------------------------------------------------- */
+
+typedef struct {
+    char name[12];
+} kx_frame_name_t;
+
+typedef struct {
+    char frame_name[12];
+    kx_pose_t pose;
+    float payload; /* kg */
+    float x;       /* centre of mass, metres */
+    float y;
+    float z;
+} kx_frame_t;
+
+typedef struct {
+    char name[12];
+    float radius;
+    float x;
+    float y;
+    float z;
+} kx_envelopes_ball_t;
+
+typedef struct {
+    kx_envelopes_ball_t balls[5];
+    int size;
+    char tool_name[12];
+} kx_envelope_balls_list_t;
+
+/* ---- events ----------------------------------------------------------- */
+
+typedef enum {
+    KX_NONE_EVENT_E = 0,
+    KX_CURRENT_TRAJECTORY_STATE_E = 1,
+    KX_PROGRAM_RUN_FINISH_E = 2,
+} kx_event_type_e;
+
+typedef struct {
+    int handle_id;
+    kx_event_type_e event_type;
+    bool trajectory_state;
+    int device;
+    int trajectory_connect;
+    int program_id;
+} kx_event_push_data_t;
+
+typedef void (*kx_event_callback_ptr)(kx_event_push_data_t data);
+
+/* ---- realtime push ---------------------------------------------------- */
+
+typedef struct {
+    int joint_speed;
+    int lift_state;
+    int expand_state;
+    int hand_state;
+    int arm_current_status;
+    int aloha_state;
+} kx_udp_custom_config_t;
+
+typedef struct {
+    int cycle;
+    bool enable;
+    int port;
+    int force_coordinate;
+    char ip[28];
+    kx_udp_custom_config_t custom_config;
+} kx_realtime_push_config_t;
+
+typedef struct {
+    float joint_current[7];
+    bool joint_en_flag[7];
+    uint16_t joint_err_code[7];
+    float joint_position[7];
+    float joint_temperature[7];
+    float joint_voltage[7];
+    float joint_speed[7];
+} kx_joint_status_t;
+
+typedef struct {
+    float force[6];
+    float zero_force[6];
+    int coordinate;
+} kx_force_sensor_t;
+
+typedef struct {
+    int height;
+    float pos;
+    int current;
+    int err_flag;
+    int en_flag;
+} kx_udp_lift_state_t;
+
+typedef struct {
+    float pos;
+    int current;
+    int err_flag;
+    int en_flag;
+    int joint_id;
+    int mode;
+} kx_udp_expand_state_t;
+
+typedef struct {
+    int hand_pos[6];
+    int hand_angle[6];
+    int hand_force[6];
+    int hand_state[6];
+    int hand_err;
+} kx_udp_hand_state_t;
+
+typedef enum {
+    KX_IDLE_E = 0,
+    KX_MOVE_L_E = 1,
+    KX_MOVE_J_E = 2,
+    KX_MOVE_C_E = 3,
+    KX_MOVE_S_E = 4,
+    KX_MOVE_THROUGH_JOINT_E = 5,
+    KX_MOVE_THROUGH_POSE_E = 6,
+    KX_MOVE_THROUGH_FORCE_POSE_E = 7,
+    KX_MOVE_THROUGH_CURRENT_E = 8,
+    KX_STOP_E = 9,
+    KX_SLOW_STOP_E = 10,
+    KX_PAUSE_E = 11,
+    KX_CURRENT_DRAG_E = 12,
+    KX_SENSOR_DRAG_E = 13,
+    KX_TECH_DEMONSTRATION_E = 14,
+} kx_udp_arm_current_status_e;
+
+typedef struct {
+    int io1_state;
+    int io2_state;
+} kx_udp_aloha_state_t;
+
+typedef struct {
+    int errCode;
+    char arm_ip[16];
+    kx_joint_status_t joint_status;
+    kx_force_sensor_t force_sensor;
+    kx_err_t err;
+    kx_pose_t waypoint;
+    kx_udp_lift_state_t liftState;
+    kx_udp_expand_state_t expandState;
+    kx_udp_hand_state_t handState;
+    kx_udp_arm_current_status_e arm_current_status;
+    kx_udp_aloha_state_t aloha_state;
+} kx_realtime_arm_joint_state_t;
+
+typedef void (*kx_realtime_arm_state_callback_ptr)(kx_realtime_arm_joint_state_t state);
+
+/* ---- motion ----------------------------------------------------------- */
+
+typedef enum {
+    KX_NO_PLANNING_E = 0,
+    KX_JOINT_SPACE_PLANNING_E = 1,
+    KX_CARTESIAN_LINEAR_PLANNING_E = 2,
+    KX_CARTESIAN_ARC_PLANNING_E = 3,
+    KX_SPLINE_CURVE_MOTION_PLANNING_E = 4,
+    KX_TRAJECTORY_REPLAY_PLANNING_E = 5,
+} kx_arm_current_trajectory_e;
+
+typedef struct {
+    float* joint; /* degrees, arm_dof entries */
+    float expand;
+    bool follow;
+    int trajectory_mode;
+    int radio;
+} kx_movej_canfd_mode_t;
+
+typedef struct {
+    kx_pose_t pose;
+    bool follow;
+    int trajectory_mode;
+    int radio;
+} kx_movep_canfd_mode_t;
+
+typedef enum {
+    KX_X_DIR_E = 0,
+    KX_Y_DIR_E = 1,
+    KX_Z_DIR_E = 2,
+} kx_pos_teach_type_e;
+
+typedef enum {
+    KX_RX_ROTATE_E = 0,
+    KX_RY_ROTATE_E = 1,
+    KX_RZ_ROTATE_E = 2,
+} kx_ort_teach_type_e;
+
+/* ---- arm state -------------------------------------------------------- */
+
+typedef struct {
+    kx_pose_t pose;
+    float joint[7];
+    kx_err_t err;
+} kx_current_arm_state_t;
+
+typedef struct {
+    float joint_current[7];
+    int joint_en_flag[7];
+    float joint_temperature[7];
+    float joint_voltage[7];
+    int joint_err_code[7];
+    kx_err_t err;
+} kx_arm_all_state_t;
+
+/* ---- controller ------------------------------------------------------- */
+
+typedef struct {
+    char version[20];
+} kx_algorithm_version_t;
+
+typedef struct {
+    char build_time[20];
+    char version[10];
+} kx_ctrl_version_t;
+
+typedef struct {
+    char model_version[5];
+} kx_dynamic_version_t;
+
+typedef struct {
+    char build_time[20];
+    char version[10];
+} kx_planinfo_t;
+
+typedef struct {
+    char product_version[10];
+    kx_algorithm_version_t algorithm_info;
+    kx_ctrl_version_t ctrl_info;
+    kx_dynamic_version_t dynamic_info;
+    kx_planinfo_t plan_info;
+} kx_arm_software_version_t;
+
+typedef struct {
+    int channel;
+    char ip[16];
+    char mac[18];
+    char mask[16];
+    char mode[5];
+    char password[16];
+    char ssid[32];
+} kx_wifi_net_t;
+
+/* ---- local algorithms ------------------------------------------------- */
+
+typedef struct {
+    float q_in[7];      /* reference joints, degrees */
+    kx_pose_t q_pose;   /* target */
+    uint8_t flag;       /* 0: orientation from quaternion, 1: from Euler angles */
+} kx_inverse_kinematics_params_t;
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* KX_DEFINE_H */

@@ -1,0 +1,10 @@
+#ifndef KX_VERSION_H
+#define KX_VERSION_H
+
+#define KX_API_VERSION_MAJOR 1
+#define KX_API_VERSION_MINOR 0
+#define KX_API_VERSION_PATCH 6
+#define KX_API_VERSION_STRING "1.0.6"
+#define KX_ALGO_VERSION_STRING "1.5.1-4decf769"
+
+#endif /* KX_VERSION_H */

@@ -1,0 +1,91 @@
+/*
+ * kx_sim: a controller simulator that speaks the arm controller's protocol.
+ *
+ * One Simulator hosts up to five arms, each on its own loopback TCP port, and
+ * pushes their realtime state over UDP. It is an independent peer of the
+ * client library (it shares no code with src/), usable in-process by tests
+ * and examples or through the kx_sim program.
+ */
+#ifndef KX_SIM_SIMULATOR_H
+#define KX_SIM_SIMULATOR_H
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kxsim {
+
+struct ArmOptions {
+    /* Product string reported by "get_arm_software_info", e.g. "AVEN-P",
+     * "BRIV-QA", "CALD-QS". The model and edition decide the kinematics. */
+    std::string product_version = "AVEN-P";
+};
+
+struct Options {
+    std::vector<ArmOptions> arms{ArmOptions{}}; /* 1..5 arms */
+    int base_port = 0;           /* arm k listens on base_port + k; 0 = any free ports */
+    double time_scale = 1.0;     /* simulated seconds per real second */
+    std::string udp_ip = "127.0.0.1"; /* initial realtime push address */
+    int udp_port = 8089;         /* initial realtime push port */
+    bool push_enabled = true;    /* initial realtime push state */
+    int push_cycle = 10;         /* initial push cycle, in 1 ms units of simulated time */
+};
+
+class Simulator {
+public:
+    explicit Simulator(Options options);
+    ~Simulator(); /* stops */
+    Simulator(const Simulator&) = delete;
+    Simulator& operator=(const Simulator&) = delete;
+
+    bool start(); /* binds every arm's port and starts serving; false on failure */
+    void stop();
+
+    int arm_count() const;
+    int port(int arm) const; /* TCP port of arm 0..arm_count()-1 */
+
+    /* ---- observation, for wire-level tests ---- */
+    /* Every request line received by the arm, without its "\r\n", in order. */
+    std::vector<std::string> received(int arm) const;
+    void clear_received(int arm);
+    /* Waits (real time) until the arm has received at least n lines. */
+    bool wait_received(int arm, size_t n, std::chrono::milliseconds timeout) const;
+    /* Number of realtime datagrams pushed by the arm so far. */
+    unsigned long long datagrams_sent(int arm) const;
+
+    /* ---- fault injection; each applies to the next `count` replies to
+     *      `command` (the request's "command" value; "" = any command) ---- */
+    void drop_replies(int arm, const std::string& command, int count = 1);
+    void delay_replies(int arm, const std::string& command, std::chrono::milliseconds delay, int count = 1);
+    /* Write each reply in pieces of `chunk` bytes with a short pause between. */
+    void split_replies(int arm, const std::string& command, size_t chunk, int count = 1);
+    /* Answer with exactly these bytes (no terminator added) instead of the normal reply. */
+    void script_reply(int arm, const std::string& command, const std::string& raw, int count = 1);
+    /* Stop answering anything (true) or resume (false). */
+    void set_silent(int arm, bool silent);
+    /* Write arbitrary bytes on the arm's command connection now. */
+    void send_raw(int arm, const std::string& bytes);
+    /* Close the arm's current command connection from the controller side. */
+    void close_connection(int arm);
+
+    /* ---- state access ---- */
+    std::string product_version(int arm) const;
+    void set_product_version(int arm, const std::string& product_version);
+    /* Current joint angles in degrees (dof entries). */
+    std::vector<double> joints(int arm) const;
+    /* Whether a planned motion is running. */
+    bool moving(int arm) const;
+    /* Simulated time at which the last planned motion of the arm ended, and the
+     * real steady-clock time at which its completion event was written. */
+    std::chrono::steady_clock::time_point last_motion_end(int arm) const;
+
+    struct Impl;
+
+private:
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace kxsim
+
+#endif /* KX_SIM_SIMULATOR_H */
