@@ -16,16 +16,26 @@ constexpr int kReplyBuffer = 1024;
 constexpr size_t kStringValue = sizeof(KeyValue{}.data.str_value);
 constexpr int kArrayValue = static_cast<int>(sizeof(KeyValue{}.data.array_value) / sizeof(int));
 
+// A table row's type as a plain int: a caller's out-of-range value is
+// skipped or refused, never loaded as an invalid enumerator.
+template <class Row>
+int row_type(const Row& row) {
+    int type;
+    static_assert(sizeof type == sizeof row.type);
+    memcpy(&type, &row.type, sizeof type);
+    return type;
+}
+
 const char* request_name(const JsonValue* values) {
-    return values && values[0].type == JSON_STRING && values[0].data.str_value ? values[0].data.str_value : "";
+    return values && row_type(values[0]) == JSON_STRING && values[0].data.str_value ? values[0].data.str_value : "";
 }
 
 void add_row(cJSON* object, const JsonValue& row) {
     if (!row.key) {
-        if (row.type == JSON_OBJECT) MIO_JSON_Delete(row.data.sub_json);  // ownership was ours
+        if (row_type(row) == JSON_OBJECT) MIO_JSON_Delete(row.data.sub_json);  // ownership was ours
         return;
     }
-    switch (row.type) {
+    switch (row_type(row)) {
         case JSON_STRING:
             if (row.data.str_value) MIO_JSON_AddItemToObject(object, row.key, MIO_JSON_CreateString(row.data.str_value));
             break;
@@ -58,7 +68,7 @@ bool decode_row(const char* caller, const cJSON* container, KeyValue& row) {
         kx_log_error("[%s] %s parsing error\n", caller, key);
         return false;
     }
-    switch (row.type) {
+    switch (row_type(row)) {
         case JSON_STRING:
             if (!cJSON_IsString(item)) {
                 kx_log_error("[%s] %s is not a string\n", caller, key);
