@@ -87,6 +87,7 @@ struct ArmServer {
     std::mutex fmu;
     std::vector<Fault> faults;
     std::atomic<bool> silent{false};
+    std::mutex busy; /* held while one request is answered */
 
     std::atomic<unsigned long long> datagrams{0};
     std::atomic<Clock::rep> last_end_real{0};
@@ -183,6 +184,7 @@ struct Simulator::Impl {
     /* ---- reading ---- */
 
     void process_line(ArmServer& a, std::string line) {
+        std::lock_guard<std::mutex> busy(a.busy);
         {
             std::lock_guard<std::mutex> l(a.rmu);
             a.received.push_back(line);
@@ -480,7 +482,11 @@ void Simulator::script_reply(int arm, const std::string& command, const std::str
 }
 
 void Simulator::set_silent(int arm, bool silent) {
-    if (ArmServer* a = impl_->at(arm)) a->silent = silent;
+    if (ArmServer* a = impl_->at(arm)) {
+        // A request being answered right now finishes under the old setting.
+        std::lock_guard<std::mutex> l(a->busy);
+        a->silent = silent;
+    }
 }
 
 void Simulator::send_raw(int arm, const std::string& bytes) {
