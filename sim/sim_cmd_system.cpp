@@ -1,5 +1,7 @@
 // The controller as a machine: power, runtime, odometry, errors, network
 // interfaces, run mode and software versions.
+#include <cmath>
+
 #include "sim_arm.h"
 #include "sim_json.h"
 
@@ -39,7 +41,7 @@ void system_runtime(Ctx& c) {
 
 void joint_odom(Ctx& c) {
     WireJoints w{};
-    for (int i = 0; i < c.arm.dof; ++i) w[i] = to_wire(c.arm.odom[i], 1.0);
+    for (int i = 0; i < c.arm.dof; ++i) w[i] = static_cast<int>(std::lround(c.arm.odom[i]));
     add_ints(c.answer(), "odom", w.data(), static_cast<size_t>(c.arm.dof));
 }
 
