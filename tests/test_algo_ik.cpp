@@ -90,3 +90,34 @@ TEST(AlgoIk, SixJointClosedFormsSolveEveryReachableTargetOnTheNearestBranch) {
         }
     }
 }
+
+TEST(AlgoIk, SevenJointRedundancySearchesSolveFromNearAndFarReferences) {
+    for (int type : {BRIV, FIRU}) {
+        for (int sensor = 0; sensor < 3; ++sensor) {
+            algo::ArmModel m;
+            if (!algo::default_model(type, sensor, &m)) continue;
+            Stats near, anywhere;
+            round_trips(type, sensor, 1000, near, anywhere, false);
+            EXPECT_GE(near.solved * 1000, near.tried * 995) << type << "/" << sensor;
+            EXPECT_GE(anywhere.solved * 100, anywhere.tried * 99) << type << "/" << sensor;
+        }
+    }
+}
+
+TEST(AlgoIk, TypesWithoutSolverAndUnreachableTargetsFail) {
+    algo::ArmModel m;
+    float q[8] = {}, out[8] = {}, T[4][4];
+    for (int type : {CALDI, UNIVERSAL}) {
+        ASSERT_TRUE(algo::default_model(type, _P, &m));
+        algo::arm_fk(m, q, T);
+        EXPECT_EQ(algo::arm_ik(m, q, T, out), -4);
+    }
+    for (int type : {AVEN, CALDIII, GOLT, BRIV, FIRU}) {
+        ASSERT_TRUE(algo::default_model(type, _P, &m));
+        algo::arm_fk(m, q, T);
+        T[0][3] += 5.0f;  // far out of reach
+        EXPECT_LT(algo::arm_ik(m, q, T, out), 0) << type;
+        T[0][3] = NAN;
+        EXPECT_LT(algo::arm_ik(m, q, T, out), 0) << type;
+    }
+}
