@@ -11,8 +11,6 @@
 namespace algo {
 
 void Config::refresh_kin() {
-    const double theta_v = kin.theta_v;
-    const int strategy = kin.strategy;
     kin = Kin{};
     kin.type = type;
     kin.dof = dof;
@@ -21,8 +19,6 @@ void Config::refresh_kin() {
     for (int i = 0; i < 8; ++i) kin.vmax[i] = vmax[i];
     kin.period = period;
     kin.avoid_singularity = avoid_singularity != 0;
-    kin.theta_v = theta_v;
-    kin.strategy = strategy;
 }
 
 namespace {
@@ -60,11 +56,7 @@ int load_defaults(Config& c, RobotType type, SensorType sensor) {
 }
 
 int reset(Config& c, RobotType type, SensorType sensor) {
-    const double theta_v = c.kin.theta_v;
-    const int strategy = c.kin.strategy;
     c = Config{};
-    c.kin.theta_v = theta_v;  // the 7-joint search settings outlive model changes
-    c.kin.strategy = strategy;
     c.period = ALGO_DEFAULT_PERIOD;
     c.g = ALGO_GRAVITY;
     c.type = type;

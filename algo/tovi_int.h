@@ -54,8 +54,7 @@ struct Kin {
     double lim_min[8] = {}, lim_max[8] = {};
     double vmax[8] = {};
     double period = 0.002;
-    double theta_v = 0.013;
-    int strategy = 1;
+    double theta_v = 0.013; /* 7-joint redundancy search range, radians */
     bool avoid_singularity = false;
 
     void set_dh(const float* d_, const float* a_, const float* alpha_, const float* offset_);
@@ -133,6 +132,9 @@ struct DlsOptions {
     double tol = 1e-10;
 };
 double dls_refine(const Kin& k, const Frame& target, double* q, const DlsOptions& opt);
+/* Geometric Jacobian (base frame, rows vx vy vz wx wy wz) from the frames
+ * of chain_frames; column `skip` is left zero. */
+void jacobian(const Frame* F, int n, int skip, double J[6][8]);
 
 /* Dispatch on k.type to the solver of that model; -4 when it has none. */
 int solve_ik(const Kin& k, const Frame& target, const double* q_ref, double* q_out);

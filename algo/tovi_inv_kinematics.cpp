@@ -1,9 +1,12 @@
-// Inverse kinematics: the closed-form six-joint solvers and the helpers
-// that choose among their branches.
+// Inverse kinematics: the dispatcher, the closed-form six-joint solvers and
+// the helpers that choose among candidate branches.
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
+#include "tovi_inv_kinematics.h"
+
+#include "libalgo_interface.h"
 #include "tovi_int.h"
 #include "tovi_mathfuncs.h"
 
@@ -249,3 +252,137 @@ int solve_ik(const Kin& k, const Frame& target, const double* q_ref, double* q_o
 }
 
 }  // namespace algo
+
+using algo::Frame;
+using algo::Kin;
+
+KX_API float theta_v = ALGO_THETA_V_NARROW;
+KX_API int global_is_movl = 1;
+
+namespace {
+
+using Solver = int (*)(const Kin&, const Frame&, const double*, double*);
+
+Kin solver_kin() {
+    Kin k = algo::store().kin;
+    k.theta_v = theta_v;
+    return k;
+}
+
+int run(Solver solve, const float* q_ref, const Frame& flange, float* q_out) {
+    if (!q_ref || !q_out) return -1;
+    const Kin k = solver_kin();
+    double ref[8] = {}, out[8] = {};
+    for (int i = 0; i < k.dof; ++i) ref[i] = q_ref[i];
+    const int rc = solve(k, flange, ref, out);
+    if (rc == 0)
+        for (int i = 0; i < k.dof; ++i) q_out[i] = static_cast<float>(out[i]);
+    return rc;
+}
+
+// install^-1 x T x tool^-1: the flange in the arm's own base.
+Matrix flange_of(const Matrix& T) {
+    const algo::Config& c = algo::store();
+    return matrix_m(matrix_m(matrix_inv_coordinate_system(c.install_m), T), matrix_inv_coordinate_system(c.tool_m));
+}
+
+int closed_form(Solver solve, const float* q_ref, const Matrix& T, float* q_out) {
+    return run(solve, q_ref, algo::frame_from(flange_of(T)), q_out);
+}
+
+int redundant(Solver solve, const float* q_ref, const Mat& T, float* q_out) {
+    if (T.row != 4 || T.col != 4) return -1;
+    return run(solve, q_ref, algo::frame_from(mat_to_matrix(T)), q_out);
+}
+
+}  // namespace
+
+extern "C" {
+
+KX_API Matrix calc_Tbase2tool_from_Pose(const Pose* pose, uint8_t flag) {
+    Pose p = pose ? *pose : Pose{};
+    if (flag == 1) p.quaternion = euler_to_quat(p.euler.rx, p.euler.ry, p.euler.rz);
+    return matrix_m(matrix_inv_coordinate_system(algo::store().work_m), pose_quat_to_transformation_matrix(p));
+}
+
+KX_API int inverse_kinematics(const float* q_in, const Pose* target, float* q_out, uint8_t flag) {
+    if (!q_in || !target || !q_out) return -1;
+    const Matrix T = calc_Tbase2tool_from_Pose(target, flag);
+    const algo::Config& c = algo::store();
+    float ref[8] = {};
+    for (int i = 0; i < c.dof && i < 8; ++i) ref[i] = q_in[i];
+    // A last joint just past a full turn (by up to about 2 degrees) counts as
+    // exactly one turn; further out it is left alone.
+    float& last = ref[c.type == BRIV ? 6 : 5];
+    if (last > 6.283185f && last < 6.318092f) last = 6.283185f;
+    if (last < -6.283185f && last > -6.318092f) last = -6.283185f;
+    switch (c.type) {
+        case AVEN: return inverse_kinematics_aven(ref, T, q_out);
+        case BRIV: return inverse_kinematics_briv(ref, matrix_to_mat(flange_of(T)), q_out);
+        case CALDII:
+        case CALDIV: return inverse_kinematics_cald_2(ref, T, q_out);
+        case CALDIII: return inverse_kinematics_cald_3(ref, T, q_out);
+        case DUMO:
+        case ESKA:
+        case GOLT: return inverse_kinematics_orla(ref, T, q_out);
+        case FIRU: return inverse_kinematics_firu(ref, matrix_to_mat(flange_of(T)), q_out);
+        default: return -4;  // CALDI, UNIVERSAL and unknown types have no inverse
+    }
+}
+
+KX_API int inverse_kinematics_aven(const float* q_ref, Matrix target, float* q_out) {
+    return closed_form(algo::ik_spherical_wrist, q_ref, target, q_out);
+}
+KX_API int inverse_kinematics_cald_2(const float* q_ref, Matrix target, float* q_out) {
+    return closed_form(algo::ik_spherical_wrist, q_ref, target, q_out);
+}
+KX_API int inverse_kinematics_cald_3(const float* q_ref, Matrix target, float* q_out) {
+    return closed_form(algo::ik_spherical_wrist, q_ref, target, q_out);
+}
+KX_API int inverse_kinematics_orla(const float* q_ref, Matrix target, float* q_out) {
+    return closed_form(algo::ik_parallel_axes, q_ref, target, q_out);
+}
+KX_API int inverse_kinematics_briv(const float* q_ref, Mat target, float* q_out) {
+    return redundant(algo::ik_srs, q_ref, target, q_out);
+}
+KX_API int inverse_kinematics_firu(const float* q_ref, Mat target, float* q_out) {
+    return redundant(algo::ik_offset7, q_ref, target, q_out);
+}
+
+KX_API int ikine_jacobe_and_pose_firu(const float* q, Mat* jacobian, Mat* pose) {
+    if (!q || !jacobian || !pose) return -1;
+    const Kin& k = algo::store().kin;
+    double qd[8] = {}, J[6][8];
+    for (int i = 0; i < k.dof; ++i) qd[i] = q[i];
+    Frame F[9];
+    algo::chain_frames(k, qd, F);
+    algo::jacobian(F, k.dof, -1, J);
+    *jacobian = mat_zeros(6, k.dof);
+    for (int r = 0; r < 6; ++r)
+        for (int j = 0; j < k.dof; ++j) jacobian->data[r][j] = static_cast<float>(J[r][j]);
+    *pose = matrix_to_mat(algo::matrix_from(F[k.dof]));
+    return 0;
+}
+
+KX_API int joint_overspeed_judgment(const float* q_current, const float* q_solve, float vel_factor) {
+    if (!q_current || !q_solve) return -1;
+    const algo::Config& c = algo::store();
+    if (vel_factor < 0) vel_factor = 0;
+    for (int i = 0; i < c.dof && i < 8; ++i)
+        if (std::fabs(q_solve[i] - q_current[i]) > c.vmax[i] * c.period * vel_factor) return i + 1;
+    return 0;
+}
+
+KX_API void ikine_set_7dof_solver_search_strategy(int strategy) {
+    global_is_movl = strategy;
+    theta_v = strategy == 1 ? ALGO_THETA_V_NARROW : ALGO_THETA_V_WIDE;
+}
+KX_API int ikine_get_7dof_solver_search_strategy(void) { return global_is_movl; }
+
+KX_API void ikine_set_solution_range_briv(float range) {
+    theta_v = range;
+    global_is_movl = range <= 1.0f ? 1 : 0;
+}
+KX_API float ikine_get_solution_range_briv(void) { return theta_v; }
+
+}  // extern "C"

@@ -58,6 +58,22 @@ bool cholesky_solve6(double A[6][6], const double b[6], double x[6]) {
 
 }  // namespace
 
+void jacobian(const Frame* F, int n, int skip, double J[6][8]) {
+    // Column j = (z_j x (p - o_j), z_j).
+    for (int j = 0; j < 8; ++j) {
+        for (int r = 0; r < 6; ++r) J[r][j] = 0;
+        if (j >= n || j == skip) continue;
+        const double z[3] = {F[j].R[0][2], F[j].R[1][2], F[j].R[2][2]};
+        const double r[3] = {F[n].p[0] - F[j].p[0], F[n].p[1] - F[j].p[1], F[n].p[2] - F[j].p[2]};
+        J[0][j] = z[1] * r[2] - z[2] * r[1];
+        J[1][j] = z[2] * r[0] - z[0] * r[2];
+        J[2][j] = z[0] * r[1] - z[1] * r[0];
+        J[3][j] = z[0];
+        J[4][j] = z[1];
+        J[5][j] = z[2];
+    }
+}
+
 double dls_refine(const Kin& k, const Frame& target, double* q, const DlsOptions& opt) {
     Frame F[9];
     double e[6], err = 0;
@@ -67,19 +83,8 @@ double dls_refine(const Kin& k, const Frame& target, double* q, const DlsOptions
         pose_error(F[n], target, e);
         err = error_norm(e);
         if (err < opt.tol || it >= opt.max_iter) break;
-        // Geometric Jacobian: column j = (z_j x (p - o_j), z_j).
-        double J[6][8] = {};
-        for (int j = 0; j < n; ++j) {
-            if (j == opt.fixed) continue;
-            const double z[3] = {F[j].R[0][2], F[j].R[1][2], F[j].R[2][2]};
-            const double r[3] = {F[n].p[0] - F[j].p[0], F[n].p[1] - F[j].p[1], F[n].p[2] - F[j].p[2]};
-            J[0][j] = z[1] * r[2] - z[2] * r[1];
-            J[1][j] = z[2] * r[0] - z[0] * r[2];
-            J[2][j] = z[0] * r[1] - z[1] * r[0];
-            J[3][j] = z[0];
-            J[4][j] = z[1];
-            J[5][j] = z[2];
-        }
+        double J[6][8];
+        jacobian(F, n, opt.fixed, J);
         // dq = J^T (J J^T + lambda^2 I)^-1 e, damping growing with the error.
         const double lambda2 = 1e-8 + 1e-3 * err * err;
         double A[6][6], y[6];
