@@ -130,7 +130,7 @@ int reply_array_len(const char* json, const char* key, int cap) {
     const cJSON* arr = cJSON_GetObjectItem(box, key);
     int n = cJSON_IsArray(arr) ? cJSON_GetArraySize(arr) : -1;
     cJSON_Delete(root);
-    return n > cap ? cap + 1 : n;
+    return n > cap ? cap : n;
 }
 
 /* ---- round trips ---------------------------------------------------------- */

@@ -110,8 +110,8 @@ KeyValue kv_ints(const char* key, int count);
 
 /* Number of elements of the integer array `key` in the reply's decoding
  * container ("arm_state", else "all_state", else the reply itself), capped at
- * `cap` + 1 so that an over-long array still fails the exact-size check; -1
- * when absent or not an array. Used for the variable-length error lists. */
+ * `cap`: an over-long array then fails the decoder's exact-size check without
+ * any row ever exceeding its storage. -1 when absent or not an array. Used for the variable-length error lists. */
 int reply_array_len(const char* json, const char* key, int cap);
 
 /* ---- round trips ---------------------------------------------------------- */
