@@ -20,7 +20,7 @@ kx_pose_t pose_of(float x, float y, float z, float rx, float ry, float rz) {
 }  // namespace
 
 TEST_F(Config, ConnectionSetUpFillsTheRecord) {
-    start(Setup{{"AVEN-P", "BRIV-QA"}});
+    start(SimSetup{{"AVEN-P", "BRIV-QA"}});
     ASSERT_EQ(1, h(0)->id);
     ASSERT_EQ(2, h(1)->id);
     kx_robot_info_t info{};
@@ -189,7 +189,7 @@ TEST_F(Config, WorkFramesRoundTrip) {
 }
 
 TEST_F(Config, DhRoundTripRefreshesTheCache) {
-    start(Setup{{"BRIV-P"}});
+    start(SimSetup{{"BRIV-P"}});
     kx_dh_t dh{};
     ASSERT_EQ(0, kx_get_DH_data(h(), &dh));
     dh.d[0] = 0.3125f;

@@ -73,7 +73,7 @@ bool eventually(F&& f, std::chrono::milliseconds deadline = std::chrono::seconds
     return f();
 }
 
-struct Setup {
+struct SimSetup {
     std::vector<std::string> products{"AVEN-P"};
     kx_thread_mode_e mode = KX_DUAL_MODE_E;
     double time_scale = 20.0;
@@ -84,7 +84,7 @@ struct Setup {
 
 class SimFixture : public ::testing::Test {
 protected:
-    void start(const Setup& s = Setup{}) {
+    void start(const SimSetup& s = SimSetup{}) {
         kxsim::Options o;
         o.arms.clear();
         for (const std::string& p : s.products) o.arms.push_back(kxsim::ArmOptions{p});

@@ -14,7 +14,7 @@ namespace {
 class Motion : public SimFixture, public ::testing::WithParamInterface<kx_thread_mode_e> {
 protected:
     void start_mode(double time_scale = 20.0) {
-        Setup s;
+        SimSetup s;
         s.mode = GetParam();
         s.time_scale = time_scale;
         start(s);
@@ -32,6 +32,8 @@ protected:
 const float kHome[7] = {0, 0, 0, 0, 0, 0, 0};
 const float kA[7] = {10, -20, 30, 5, 45, -15, 0};
 const float kB[7] = {-15, 10, 60, -5, 30, 20, 0};
+/* Outside the joint limits: the controller refuses it and nothing moves. */
+const float kUnreachable[7] = {0, 0, 720, 0, 0, 0, 0};
 
 }  // namespace
 
@@ -87,9 +89,8 @@ TEST_P(Motion, NonBlockingCompletionDoesNotEndALaterWait) {
 
 TEST_P(Motion, RefusedMoveReturnsOne) {
     start_mode();
-    const float bad[7] = {0, 0, 720, 0, 0, 0, 0};
-    EXPECT_EQ(1, kx_movej(h(), bad, 20, 0, 0, 1));
-    EXPECT_EQ(1, kx_movej(h(), bad, 20, 0, 0, 0));
+    EXPECT_EQ(1, kx_movej(h(), kUnreachable, 20, 0, 0, 1));
+    EXPECT_EQ(1, kx_movej(h(), kUnreachable, 20, 0, 0, 0));
     EXPECT_FALSE(sim->moving(0));
 }
 
@@ -105,7 +106,7 @@ TEST_P(Motion, StopEndsABlockingMove) {
 TEST_P(Motion, ForeignDeviceEventEndsWithMinusFour) {
     start_mode();
     m_nOutTime = 100;
-    /* The move is accepted but nothing runs; every query reports no
+    /* The move is reported accepted but nothing runs; every query reports no
      * planning, followed by an arrival event of device 1. Such events keep
      * the wait going until the idle allowance is spent; the one that comes
      * after that ends it. */
@@ -117,7 +118,7 @@ TEST_P(Motion, ForeignDeviceEventEndsWithMinusFour) {
                       10);
     sim->clear_received(0);
     clear_log();
-    EXPECT_EQ(-4, kx_movej(h(), kA, 20, 0, 0, 1));
+    EXPECT_EQ(-4, kx_movej(h(), kUnreachable, 20, 0, 0, 1));
     EXPECT_TRUE(logged("[kx_movej] current device is: 1 \n"));
     EXPECT_EQ(10u, requests("get_arm_current_trajectory").size());
 }
@@ -129,7 +130,7 @@ TEST_P(Motion, FailingTrajectoryQueriesEndTheWait) {
     sim->script_reply(0, "get_arm_current_trajectory", "{\"command\":\"arm_current_trajectory\",\"type\":\"none\"}\r\n",
                       6);
     sim->clear_received(0);
-    EXPECT_EQ(-1, kx_movej(h(), kA, 20, 0, 0, 1));
+    EXPECT_EQ(-1, kx_movej(h(), kUnreachable, 20, 0, 0, 1));
     EXPECT_EQ(6u, requests("get_arm_current_trajectory").size());
 }
 
@@ -141,7 +142,7 @@ INSTANTIATE_TEST_SUITE_P(Modes, Motion, ::testing::Values(KX_DUAL_MODE_E, KX_TRI
 /* Without a receive thread no event is ever in hand: the blocking form ends
  * with the decode failure, after the move was accepted. */
 TEST_F(SimFixture, SingleModeBlockingMoveReportsTheDecodeFailure) {
-    Setup s;
+    SimSetup s;
     s.mode = KX_SINGLE_MODE_E;
     start(s);
     clear_log();
