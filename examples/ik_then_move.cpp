@@ -30,16 +30,17 @@ int main(int argc, char** argv) {
     kx_robot_handle* arm = kx_create_robot_arm(ip, port);
     if (arm == nullptr || arm->id < 0) {
         std::fprintf(stderr, "could not connect\n");
+        kx_destory();
         return 1;
     }
 
     /* Start from a comfortable configuration. */
     const float ready[7] = {0, 20, 70, 0, 90, 0, 0};
-    if (kx_movej(arm, ready, 30, 0, 0, 1) != 0) return 1;
+    if (kx_movej(arm, ready, 30, 0, 0, 1) != 0) return kx_destory(), 1;
 
     /* Target: 8 cm sideways from the current tool pose, same orientation. */
     kx_current_arm_state_t st;
-    if (kx_get_current_arm_state(arm, &st) != 0) return 1;
+    if (kx_get_current_arm_state(arm, &st) != 0) return kx_destory(), 1;
     kx_inverse_kinematics_params_t ik{};
     for (int i = 0; i < 7; ++i) ik.q_in[i] = st.joint[i];
     ik.q_pose = st.pose;
@@ -50,6 +51,7 @@ int main(int argc, char** argv) {
     int rc = kx_algo_inverse_kinematics(arm, ik, q);
     if (rc != 0) {
         std::fprintf(stderr, "no solution (%d)\n", rc);
+        kx_destory();
         return 1;
     }
     std::printf("solution [deg]: %.2f %.2f %.2f %.2f %.2f %.2f\n", q[0], q[1], q[2], q[3], q[4], q[5]);

@@ -50,6 +50,7 @@ int main(int argc, char** argv) {
     kx_robot_handle* arm = kx_create_robot_arm(ip, port);
     if (arm == nullptr || arm->id < 0) {
         std::fprintf(stderr, "could not connect\n");
+        kx_destory();
         return 1;
     }
 

@@ -35,13 +35,14 @@ int main(int argc, char** argv) {
     kx_robot_handle* arm = kx_create_robot_arm(ip, port);
     if (arm == nullptr || arm->id < 0) {
         std::fprintf(stderr, "could not connect\n");
+        kx_destory();
         return 1;
     }
     const float ready[7] = {0, 20, 70, 0, 90, 0, 0};
-    if (kx_movej(arm, ready, 30, 0, 0, 1) != 0) return 1;
+    if (kx_movej(arm, ready, 30, 0, 0, 1) != 0) return kx_destory(), 1;
 
     kx_current_arm_state_t st;
-    if (kx_get_current_arm_state(arm, &st) != 0) return 1;
+    if (kx_get_current_arm_state(arm, &st) != 0) return kx_destory(), 1;
     const kx_pose_t centre = st.pose;
     const float radius = 0.03f;
     const int steps = 200; /* 2 s around */
