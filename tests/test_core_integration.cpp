@@ -1,7 +1,6 @@
 // The connection core against the controller simulator over loopback.
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <thread>
 
 #include "simulator.h"
@@ -26,18 +25,9 @@ std::unique_ptr<kxsim::Simulator> start_sim(int arms, int udp_port = 0, bool pus
     return sim;
 }
 
-kx_handle_t* record_of(kx_robot_handle* handle) {
-    kx_rdlock_lock();
-    kx_handle_t* record = kx_get_kx_handle_by_robot_handle(handle);
-    kx_rdlock_unlock();
-    return record;
-}
+using kxtest::record_of;
 
-class CoreIntegration : public testing::TestWithParam<kx_thread_mode_e> {
-protected:
-    void SetUp() override { ASSERT_EQ(0, kx_init(GetParam())); }
-    void TearDown() override { EXPECT_EQ(0, kx_destory()); }
-};
+class CoreIntegration : public kxtest::ModeTest {};
 
 }  // namespace
 
@@ -149,28 +139,22 @@ TEST(CoreIntegrationTable, FiveArmsThenNoSlotThenAnUnreachableOne) {
     EXPECT_EQ(0, kx_destory());
 }
 
+kxtest::Collector<kx_event_push_data_t> g_events;
+kxtest::Collector<kx_realtime_arm_joint_state_t> g_states;
+
 TEST(CoreIntegrationEvents, EventsReachTheCallbackWhileQueued) {
-    static std::mutex mutex;
-    static std::condition_variable cv;
-    static std::vector<kx_event_push_data_t> events;
-    kx_get_arm_event_call_back([](kx_event_push_data_t e) {
-        std::lock_guard lock(mutex);
-        events.push_back(e);
-        cv.notify_all();
-    });
+    kx_get_arm_event_call_back([](kx_event_push_data_t e) { g_events.add(e); });
     ASSERT_EQ(0, kx_init(KX_DUAL_MODE_E));
     auto sim = start_sim(2);
     kx_robot_handle* a = kx_create_robot_arm("127.0.0.1", sim->port(0));
     kx_robot_handle* b = kx_create_robot_arm("127.0.0.1", sim->port(1));
     ASSERT_TRUE(a && b);
     sim->send_raw(1, std::string(R"({"command":"program_run_finish","finish_id":12})") + "\r\n");
-    {
-        std::unique_lock lock(mutex);
-        ASSERT_TRUE(cv.wait_for(lock, std::chrono::seconds(10), [] { return !events.empty(); }));
-        EXPECT_EQ(2, events[0].handle_id);
-        EXPECT_EQ(KX_PROGRAM_RUN_FINISH_E, events[0].event_type);
-        EXPECT_EQ(12, events[0].program_id);
-    }
+    auto events = g_events.wait_for(1);
+    ASSERT_EQ(1u, events.size());
+    EXPECT_EQ(2, events[0].handle_id);
+    EXPECT_EQ(KX_PROGRAM_RUN_FINISH_E, events[0].event_type);
+    EXPECT_EQ(12, events[0].program_id);
     uint8_t buf[1024] = {};
     EXPECT_GT(kx_pack_lock_set("t", b, nullptr, 0, "program_run_finish", buf, sizeof buf, 60000), 0);
     EXPECT_EQ(-2, kx_pack_lock_set("t", a, nullptr, 0, "program_run_finish", buf, sizeof buf, 10));
@@ -178,30 +162,20 @@ TEST(CoreIntegrationEvents, EventsReachTheCallbackWhileQueued) {
 }
 
 TEST(CoreIntegrationRealtime, DatagramsAreDecodedAndDeliveredInTripleMode) {
-    static std::mutex mutex;
-    static std::condition_variable cv;
-    static std::vector<kx_realtime_arm_joint_state_t> states;
-    kx_realtime_arm_state_call_back([](kx_realtime_arm_joint_state_t s) {
-        std::lock_guard lock(mutex);
-        states.push_back(s);
-        cv.notify_all();
-    });
+    kx_realtime_arm_state_call_back([](kx_realtime_arm_joint_state_t s) { g_states.add(s); });
     ASSERT_EQ(0, kx_init(KX_TRIPLE_MODE_E));
     int port = kxtest::free_udp_port();
     auto sim = start_sim(1, port, true);
     kx_robot_handle* handle = kx_create_robot_arm("127.0.0.1", sim->port(0));
     ASSERT_NE(nullptr, handle);
     EXPECT_EQ(port, record_of(handle)->udp_port);
-    {
-        std::unique_lock lock(mutex);
-        ASSERT_TRUE(cv.wait_for(lock, std::chrono::seconds(10), [] { return states.size() >= 5; }));
-        for (auto& s : states) {
-            EXPECT_EQ(0, s.errCode);
-            EXPECT_STREQ("127.0.0.1", s.arm_ip);
-            EXPECT_NEAR(1.0, std::abs(s.waypoint.quaternion.w) + std::abs(s.waypoint.quaternion.x) +
-                                 std::abs(s.waypoint.quaternion.y) + std::abs(s.waypoint.quaternion.z),
-                        1.0);
-        }
+    auto states = g_states.wait_for(5);
+    ASSERT_GE(states.size(), 5u);
+    for (auto& s : states) {
+        EXPECT_EQ(0, s.errCode);
+        EXPECT_STREQ("127.0.0.1", s.arm_ip);
+        const kx_quat_t& q = s.waypoint.quaternion;
+        EXPECT_NEAR(1.0, q.w * q.w + q.x * q.x + q.y * q.y + q.z * q.z, 1e-3);  // a unit quaternion
     }
     EXPECT_EQ(0, kx_destory());
 }

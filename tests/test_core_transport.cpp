@@ -34,41 +34,29 @@ kx_robot_handle* connect(FakeController& fake) {
     return handle;
 }
 
-int closed_port() {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-    socklen_t len = sizeof addr;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
-    close(fd);  // bound then closed: nothing listens there
-    return ntohs(addr.sin_port);
+// The generic integer query the tests drive: {"command":"get_v"}, value "v".
+int get_v(kx_robot_handle* handle, int* value, const char* command = "get_v") {
+    std::string cmd = command, key = "v";
+    return kx_get_data_common(handle, value, cmd.data(), key.data());
 }
 
-class CoreTransport : public testing::TestWithParam<kx_thread_mode_e> {
-protected:
-    void SetUp() override { ASSERT_EQ(0, kx_init(GetParam())); }
-    void TearDown() override { EXPECT_EQ(0, kx_destory()); }
-};
+class CoreTransport : public kxtest::ModeTest {};
 
 }  // namespace
 
 TEST_P(CoreTransport, FramesSurviveAnySegmentation) {
     FakeController fake(controller());
     kx_robot_handle* handle = connect(fake);
-    char get_v[] = "get_v", v_key[] = "v";
     int value = 0;
 
     // Two frames in one segment: the second waits in the queue (or the framer) for its caller.
     fake.set_handler(controller([&](const std::string&) {
         return std::string(R"({"command":"get_v","v":11})" "\r\n" R"({"command":"get_w","v":22})" "\r\n");
     }));
-    ASSERT_EQ(0, kx_get_data_common(handle, &value, get_v, v_key));
+    ASSERT_EQ(0, get_v(handle, &value));
     EXPECT_EQ(11, value);
     fake.set_handler(controller());
-    char get_w[] = "get_w";
-    ASSERT_EQ(0, kx_get_data_common(handle, &value, get_w, v_key));
+    ASSERT_EQ(0, get_v(handle, &value, "get_w"));
     EXPECT_EQ(22, value);
 
     // One frame split byte by byte.
@@ -77,7 +65,7 @@ TEST_P(CoreTransport, FramesSurviveAnySegmentation) {
         return std::string();
     }));
     m_nOutTime = 60000;
-    ASSERT_EQ(0, kx_get_data_common(handle, &value, get_v, v_key));
+    ASSERT_EQ(0, get_v(handle, &value));
     EXPECT_EQ(33, value);
 }
 
@@ -85,10 +73,9 @@ TEST_P(CoreTransport, SilenceTimesOutAndClosingIsDetected) {
     LogCapture::install(LOG_LEVEL_ERROR);
     FakeController fake(controller());
     kx_robot_handle* handle = connect(fake);
-    char get_v[] = "get_v", v_key[] = "v";
     int value = 0;
     m_nOutTime = 40;
-    EXPECT_EQ(-2, kx_get_data_common(handle, &value, get_v, v_key));
+    EXPECT_EQ(-2, get_v(handle, &value));
     EXPECT_TRUE(LogCapture::has_line("[kx_get_data_common] get_v revice error\n"));
 
     // The controller closes while a call waits: no reply, then sends fail.
@@ -97,16 +84,13 @@ TEST_P(CoreTransport, SilenceTimesOutAndClosingIsDetected) {
         return std::string();
     });
     m_nOutTime = 300;
-    EXPECT_EQ(-2, kx_get_data_common(handle, &value, get_v, v_key));
-    kx_handle_t* record = nullptr;
-    kx_rdlock_lock();
-    record = kx_get_kx_handle_by_robot_handle(handle);
-    kx_rdlock_unlock();
+    EXPECT_EQ(-2, get_v(handle, &value));
+    kx_handle_t* record = kxtest::record_of(handle);
     ASSERT_NE(nullptr, record);
     if (GetParam() != KX_SINGLE_MODE_E) {
         EXPECT_TRUE(LogCapture::has_line("服务器已关闭!\n"));
         EXPECT_EQ(-1, kx::socket_fd(record->socket_handle));
-        EXPECT_EQ(-1, kx_get_data_common(handle, &value, get_v, v_key));
+        EXPECT_EQ(-1, get_v(handle, &value));
         EXPECT_TRUE(LogCapture::has_line("[kx_get_data_common] get_v send error\n"));
     }
 }
@@ -115,23 +99,22 @@ TEST_P(CoreTransport, HostileRepliesNeverBreakTheStream) {
     LogCapture::install(LOG_LEVEL_ERROR);
     FakeController fake(controller());
     kx_robot_handle* handle = connect(fake);
-    char get_v[] = "get_v", v_key[] = "v";
     int value = 0;
     m_nOutTime = 60000;
     fake.set_handler(controller([&](const std::string&) {
         std::string junk = "\x01\x02garbage}\r\n{\"command\":\r\n" + std::string(70 * 1024, 'x') + "\r\n";
         return junk + R"({"command":"get_v","v":-5})" "\r\n";
     }));
-    ASSERT_EQ(0, kx_get_data_common(handle, &value, get_v, v_key));
+    ASSERT_EQ(0, get_v(handle, &value));
     EXPECT_EQ(-5, value);
     EXPECT_TRUE(LogCapture::contains("frame longer than 65536 bytes dropped"));
 
     // Undecodable replies are -3, never a crash.
     fake.set_handler(controller([&](const std::string&) { return std::string(R"({"command":"get_v","v":[1]})" "\r\n"); }));
-    EXPECT_EQ(0, kx_get_data_common(handle, &value, get_v, v_key));  // a non-number reads 0
+    EXPECT_EQ(0, get_v(handle, &value));  // a non-number reads 0
     EXPECT_EQ(0, value);
     fake.set_handler(controller([&](const std::string&) { return std::string(R"({"command":"get_v"})" "\r\n"); }));
-    EXPECT_EQ(-3, kx_get_data_common(handle, &value, get_v, v_key));
+    EXPECT_EQ(-3, get_v(handle, &value));
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, CoreTransport,
@@ -185,9 +168,8 @@ TEST(CoreTransportThreaded, DestroyReturnsWithCallsInFlight) {
     std::atomic<int> finished{0};
     for (int i = 0; i < 3; ++i) {
         callers.emplace_back([&] {
-            char get_v[] = "get_v", v_key[] = "v";
             int value;
-            EXPECT_EQ(-2, kx_get_data_common(handle, &value, get_v, v_key));
+            EXPECT_EQ(-2, get_v(handle, &value));
             finished++;
         });
     }
@@ -200,7 +182,7 @@ TEST(CoreTransportThreaded, DestroyReturnsWithCallsInFlight) {
 TEST(CoreRegistry, SlotsHandlesAndLocks) {
     LogCapture::install(LOG_LEVEL_ERROR);
     ASSERT_EQ(0, kx_init(KX_DUAL_MODE_E));
-    int port = closed_port();
+    int port = kxtest::bound_port(SOCK_STREAM);
     kx_robot_handle* handles[5];
     for (int i = 0; i < 5; ++i) {
         handles[i] = kx_create_robot_arm("127.0.0.1", port);
@@ -221,9 +203,8 @@ TEST(CoreRegistry, SlotsHandlesAndLocks) {
     EXPECT_TRUE(LogCapture::has_line("[kx_get_robot_info] handle is NULL!\n"));
     EXPECT_EQ(-1, kx_delete_robot_arm(&copy));
     EXPECT_TRUE(LogCapture::has_line("not find handle\n"));
-    char get_v[] = "get_v", v_key[] = "v";
     int value;
-    EXPECT_EQ(-1, kx_get_data_common(&copy, &value, get_v, v_key));
+    EXPECT_EQ(-1, get_v(&copy, &value));
 
     // Deleting (which needs the write lock) frees a slot for a real connection.
     EXPECT_EQ(0, kx_delete_robot_arm(handles[2]));
