@@ -254,3 +254,32 @@ TEST(CoreSocket, RecordArgumentsAndNonBlockingReads) {
     EXPECT_EQ(-1, bad->socket_id);
     kx_socket_handle_destroy(bad);
 }
+
+TEST(CoreTransportSingle, DragTeachPointsAreWrittenByTheWaitingCall) {
+    LogCapture::install(LOG_LEVEL_DEBUG);
+    ASSERT_EQ(0, kx_init(KX_SINGLE_MODE_E));
+    FakeController fake(controller());
+    kx_robot_handle* handle = connect(fake);
+    F_SaveDragTeach = tmpfile();
+    fake.send_raw(R"({"point":[1,2,3,4,5,6]})" "\r\n" R"({"command":"other"})" "\r\n" R"({"point":[6,5,4,3,2,1]})" "\r\n");
+    uint8_t buf[2048] = {};
+    // Point frames never match: the wait runs out having written them.
+    EXPECT_EQ(-2, kx_pack_lock_set("saver", handle, nullptr, 0, "point", buf, sizeof buf, 200));
+    EXPECT_TRUE(LogCapture::has_line("[saver] point save_trajectory complete\n"));
+    EXPECT_EQ(1, drag_teach_save_start);
+    EXPECT_EQ(0, drag_teach_save_state);
+    EXPECT_GT(drag_teach_count, 0);  // silent polls after the first point are counted
+    EXPECT_TRUE(LogCapture::contains("drag_save len 25 robot_handle: "));
+    rewind(F_SaveDragTeach);
+    char content[256] = {};
+    fread(content, 1, sizeof content - 1, F_SaveDragTeach);
+    EXPECT_STREQ("{\"point\":[1,2,3,4,5,6]}\r\n{\"point\":[6,5,4,3,2,1]}\r\n", content);
+    fclose(F_SaveDragTeach);
+    F_SaveDragTeach = nullptr;
+
+    // With no file open the save is marked failed.
+    fake.send_raw(R"({"point":[1]})" "\r\n");
+    EXPECT_EQ(-2, kx_pack_lock_set("saver", handle, nullptr, 0, "point", buf, sizeof buf, 100));
+    EXPECT_EQ(1, drag_teach_save_state);
+    EXPECT_EQ(0, kx_destory());
+}
