@@ -1,39 +1,8 @@
 // Temporary stand-ins so that the library links while its families are
 // built side by side. Whoever implements one of these deletes it here; the
 // file goes away when it is empty.
-#include <cstring>
-
-#include "algo_arm.h"
 #include "kx_interface.h"
 
 extern "C" {
-KX_API int kx_get_arm_software_info(kx_robot_handle*, kx_arm_software_version_t*) { return 0; }
-KX_API int kx_get_current_work_frame(kx_robot_handle*, kx_frame_t*) { return 0; }
-KX_API int kx_get_current_tool_frame(kx_robot_handle*, kx_frame_t*) { return 0; }
-KX_API int kx_get_install_pose(kx_robot_handle*, float*, float*, float*) { return 0; }
-KX_API int kx_get_joint_min_pos(kx_robot_handle*, float*) { return 0; }
-KX_API int kx_get_joint_max_pos(kx_robot_handle*, float*) { return 0; }
-KX_API int kx_get_joint_max_acc(kx_robot_handle*, float*) { return 0; }
-KX_API int kx_get_joint_max_speed(kx_robot_handle*, float*) { return 0; }
-KX_API int kx_get_DH_data(kx_robot_handle*, kx_dh_t*) { return 0; }
 KX_API void kx_algo_arm_state_set(kx_robot_handle*) {}
 }
-
-namespace algo {
-KX_API bool default_model(int type, int sensor, ArmModel* out) {
-    if (!out) return false;
-    *out = ArmModel{};
-    out->type = type;
-    out->sensor = sensor;
-    out->dof = (type == 1 || type == 7 || type == 9) ? 7 : 6;
-    for (int i = 0; i < out->dof; ++i) {
-        out->jmin[i] = -3.1f; out->jmax[i] = 3.1f; out->vmax[i] = 3.14f; out->amax[i] = 10.0f;
-    }
-    return true;
-}
-KX_API void arm_fk(const ArmModel&, const float*, float T[4][4]) {
-    std::memset(T, 0, sizeof(float) * 16);
-    for (int i = 0; i < 4; ++i) T[i][i] = 1.0f;
-}
-KX_API int arm_ik(const ArmModel&, const float*, const float (*)[4], float*) { return -4; }
-}  // namespace algo
