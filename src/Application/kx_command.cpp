@@ -1,0 +1,385 @@
+#include "kx_command.h"
+
+#include <cjson/cJSON.h>
+
+#include <climits>
+#include <cmath>
+#include <cstring>
+
+#include "kx_commands_internal.h"
+
+namespace kx {
+
+int resolve_timeout(int timeout) {
+    if (timeout == kOutTime) return m_nOutTime;
+    if (timeout == kOutTimeMax) return m_nOutTime_max;
+    return timeout;
+}
+
+int trunc_wire(double v) {
+    if (std::isnan(v)) return 0;
+    if (v >= static_cast<double>(INT_MAX)) return INT_MAX;
+    if (v <= static_cast<double>(INT_MIN)) return INT_MIN;
+    return static_cast<int>(v);
+}
+
+void pose_to_wire(const kx_pose_t& pose, int out[6]) {
+    out[0] = wire_f(pose.position.x, 1000000.0f);
+    out[1] = wire_f(pose.position.y, 1000000.0f);
+    out[2] = wire_f(pose.position.z, 1000000.0f);
+    out[3] = wire_f(pose.euler.rx, 1000.0f);
+    out[4] = wire_f(pose.euler.ry, 1000.0f);
+    out[5] = wire_f(pose.euler.rz, 1000.0f);
+}
+
+void pose_from_wire(const int in[6], kx_pose_t* pose) {
+    pose->position.x = from_wire(in[0], kMicro);
+    pose->position.y = from_wire(in[1], kMicro);
+    pose->position.z = from_wire(in[2], kMicro);
+    pose->euler.rx = from_wire(in[3], kMilli);
+    pose->euler.ry = from_wire(in[4], kMilli);
+    pose->euler.rz = from_wire(in[5], kMilli);
+    pose->quaternion = kx_algo_euler2quaternion(pose->euler);
+}
+
+void copy_str(char* dst, size_t dst_size, const char* src) {
+    if (dst == nullptr || dst_size == 0) return;
+    size_t n = 0;
+    if (src != nullptr) {
+        while (n + 1 < dst_size && src[n] != '\0') ++n;
+        std::memcpy(dst, src, n);
+    }
+    std::memset(dst + n, 0, dst_size - n);
+}
+
+/* ---- Request ---------------------------------------------------------------- */
+
+Request::Request(const char* command) {
+    if (JsonValue* row = add(JSON_STRING, "command")) row->data.str_value = command;
+}
+
+JsonValue* Request::add(JsonValueType type, const char* key) {
+    if (count_ >= static_cast<size_t>(kRows)) {
+        ok_ = false;
+        return nullptr;
+    }
+    JsonValue* row = &rows_[count_++];
+    row->type = type;
+    row->key = key;
+    return row;
+}
+
+Request& Request::str(const char* key, const char* value) {
+    if (JsonValue* row = add(JSON_STRING, key)) row->data.str_value = value;
+    return *this;
+}
+
+Request& Request::num(const char* key, int value) {
+    if (JsonValue* row = add(JSON_INT, key)) row->data.int_value = value;
+    return *this;
+}
+
+Request& Request::flag(const char* key, bool value) {
+    if (JsonValue* row = add(JSON_BOOL, key)) row->data.bool_value = value;
+    return *this;
+}
+
+Request& Request::ints(const char* key, const int* values, int count) {
+    if (count < 0 || ints_used_ + count > kInts || (count > 0 && values == nullptr)) {
+        ok_ = false;
+        return *this;
+    }
+    JsonValue* row = add(JSON_ARRAY, key);
+    if (row == nullptr) return *this;
+    int* dst = ints_ + ints_used_;
+    if (count > 0) std::memcpy(dst, values, sizeof(int) * static_cast<size_t>(count));
+    ints_used_ += count;
+    row->array_size = count;
+    row->data.array_value = dst;
+    return *this;
+}
+
+Request& Request::ints(const char* key, std::initializer_list<int> values) {
+    return ints(key, values.begin(), static_cast<int>(values.size()));
+}
+
+/* ---- reply tables --------------------------------------------------------- */
+
+namespace {
+KeyValue kv_row(JsonValueType type, const char* key, int count) {
+    KeyValue kv;
+    std::memset(&kv, 0, sizeof kv);
+    kv.type = type;
+    kv.key = key;
+    kv.array_size = count;
+    return kv;
+}
+}  // namespace
+
+KeyValue kv_int(const char* key) { return kv_row(JSON_INT, key, 0); }
+KeyValue kv_str(const char* key) { return kv_row(JSON_STRING, key, 0); }
+KeyValue kv_bool(const char* key) { return kv_row(JSON_BOOL, key, 0); }
+KeyValue kv_ints(const char* key, int count) { return kv_row(JSON_ARRAY, key, count); }
+
+int reply_array_len(const char* json, const char* key, int cap) {
+    cJSON* root = cJSON_Parse(json);
+    if (root == nullptr) return -1;
+    const cJSON* box = cJSON_GetObjectItem(root, "arm_state");
+    if (box == nullptr) box = cJSON_GetObjectItem(root, "all_state");
+    if (box == nullptr) box = root;
+    const cJSON* arr = cJSON_GetObjectItem(box, key);
+    int n = cJSON_IsArray(arr) ? cJSON_GetArraySize(arr) : -1;
+    cJSON_Delete(root);
+    return n > cap ? cap : n;
+}
+
+/* ---- round trips ---------------------------------------------------------- */
+
+int exchange(const char* fn, kx_robot_handle* h, const Request* req, const char* reply, ReplyBuf& buf, int timeout,
+             int buf_len) {
+    if (req != nullptr && !req->ok()) return -1;
+    std::memset(buf.text, 0, sizeof buf.text);
+    if (buf_len > kReplyBuf) buf_len = kReplyBuf;
+    return kx_pack_lock_set(fn, h, req ? req->rows() : nullptr, req ? req->size() : 0, reply, buf.bytes(), buf_len,
+                            resolve_timeout(timeout));
+}
+
+int set_command(const char* fn, kx_robot_handle* h, const Request& req, const char* reply, const char* key,
+                int timeout, int buf_len) {
+    ReplyBuf buf;
+    int r = exchange(fn, h, &req, reply, buf, timeout, buf_len);
+    if (r < 1) return r;
+    return parse_kx_set_command(fn, buf.text, key);
+}
+
+int query(const char* fn, kx_robot_handle* h, const Request& req, const char* reply, KeyValue* kv, int n,
+          int timeout) {
+    ReplyBuf buf;
+    int r = exchange(fn, h, &req, reply, buf, timeout);
+    if (r < 1) return r;
+    return common_json_parse(fn, buf.text, kv, n);
+}
+
+int set_bare(const SetSpec& s, kx_robot_handle* h) {
+    Request req(s.command);
+    return set_command(s.fn, h, req, s.reply ? s.reply : s.command, s.key, s.timeout);
+}
+
+int set_num(const SetSpec& s, kx_robot_handle* h, const char* field, int value) {
+    Request req(s.command);
+    req.num(field, value);
+    return set_command(s.fn, h, req, s.reply ? s.reply : s.command, s.key, s.timeout);
+}
+
+int get_num(const char* fn, kx_robot_handle* h, const char* request, const char* reply, const char* field, int* out) {
+    if (out == nullptr) return -1;
+    Request req(request);
+    KeyValue kv = kv_int(field);
+    int r = query(fn, h, req, reply, &kv, 1);
+    if (r == 0) *out = kv.data.int_value;
+    return r;
+}
+
+int get_scaled(const char* fn, kx_robot_handle* h, const char* request, const char* reply, const char* field,
+               Scale scale, float* out) {
+    if (out == nullptr) return -1;
+    int wire = 0;
+    int r = get_num(fn, h, request, reply, field, &wire);
+    if (r == 0) *out = from_wire(wire, scale);
+    return r;
+}
+
+int send_only(const char* fn, kx_robot_handle* h, const Request& req, int pause_ms) {
+    if (!req.ok()) return -1;
+    uint8_t unused[kMoveBuf] = {};
+    int r = kx_pack_lock_set(fn, h, req.rows(), req.size(), nullptr, unused, sizeof unused, pause_ms);
+    return r < 0 ? -1 : 0;
+}
+
+int send_built(kx_robot_handle* h, cJSON* root, size_t buf_size) {
+    char* text = root ? cJSON_PrintUnformatted(root) : nullptr;
+    cJSON_Delete(root);
+    if (text == nullptr) return -1;
+    size_t len = std::strlen(text);
+    char buf[512];
+    if (buf_size > sizeof buf) buf_size = sizeof buf;
+    if (len + 3 > buf_size) {
+        cJSON_free(text);
+        return -1;
+    }
+    std::memcpy(buf, text, len);
+    cJSON_free(text);
+    std::memcpy(buf + len, "\r\n", 3);
+    kx_log_debug("send is: %s\n", buf);
+    int sent = -1;
+    with_record(h, [&](kx_handle_t& rec) {
+        kx_socket_handle* sock = rec.socket_handle;
+        if (sock != nullptr && sock->send != nullptr)
+            sent = sock->send(sock, reinterpret_cast<uint8_t*>(buf), static_cast<int>(len + 2));
+    });
+    return sent == 0 ? 0 : -1;
+}
+
+int checked_dof(const char* fn, kx_robot_handle* h) {
+    int dof = 0;
+    if (kx_get_arm_dof(h, &dof) != 0 || (dof != 6 && dof != 7)) {
+        kx_log_error("[%s] The robotic arm has been disconnected\n", fn);
+        return -1;
+    }
+    return dof;
+}
+
+int get_joints(const JointQuery& q, kx_robot_handle* h, float* out) {
+    if (out == nullptr) return -1;
+    Request req(q.request);
+    return query_joints(q.fn, h, req, q.reply, [&](int dof, const char* text) {
+        KeyValue kv = kv_ints(q.field, dof);
+        int r = common_json_parse(q.fn, text, &kv, 1);
+        if (r != 0) return r;
+        if (q.cache == nullptr) {
+            for (int i = 0; i < dof; ++i) out[i] = from_wire(kv.data.array_value[i], q.scale);
+            return 0;
+        }
+        return with_record(h, [&](kx_handle_t& rec) {
+            int n = rec.arm_dof < 0 ? 0 : (rec.arm_dof > dof ? dof : rec.arm_dof);
+            for (int i = 0; i < n; ++i) {
+                out[i] = from_wire(kv.data.array_value[i], q.scale);
+                (rec.*q.cache)[i] = out[i];
+            }
+        });
+    });
+}
+
+/* ---- motion completion ---------------------------------------------------- */
+
+int motion_accepted(const char* fn, const ReplyBuf& buf) { return parse_kx_set_command(fn, buf.text, "receive_state"); }
+
+namespace {
+
+constexpr const char* kTrajectoryEvent = "current_trajectory_state";
+constexpr int kPauseMs = 100;
+constexpr int kMaxQueryFailures = 5;
+constexpr int kIdleLimit = 10;
+constexpr int kPollFirstEventWait = 1000;
+constexpr int kAgain = INT_MIN;     /* keep waiting */
+constexpr int kQuery = INT_MIN + 1; /* go on to the trajectory query */
+
+/* The completion events of one connection as the blocking wait sees them.
+ * A pause is spent waiting for the next event rather than sleeping blind: an
+ * event that arrives meanwhile is held and is the first one the next wait
+ * sees, exactly as if it had stayed queued, but the loop resumes at once. */
+class Completion {
+public:
+    Completion(const char* fn, kx_robot_handle* h) : fn_(fn), h_(h) {}
+
+    bool next(int timeout) {
+        if (held_) {
+            held_ = false;
+            return true;
+        }
+        return receive(timeout) > 0;
+    }
+
+    void pause(int ms) {
+        if (held_) {
+            sleep_cp(ms);
+            return;
+        }
+        int r = receive(ms);
+        if (r > 0)
+            held_ = true;
+        else if (r == -1)
+            sleep_cp(ms); /* the handle is gone; the next query reports it */
+    }
+
+    const char* text() const { return buf_.text; }
+
+private:
+    int receive(int timeout) { return exchange(fn_, h_, nullptr, kTrajectoryEvent, buf_, timeout, kMoveBuf); }
+
+    const char* fn_;
+    kx_robot_handle* h_;
+    ReplyBuf buf_;
+    bool held_ = false;
+};
+
+/* The event seen while waiting for completion in the first place: another
+ * device's event or a joined motion's keep the wait going. */
+int on_first_event(const char* text) {
+    int device = -1, connect = -1;
+    int p = parse_kx_move_command(text, &device, &connect);
+    if (p != 1) return p == 0 ? 1 : p;
+    if (connect == 1 || device != 0) return kAgain;
+    if (device == 0 && connect == 0) return 0;
+    return kQuery;
+}
+
+/* The event seen after the query reported no planning: it settles the call. */
+int on_final_event(const char* device_fn, const char* text) {
+    int device = -1, connect = -1;
+    int p = parse_kx_move_command(text, &device, &connect);
+    if (p != 1) return p == 0 ? 1 : p;
+    if (connect == 1) return kAgain;
+    if (device == 0 && connect == 0) return 0;
+    kx_log_error("[%s] current device is: %d \n", device_fn, device);
+    return -4;
+}
+
+int wait_completion(const char* device_fn, kx_robot_handle* h, int watched, WaitShape shape) {
+    Completion events(device_fn, h);
+    int query_failures = 0;
+    int idle_iterations = 0;
+    bool seen_running = false;
+    const bool event_first = shape == WaitShape::EventFirst;
+    for (;;) {
+        if (event_first && events.next(m_nOutTime)) {
+            int d = on_first_event(events.text());
+            if (d == kAgain) continue;
+            if (d != kQuery) return d;
+        }
+        kx_arm_current_trajectory_e type = KX_NO_PLANNING_E;
+        float data[7] = {};
+        int q = kx_get_arm_current_trajectory(h, &type, data);
+        if (q != 0) {
+            if (++query_failures > kMaxQueryFailures) return q;
+            continue;
+        }
+        if (type == watched) {
+            seen_running = true;
+            events.pause(kPauseMs);
+            continue;
+        }
+        if (type != KX_NO_PLANNING_E) {
+            events.pause(kPauseMs);
+            continue;
+        }
+        if (!seen_running && ++idle_iterations < kIdleLimit) {
+            events.pause(kPauseMs);
+            continue;
+        }
+        if (!events.next(event_first ? m_nOutTime : kPollFirstEventWait)) {
+            events.pause(kPauseMs);
+            continue;
+        }
+        int d = on_final_event(device_fn, events.text());
+        if (d != kAgain) return d;
+    }
+}
+
+}  // namespace
+
+int finish_blocking(const char* device_fn, kx_robot_handle* h, int accepted, int reply_len, int block,
+                    int watched_type, WaitShape shape) {
+    if (accepted != 0) return accepted;
+    switch (g_mode) {
+    case KX_SINGLE_MODE_E:
+        return kx_movecmd_singlemode_parse(h, block, 0);
+    case KX_DUAL_MODE_E:
+    case KX_TRIPLE_MODE_E:
+        return wait_completion(device_fn, h, watched_type, shape);
+    default:
+        return reply_len;
+    }
+}
+
+}  // namespace kx

@@ -1,0 +1,233 @@
+/*
+ * The helper layer every command family is written with.
+ *
+ * A command is a request (a short table of typed rows), a reply name and a
+ * way to read the reply. The helpers below perform each recurring shape once:
+ * a set command whose reply carries one boolean, a query decoded through a
+ * KeyValue table, a per-joint query with its degree-of-freedom check, scaling
+ * and optional cache in the connection record, a send that expects no reply,
+ * and the completion wait of the blocking motions.
+ *
+ * Nothing here throws and nothing allocates: every table lives on the stack
+ * with a fixed capacity.
+ */
+#ifndef KX_COMMAND_H
+#define KX_COMMAND_H
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+
+#include "kx_interface.h"
+#include "kx_interface_global.h"
+#include "log.h"
+
+namespace kx {
+
+inline constexpr int kReplyBuf = 1024; /* ordinary replies */
+inline constexpr int kMoveBuf = 256;   /* motion replies and events */
+
+/* Timeout markers resolved when the call is made, so that a change of the
+ * process-wide timeouts applies to the next call. */
+inline constexpr int kOutTime = -1;    /* m_nOutTime */
+inline constexpr int kOutTimeMax = -2; /* m_nOutTime_max */
+int resolve_timeout(int timeout);
+
+/* ---- wire conversions ----------------------------------------------------
+ * Physical values travel as integers truncated toward zero. Out-of-range and
+ * NaN inputs saturate rather than overflow the conversion. */
+int trunc_wire(double v);
+/* v * k computed in single precision, then truncated. */
+inline int wire_f(float v, float k) { return trunc_wire(static_cast<double>(v * k)); }
+/* v * k computed in double precision, then truncated. */
+inline int wire_d(float v, double k) { return trunc_wire(static_cast<double>(v) * k); }
+
+/* Reading back: (float)wire * mul / div, computed in double precision. */
+struct Scale {
+    double mul;
+    double div;
+};
+inline constexpr Scale kUnscaled{1.0, 1.0};
+inline constexpr Scale kMilli{1.0, 1000.0};      /* degrees, radians, mm-based limits */
+inline constexpr Scale kMicro{1.0, 1000000.0};   /* metres */
+inline constexpr Scale kJointRate{6.0, 1000.0};  /* joint speeds and accelerations */
+inline float from_wire(int w, Scale s) {
+    return static_cast<float>(static_cast<double>(static_cast<float>(w)) * s.mul / s.div);
+}
+
+/* Pose on the wire: [x, y, z in micrometres, rx, ry, rz in milliradians],
+ * single precision. */
+void pose_to_wire(const kx_pose_t& pose, int out[6]);
+/* The reverse; the quaternion is derived from the Euler angles. */
+void pose_from_wire(const int in[6], kx_pose_t* pose);
+
+/* Bounded string copy that always terminates (dst_size > 0). */
+void copy_str(char* dst, size_t dst_size, const char* src);
+template <size_t N>
+inline void copy_str(char (&dst)[N], const char* src) {
+    copy_str(dst, N, src);
+}
+
+/* ---- requests ------------------------------------------------------------ */
+
+/* A request table beginning with {"command": name}. Integer arrays are stored
+ * inside the object, so it is neither copied nor moved. A table that ran out
+ * of room is refused as a whole when sent (-1). */
+class Request {
+public:
+    explicit Request(const char* command);
+    Request(const Request&) = delete;
+    Request& operator=(const Request&) = delete;
+
+    Request& str(const char* key, const char* value);
+    Request& num(const char* key, int value);
+    Request& flag(const char* key, bool value);
+    Request& ints(const char* key, const int* values, int count);
+    Request& ints(const char* key, std::initializer_list<int> values);
+
+    const JsonValue* rows() const { return rows_; }
+    size_t size() const { return count_; }
+    bool ok() const { return ok_; }
+    const char* command() const { return rows_[0].data.str_value; }
+
+private:
+    JsonValue* add(JsonValueType type, const char* key);
+    static constexpr int kRows = 12;
+    static constexpr int kInts = 64;
+    JsonValue rows_[kRows]{};
+    size_t count_ = 0;
+    int ints_[kInts]{};
+    int ints_used_ = 0;
+    bool ok_ = true;
+};
+
+/* ---- reply tables --------------------------------------------------------- */
+
+KeyValue kv_int(const char* key);
+KeyValue kv_str(const char* key);
+KeyValue kv_bool(const char* key);
+KeyValue kv_ints(const char* key, int count);
+
+/* Number of elements of the integer array `key` in the reply's decoding
+ * container ("arm_state", else "all_state", else the reply itself), capped at
+ * `cap`: an over-long array then fails the decoder's exact-size check without
+ * any row ever exceeding its storage. -1 when absent or not an array. Used for the variable-length error lists. */
+int reply_array_len(const char* json, const char* key, int cap);
+
+/* ---- round trips ---------------------------------------------------------- */
+
+/* A zero-filled reply buffer. */
+struct ReplyBuf {
+    char text[kReplyBuf]{};
+    uint8_t* bytes() { return reinterpret_cast<uint8_t*>(text); }
+};
+
+/* Sends `req` (when given) and waits up to `timeout` for the reply named
+ * `reply` into buf (`buf_len` bytes). Returns the reply length (> 0), or -1
+ * (unknown handle, request not built or not sent) or -2 (no reply). */
+int exchange(const char* fn, kx_robot_handle* h, const Request* req, const char* reply, ReplyBuf& buf,
+             int timeout = kOutTime, int buf_len = kReplyBuf);
+
+/* A set command: the reply's boolean `key` decides 0 (true), 1 (false) or -3. */
+int set_command(const char* fn, kx_robot_handle* h, const Request& req, const char* reply, const char* key,
+                int timeout = kOutTime, int buf_len = kReplyBuf);
+
+/* One set command described as a table row. The reply is named like the
+ * command unless `reply` says otherwise. */
+struct SetSpec {
+    const char* fn;
+    const char* command;
+    const char* key; /* the reply's boolean */
+    const char* reply = nullptr;
+    int timeout = kOutTime;
+};
+/* {"command": name} alone. */
+int set_bare(const SetSpec& s, kx_robot_handle* h);
+/* {"command": name, field: value}. */
+int set_num(const SetSpec& s, kx_robot_handle* h, const char* field, int value);
+
+/* A query decoded into `kv` (n rows): 0, or the round-trip or decode failure. */
+int query(const char* fn, kx_robot_handle* h, const Request& req, const char* reply, KeyValue* kv, int n,
+          int timeout = kOutTime);
+
+/* {"command": request} answered by `reply` carrying the integer `field`. */
+int get_num(const char* fn, kx_robot_handle* h, const char* request, const char* reply, const char* field, int* out);
+/* The same, read back as a float through `scale`. */
+int get_scaled(const char* fn, kx_robot_handle* h, const char* request, const char* reply, const char* field,
+               Scale scale, float* out);
+
+/* A request that expects no reply: sends, then pauses `pause_ms` still
+ * holding the registry read lock. 0, or -1 when it could not be sent. */
+int send_only(const char* fn, kx_robot_handle* h, const Request& req, int pause_ms);
+
+/* Sends a request this family built itself: printed unformatted, "\r\n"
+ * appended in a buffer of `buf_size` bytes, written with the connection's
+ * non-blocking send under the registry read lock. Takes ownership of root.
+ * 0, or -1 (unknown handle, too long, not sent). */
+int send_built(kx_robot_handle* h, ::cJSON* root, size_t buf_size);
+
+/* The arm's degrees of freedom (6 or 7), or -1 after logging
+ * "[fn] The robotic arm has been disconnected". */
+int checked_dof(const char* fn, kx_robot_handle* h);
+
+/* Runs f(record) with the registry read lock held; -1 when the handle is
+ * no longer registered. */
+template <class F>
+int with_record(kx_robot_handle* h, F&& f) {
+    kx_rdlock_lock();
+    kx_handle_t* rec = kx_get_kx_handle_by_robot_handle(h);
+    if (rec == nullptr) {
+        kx_rdlock_unlock();
+        return -1;
+    }
+    f(*rec);
+    kx_rdlock_unlock();
+    return 0;
+}
+
+/* A query whose reply holds per-joint arrays: after the reply has arrived
+ * the degrees of freedom are checked, then decode(dof, reply_text) runs. */
+template <class Decode>
+int query_joints(const char* fn, kx_robot_handle* h, const Request& req, const char* reply, Decode&& decode,
+                 int timeout = kOutTime) {
+    ReplyBuf buf;
+    int r = exchange(fn, h, &req, reply, buf, timeout);
+    if (r < 1) return r;
+    int dof = checked_dof(fn, h);
+    if (dof < 0) return -1;
+    return decode(dof, static_cast<const char*>(buf.text));
+}
+
+/* One per-joint getter: {"command": request} answered by `reply`, whose
+ * integer array `field` has one entry per joint. */
+struct JointQuery {
+    const char* fn;
+    const char* request;
+    const char* reply;
+    const char* field;
+    Scale scale;
+    float (kx_handle_t::*cache)[7]; /* refreshed copy in the connection record, or null */
+};
+int get_joints(const JointQuery& q, kx_robot_handle* h, float* out);
+
+/* ---- motion completion ---------------------------------------------------- */
+
+/* The two shapes of the blocking wait: event-first (movej, movel, moves,
+ * movec) waits for the completion event and falls back to the trajectory
+ * query; poll-first (movej_p, blocking steps) queries first. */
+enum class WaitShape { EventFirst, PollFirst };
+
+/* The part of a blocking motion after the controller accepted it
+ * (`accepted` is the "receive_state" result, `reply_len` the reply's
+ * length): refusals pass through, single mode takes the single-mode step,
+ * the threaded modes wait for completion. `device_fn` names the call in the
+ * "current device" message. */
+int finish_blocking(const char* device_fn, kx_robot_handle* h, int accepted, int reply_len, int block,
+                    int watched_type, WaitShape shape);
+
+/* Decodes a motion reply's "receive_state": 0, 1 or -3. */
+int motion_accepted(const char* fn, const ReplyBuf& buf);
+
+}  // namespace kx
+
+#endif /* KX_COMMAND_H */

@@ -1,0 +1,217 @@
+/* Planned moves: joint, linear, spline, arc and pose-to-joint, each
+ * non-blocking (returns once the controller accepted) or blocking (then
+ * waits until the arm reports the motion finished). */
+#include <cjson/cJSON.h>
+
+#include <cstring>
+
+#include "kx_command.h"
+#include "kx_commands_internal.h"
+
+using namespace kx;
+
+namespace {
+
+/* The trajectory type each blocking move watches for. */
+constexpr int kJointType = KX_JOINT_SPACE_PLANNING_E;
+constexpr int kLineType = KX_CARTESIAN_LINEAR_PLANNING_E;
+constexpr int kArcType = KX_CARTESIAN_ARC_PLANNING_E;
+constexpr int kSplineType = KX_SPLINE_CURVE_MOTION_PLANNING_E;
+
+/* Sends {"command", "v", "joint", "trajectory_connect", "r"}; the reply
+ * length or the failure code. */
+int send_joint_move(kx_robot_handle* h, const float* joint, int v, int r, int tc, ReplyBuf& buf) {
+    static const char* const fn = "kx_movej";
+    if (joint == nullptr) return -1;
+    int dof = checked_dof(fn, h);
+    if (dof < 0) return -1;
+    int wire[7];
+    for (int i = 0; i < dof; ++i) wire[i] = wire_d(joint[i], 1000.0);
+    Request req("movej");
+    req.num("v", v).ints("joint", wire, dof).num("trajectory_connect", tc).num("r", r);
+    return exchange(fn, h, &req, "movej", buf, kOutTime, kMoveBuf);
+}
+
+/* Sends {"command", "v", "pose", "trajectory_connect", "r"} for movel, moves
+ * and movej_p. */
+int send_pose_move(const char* fn, const char* command, kx_robot_handle* h, const kx_pose_t& pose, int v, int r,
+                   int tc, ReplyBuf& buf) {
+    int wire[6];
+    pose_to_wire(pose, wire);
+    Request req(command);
+    req.num("v", v).ints("pose", wire, 6).num("trajectory_connect", tc).num("r", r);
+    return exchange(fn, h, &req, command, buf, kOutTime, kMoveBuf);
+}
+
+/* The arc nests its two poses in one object, so it is built here and written
+ * straight to the connection; its reply is then awaited like any other. */
+int send_arc_move(kx_robot_handle* h, const kx_pose_t& via, const kx_pose_t& to, int v, int r, int loop, int tc,
+                  ReplyBuf& buf) {
+    static const char* const fn = "kx_movec";
+    int wire_via[6], wire_to[6];
+    pose_to_wire(via, wire_via);
+    pose_to_wire(to, wire_to);
+    cJSON* root = cJSON_CreateObject();
+    cJSON_AddStringToObject(root, "command", "movec");
+    cJSON* poses = cJSON_CreateObject();
+    cJSON_AddItemToObject(poses, "pose_via", cJSON_CreateIntArray(wire_via, 6));
+    cJSON_AddItemToObject(poses, "pose_to", cJSON_CreateIntArray(wire_to, 6));
+    cJSON_AddItemToObject(root, "pose", poses);
+    cJSON_AddNumberToObject(root, "v", v);
+    cJSON_AddNumberToObject(root, "r", trunc_wire(static_cast<double>(r) * 1000.0));
+    cJSON_AddNumberToObject(root, "loop", loop);
+    cJSON_AddNumberToObject(root, "trajectory_connect", tc);
+    if (send_built(h, root, kMoveBuf) != 0) return -1;
+    return exchange(fn, h, nullptr, "movec", buf, kOutTime, kMoveBuf);
+}
+
+/* A non-blocking move the controller accepted marks its own future
+ * completion event as not to be taken by a later wait. */
+int accept_nonblocking(const char* fn, int len, const ReplyBuf& buf) {
+    if (len < 1) return len;
+    int ret = motion_accepted(fn, buf);
+    if (ret == 0) __atomic_store_n(&event_listener.flag, 1, __ATOMIC_SEQ_CST);
+    return ret;
+}
+
+/* A joined motion (trajectory_connect 1) is not waited for. */
+int accept_blocking(const char* fn, const char* device_fn, kx_robot_handle* h, int len, const ReplyBuf& buf, int tc,
+                    int block, int watched, WaitShape shape) {
+    if (len < 1) return len;
+    int ret = motion_accepted(fn, buf);
+    if (tc == 1) return ret;
+    return finish_blocking(device_fn, h, ret, len, block, watched, shape);
+}
+
+}  // namespace
+
+extern "C" {
+
+KX_API int kx_movecmd_singlemode_parse(kx_robot_handle* handle, int block, int tar_device) {
+    (void)handle;
+    /* No receive thread reads the socket in this mode, so the completion
+     * event is never in hand and the decode fails. */
+    while (block != 0) {
+        --block;
+        char buf[kMoveBuf] = {};
+        int device = -1, connect = -1;
+        int p = parse_kx_move_command(buf, &device, &connect);
+        if (p != 1) return p == 0 ? 1 : p;
+        if (connect == 1) continue;
+        if (device == tar_device && connect == 0) return 0;
+    }
+    return -5;
+}
+
+/* ---- movej ---------------------------------------------------------------- */
+
+KX_API int kx_movej_nblock(kx_robot_handle* handle, const float* joint, int v, int r, int trajectory_connect) {
+    ReplyBuf buf;
+    int len = send_joint_move(handle, joint, v, r, trajectory_connect, buf);
+    return accept_nonblocking("kx_movej", len, buf);
+}
+
+KX_API int kx_movej_block(kx_robot_handle* handle, const float* joint, int v, int r, int trajectory_connect,
+                          int block) {
+    ReplyBuf buf;
+    int len = send_joint_move(handle, joint, v, r, trajectory_connect, buf);
+    return accept_blocking("kx_movej", "kx_movej", handle, len, buf, trajectory_connect, block, kJointType,
+                           WaitShape::EventFirst);
+}
+
+KX_API int kx_movej(kx_robot_handle* handle, const float* joint, int v, int r, int trajectory_connect, int block) {
+    return block ? kx_movej_block(handle, joint, v, r, trajectory_connect, block)
+                 : kx_movej_nblock(handle, joint, v, r, trajectory_connect);
+}
+
+/* ---- movel ---------------------------------------------------------------- */
+
+KX_API int kx_movel_nblock(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect) {
+    ReplyBuf buf;
+    int len = send_pose_move("kx_movel", "movel", handle, pose, v, r, trajectory_connect, buf);
+    return accept_nonblocking("kx_movel", len, buf);
+}
+
+KX_API int kx_movel_block(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect, int block) {
+    ReplyBuf buf;
+    int len = send_pose_move("kx_movel", "movel", handle, pose, v, r, trajectory_connect, buf);
+    return accept_blocking("kx_movel", "kx_movel", handle, len, buf, trajectory_connect, block, kLineType,
+                           WaitShape::EventFirst);
+}
+
+KX_API int kx_movel(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect, int block) {
+    return block ? kx_movel_block(handle, pose, v, r, trajectory_connect, block)
+                 : kx_movel_nblock(handle, pose, v, r, trajectory_connect);
+}
+
+/* ---- moves ---------------------------------------------------------------- */
+
+KX_API int kx_moves_nblock(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect) {
+    ReplyBuf buf;
+    int len = send_pose_move("kx_moves", "moves", handle, pose, v, r, trajectory_connect, buf);
+    return accept_nonblocking("kx_moves", len, buf);
+}
+
+KX_API int kx_moves_block(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect, int block) {
+    /* The blocking spline reports its send/wait failures and foreign-device
+     * endings under the linear move's name. */
+    ReplyBuf buf;
+    int len = send_pose_move("kx_movel", "moves", handle, pose, v, r, trajectory_connect, buf);
+    return accept_blocking("kx_moves", "kx_movel", handle, len, buf, trajectory_connect, block, kSplineType,
+                           WaitShape::EventFirst);
+}
+
+KX_API int kx_moves(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect, int block) {
+    return block ? kx_moves_block(handle, pose, v, r, trajectory_connect, block)
+                 : kx_moves_nblock(handle, pose, v, r, trajectory_connect);
+}
+
+/* ---- movej_p -------------------------------------------------------------- */
+
+KX_API int kx_movej_p_nblock(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect) {
+    ReplyBuf buf;
+    int len = send_pose_move("kx_movej_p", "movej_p", handle, pose, v, r, trajectory_connect, buf);
+    return accept_nonblocking("kx_movej_p", len, buf);
+}
+
+KX_API int kx_movej_p_block(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect,
+                            int block) {
+    ReplyBuf buf;
+    int len = send_pose_move("kx_movej_p", "movej_p", handle, pose, v, r, trajectory_connect, buf);
+    return accept_blocking("kx_movej_p", "kx_movej_p", handle, len, buf, trajectory_connect, block, kJointType,
+                           WaitShape::PollFirst);
+}
+
+KX_API int kx_movej_p(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect, int block) {
+    return block ? kx_movej_p_block(handle, pose, v, r, trajectory_connect, block)
+                 : kx_movej_p_nblock(handle, pose, v, r, trajectory_connect);
+}
+
+/* ---- movec ---------------------------------------------------------------- */
+
+KX_API int kx_movec_nblock(kx_robot_handle* handle, kx_pose_t pose_via, kx_pose_t pose_to, int v, int r, int loop,
+                           int trajectory_connect) {
+    ReplyBuf buf;
+    int len = send_arc_move(handle, pose_via, pose_to, v, r, loop, trajectory_connect, buf);
+    return accept_nonblocking("kx_movec", len, buf);
+}
+
+KX_API int kx_movec_block(kx_robot_handle* handle, kx_pose_t pose_via, kx_pose_t pose_to, int v, int r, int loop,
+                          int trajectory_connect, int block) {
+    ReplyBuf buf;
+    int len = send_arc_move(handle, pose_via, pose_to, v, r, loop, trajectory_connect, buf);
+    return accept_blocking("kx_movec", "kx_movec", handle, len, buf, trajectory_connect, block, kArcType,
+                           WaitShape::EventFirst);
+}
+
+KX_API int kx_movec(kx_robot_handle* handle, kx_pose_t pose_via, kx_pose_t pose_to, int v, int r, int loop,
+                    int trajectory_connect, int block) {
+    if (trajectory_connect != 0 && trajectory_connect != 1) {
+        kx_log_error("[%s] trajectory_connect check err! \n", "kx_movec");
+        return -6;
+    }
+    return block ? kx_movec_block(handle, pose_via, pose_to, v, r, loop, trajectory_connect, block)
+                 : kx_movec_nblock(handle, pose_via, pose_to, v, r, loop, trajectory_connect);
+}
+
+}  // extern "C"
