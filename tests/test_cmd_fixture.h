@@ -47,6 +47,13 @@ inline void clear_log() {
     g_log.clear();
 }
 
+inline kx_pose_t pose_of(float x, float y, float z, float rx, float ry, float rz) {
+    kx_pose_t p{};
+    p.position = {x, y, z};
+    p.euler = {rx, ry, rz};
+    return p;
+}
+
 /* A UDP port nobody uses right now. */
 inline int free_udp_port() {
     int fd = socket(AF_INET, SOCK_DGRAM, 0);
