@@ -15,7 +15,6 @@ Kin kin_of(const ArmModel& m) {
     for (int i = 0; i < 8; ++i) k.vmax[i] = m.vmax[i];
     // A self-contained model always searches the whole redundancy.
     k.theta_v = ALGO_THETA_V_WIDE;
-    k.strategy = 0;
     return k;
 }
 

@@ -79,12 +79,6 @@ KX_API void libalgo_get_robot_feedback_data(float* q, float* dq, float* tau);
 
 #ifdef __cplusplus
 }
-
-namespace algo {
-struct Kin;
-/* The store's kinematic description, for the solvers. */
-void store_kin(Kin* k);
-}  // namespace algo
 #endif
 
 #endif /* ALGO_LIBALGO_INTERFACE_H */

@@ -7,6 +7,7 @@
 #define ALGO_TOVI_INT_H
 
 #include <cmath>
+#include <utility>
 
 #include "constant_define.h"
 #include "robot_define.h"
@@ -53,16 +54,44 @@ struct Kin {
     double lim_min[8] = {}, lim_max[8] = {};
     double vmax[8] = {};
     double period = 0.002;
-    double theta_v = 0.013;
-    int strategy = 1;
+    double theta_v = 0.013; /* 7-joint redundancy search range, radians */
     bool avoid_singularity = false;
 
     void set_dh(const float* d_, const float* a_, const float* alpha_, const float* offset_);
     void set_limits(const float* jmin, const float* jmax); /* arm joint limits, radians */
 };
 
+/* The process-wide configuration record behind the libalgo_ accessors.
+ * kin is derived from the rest and kept current by every setter. */
+struct Config {
+    DH dh{}, dh_default{};
+    RobotType type = AVEN;
+    SensorType sensor = _P;
+    float jmax[8] = {}, jmin[8] = {}, vmax[8] = {}, amax[8] = {}, direction[8] = {};
+    float link_dynamics[7][10] = {};
+    float install[3] = {};
+    Matrix install_m{};
+    float gravity[3] = {};
+    Coord tool{}, work{};
+    Matrix tool_m{}, work_m{};
+    PayloadCfg payload{};
+    float period = 0, g = 0;
+    float collision[8] = {};
+    int16_t safety = 0;
+    int all_dof = 0, avoid_singularity = 0, dynamics_type = 0;
+    float fb_q[8] = {}, fb_dq[8] = {}, fb_tau[8] = {};
+    int16_t dof = 0;
+    Kin kin;
+
+    void refresh_kin();
+};
+
+Config& store();
+
 /* Flange transform for arm joints q (radians), general modified-DH chain. */
 Frame chain_fk(const Kin& k, const double* q);
+/* Transform of the first n rows. */
+Frame chain_partial(const Kin& k, const double* q, int n);
 /* Frames of every joint (origin and z axis), for Jacobians: T[i] is the
  * frame of joint i after its rotation, T[dof] the flange. */
 void chain_frames(const Kin& k, const double* q, Frame* T);
@@ -76,10 +105,36 @@ int ik_parallel_axes(const Kin& k, const Frame& target, const double* q_ref, dou
 int ik_srs(const Kin& k, const Frame& target, const double* q_ref, double* q_out);
 int ik_offset7(const Kin& k, const Frame& target, const double* q_ref, double* q_out);
 
+/* Solves Rz(t1)·RotX(alpha_a)·Rz(t2)·RotX(alpha_b)·Rz(t3) = M for alphas of
+ * +-90 degrees (sa, sb their sines): the two branches of t2 (sin t2 >= 0
+ * first). At sin t2 = 0 only t1 + -t3 is defined: t1 is taken from ref1.
+ * Fills out[branch][3]. */
+void solve_zxzxz(const double M[3][3], double sa, double sb, double ref1, double out[2][3]);
+
 /* Picks, among n candidate theta vectors, the one whose joints map nearest
  * to the reference (find_nearest_joint per joint, find_min_index overall),
  * writes it as arm joints to q_out. Returns false when none is admissible. */
 bool pick_nearest(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double* q_out);
+
+/* Pose error of T against target: position difference and the rotation
+ * vector (sin(angle)·axis, base frame) taking T's orientation to target's. */
+void pose_error(const Frame& T, const Frame& target, double e[6]);
+double error_norm(const double e[6]); /* max of |position| and |rotation| */
+
+/* Damped least squares from q toward target, in place. fixed >= 0 holds
+ * that joint still. step_bound > 0 scales each step so no joint moves more
+ * than step_bound · vmax[j] per iteration. Joints are kept in the modelling
+ * limits. Returns the final error_norm. */
+struct DlsOptions {
+    int max_iter = 8;
+    int fixed = -1;
+    double step_bound = 0;
+    double tol = 1e-10;
+};
+double dls_refine(const Kin& k, const Frame& target, double* q, const DlsOptions& opt);
+/* Geometric Jacobian (base frame, rows vx vy vz wx wy wz) from the frames
+ * of chain_frames; column `skip` is left zero. */
+void jacobian(const Frame* F, int n, int skip, double J[6][8]);
 
 /* Dispatch on k.type to the solver of that model; -4 when it has none. */
 int solve_ik(const Kin& k, const Frame& target, const double* q_ref, double* q_out);
@@ -87,3 +142,38 @@ int solve_ik(const Kin& k, const Frame& target, const double* q_ref, double* q_o
 }  // namespace algo
 
 #endif /* ALGO_TOVI_INT_H */
+
+namespace algo {
+
+/* Gauss-Jordan inverse with partial pivoting of the n x n matrix at a (rows
+ * `stride` apart); writes out (same stride). False when singular. */
+template <class S>
+bool gauss_jordan_inverse(const S* a, S* out, int n, int stride) {
+    S w[18][36];
+    if (n < 1 || n > 18) return false;
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j) {
+            w[i][j] = a[i * stride + j];
+            w[i][n + j] = (i == j) ? S(1) : S(0);
+        }
+    for (int c = 0; c < n; ++c) {
+        int piv = c;
+        for (int r = c + 1; r < n; ++r)
+            if (std::fabs(w[r][c]) > std::fabs(w[piv][c])) piv = r;
+        if (!(std::fabs(w[piv][c]) > S(0))) return false;
+        if (piv != c)
+            for (int j = 0; j < 2 * n; ++j) std::swap(w[c][j], w[piv][j]);
+        const S inv = S(1) / w[c][c];
+        for (int j = 0; j < 2 * n; ++j) w[c][j] *= inv;
+        for (int r = 0; r < n; ++r) {
+            if (r == c || w[r][c] == S(0)) continue;
+            const S f = w[r][c];
+            for (int j = 0; j < 2 * n; ++j) w[r][j] -= f * w[c][j];
+        }
+    }
+    for (int i = 0; i < n; ++i)
+        for (int j = 0; j < n; ++j) out[i * stride + j] = w[i][n + j];
+    return true;
+}
+
+}  // namespace algo

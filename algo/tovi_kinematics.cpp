@@ -84,11 +84,13 @@ inline void append_link(Frame& T, const Kin& k, int i, double theta) {
 }
 }  // namespace
 
-Frame chain_fk(const Kin& k, const double* q) {
+Frame chain_partial(const Kin& k, const double* q, int n) {
     Frame T = Frame::identity();
-    for (int i = 0; i < k.dof; ++i) append_link(T, k, i, q[i] + k.offset[i]);
+    for (int i = 0; i < n; ++i) append_link(T, k, i, q[i] + k.offset[i]);
     return T;
 }
+
+Frame chain_fk(const Kin& k, const double* q) { return chain_partial(k, q, k.dof); }
 
 void chain_frames(const Kin& k, const double* q, Frame* T) {
     Frame cur = Frame::identity();
@@ -100,3 +102,82 @@ void chain_frames(const Kin& k, const double* q, Frame* T) {
 }
 
 }  // namespace algo
+
+namespace algo {
+namespace {
+
+// Every model's "closed form" is the general modified-DH chain: the DH
+// values come from the controller and may be any table, so nothing may
+// assume a model's zeros.
+Frame flange(const Config& c, const float* q, const DH* dh = nullptr) {
+    double qd[8] = {};
+    if (q)
+        for (int i = 0; i < c.kin.dof && i < 8; ++i) qd[i] = q[i];
+    if (!dh) return chain_fk(c.kin, qd);
+    Kin k = c.kin;
+    float d[8], a[8], alpha[8], offset[8];
+    for (int i = 0; i < 8; ++i) {
+        d[i] = dh->d[i] + dh->err_d[i];
+        a[i] = dh->a[i] + dh->err_a[i];
+        alpha[i] = dh->alpha[i] + dh->err_alpha[i];
+        offset[i] = dh->offset[i] + dh->err_theta[i];
+    }
+    k.set_dh(d, a, alpha, offset);
+    return chain_fk(k, qd);
+}
+
+enum : unsigned { WITH_INSTALL = 1, WITH_TOOL = 2, WITH_WORK = 4 };
+
+Matrix compose(const Config& c, const float* q, unsigned with) {
+    Frame T = flange(c, q);
+    if (with & WITH_TOOL) T = T * frame_from(c.tool_m);
+    if (with & WITH_INSTALL) T = frame_from(c.install_m) * T;
+    if (with & WITH_WORK) T = frame_from(c.work_m) * T;
+    return matrix_from(T);
+}
+
+Matrix dh_chain(const float* q, const DH* dh, int dof) {
+    Kin k;
+    k.dof = dof < 0 ? 0 : (dof > 8 ? 8 : dof);
+    if (dh) k.set_dh(dh->d, dh->a, dh->alpha, dh->offset);
+    double qd[8] = {};
+    if (q)
+        for (int i = 0; i < k.dof; ++i) qd[i] = q[i];
+    return matrix_from(chain_fk(k, qd));
+}
+
+}  // namespace
+}  // namespace algo
+
+using algo::compose;
+using algo::store;
+
+extern "C" {
+
+KX_API Pose forward_kinematics(const float* q) {
+    return transformation_matrix_to_pose(compose(store(), q, algo::WITH_INSTALL | algo::WITH_TOOL | algo::WITH_WORK));
+}
+KX_API Matrix forward_kinematics_for_unity(const float* q) {
+    return compose(store(), q, algo::WITH_INSTALL | algo::WITH_TOOL);
+}
+KX_API Matrix forward_kinematics_e(const float* q) { return compose(store(), q, 0); }
+KX_API Matrix forward_kinematics_rotate_flange(const float* q) { return compose(store(), q, algo::WITH_INSTALL); }
+KX_API Matrix forward_kinematics_rotate(const float* q) {
+    return compose(store(), q, algo::WITH_INSTALL | algo::WITH_TOOL);
+}
+KX_API Matrix forward_kinematics_world_to_flange(const float* q) {
+    return compose(store(), q, algo::WITH_INSTALL | algo::WITH_WORK);
+}
+KX_API Matrix forward_kinematics_pos(const float* q) { return compose(store(), q, algo::WITH_TOOL); }
+KX_API Matrix forward_kinematics_pos_calibration(const float* q) {
+    return algo::matrix_from(algo::flange(store(), q, &store().dh));
+}
+
+KX_API Matrix forward_kinematics_aven(const float* q, const DH* dh, int dof) { return algo::dh_chain(q, dh, dof); }
+KX_API Matrix forward_kinematics_briv(const float* q, const DH* dh, int dof) { return algo::dh_chain(q, dh, dof); }
+KX_API Matrix forward_kinematics_cald_2(const float* q, const DH* dh, int dof) { return algo::dh_chain(q, dh, dof); }
+KX_API Matrix forward_kinematics_cald_3(const float* q, const DH* dh, int dof) { return algo::dh_chain(q, dh, dof); }
+KX_API Matrix forward_kinematics_orla(const float* q, const DH* dh, int dof) { return algo::dh_chain(q, dh, dof); }
+KX_API Matrix forward_kinematics_firu(const float* q, const DH* dh, int dof) { return algo::dh_chain(q, dh, dof); }
+
+}  // extern "C"

@@ -15,6 +15,7 @@
 #include <pthread.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <stdio.h>
 
 #include "kx_define.h"
 #include "kx_structures.h"
@@ -40,6 +41,15 @@ KX_API extern kx_realtime_arm_state_callback_ptr kx_arm_state_callback;
 KX_API extern int min_time;
 KX_API extern int min_index;
 KX_API extern RECV_FRAME recv_data;
+
+/* Drag-teach trajectory saving: one save at a time per process. The receive
+ * side writes point frames to F_SaveDragTeach and keeps these flags. */
+KX_API extern FILE* F_SaveDragTeach;
+KX_API extern int drag_teach_count;
+KX_API extern int drag_teach_total_num;
+KX_API extern int drag_teach_save_start;
+KX_API extern int drag_teach_save_state;
+KX_API extern int drag_teach_save_complete;
 
 /* ---- registry and locks ----------------------------------------------- */
 KX_API kx_handle_t* kx_get_kx_handle_by_robot_handle(kx_robot_handle* handle);

@@ -27,6 +27,12 @@ KX_API char* kx_get_cur_time(void);
 
 #ifdef __cplusplus
 }
+
+namespace kx {
+/* Whether a message of this level would reach the sink: lets callers skip
+ * building expensive arguments (bounded copies of frames) for dropped levels. */
+bool log_enabled(LogLevel level);
+}  // namespace kx
 #endif
 
 #endif /* KX_MIDDLEWARE_LOG_H */

@@ -1,0 +1,359 @@
+// Inverse kinematics of the seven-joint arms (redundancy searches) and the
+// damped least-squares refinement they and the closed forms share.
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "tovi_int.h"
+
+namespace algo {
+
+void pose_error(const Frame& T, const Frame& target, double e[6]) {
+    for (int i = 0; i < 3; ++i) e[i] = target.p[i] - T.p[i];
+    // 0.5 · sum over axes of (current axis x target axis).
+    double w[3] = {0, 0, 0};
+    for (int c = 0; c < 3; ++c) {
+        const double a0 = T.R[0][c], a1 = T.R[1][c], a2 = T.R[2][c];
+        const double b0 = target.R[0][c], b1 = target.R[1][c], b2 = target.R[2][c];
+        w[0] += a1 * b2 - a2 * b1;
+        w[1] += a2 * b0 - a0 * b2;
+        w[2] += a0 * b1 - a1 * b0;
+    }
+    for (int i = 0; i < 3; ++i) e[3 + i] = 0.5 * w[i];
+}
+
+double error_norm(const double e[6]) {
+    return std::max(std::sqrt(e[0] * e[0] + e[1] * e[1] + e[2] * e[2]),
+                    std::sqrt(e[3] * e[3] + e[4] * e[4] + e[5] * e[5]));
+}
+
+namespace {
+
+// Solves (A) x = b for a symmetric positive definite 6x6 A by Cholesky.
+bool cholesky_solve6(double A[6][6], const double b[6], double x[6]) {
+    for (int j = 0; j < 6; ++j) {
+        double s = A[j][j];
+        for (int k = 0; k < j; ++k) s -= A[j][k] * A[j][k];
+        if (!(s > 0)) return false;
+        A[j][j] = std::sqrt(s);
+        for (int i = j + 1; i < 6; ++i) {
+            double t = A[i][j];
+            for (int k = 0; k < j; ++k) t -= A[i][k] * A[j][k];
+            A[i][j] = t / A[j][j];
+        }
+    }
+    double y[6];
+    for (int i = 0; i < 6; ++i) {
+        double t = b[i];
+        for (int k = 0; k < i; ++k) t -= A[i][k] * y[k];
+        y[i] = t / A[i][i];
+    }
+    for (int i = 5; i >= 0; --i) {
+        double t = y[i];
+        for (int k = i + 1; k < 6; ++k) t -= A[k][i] * x[k];
+        x[i] = t / A[i][i];
+    }
+    return true;
+}
+
+}  // namespace
+
+void jacobian(const Frame* F, int n, int skip, double J[6][8]) {
+    // Column j = (z_j x (p - o_j), z_j).
+    for (int j = 0; j < 8; ++j) {
+        for (int r = 0; r < 6; ++r) J[r][j] = 0;
+        if (j >= n || j == skip) continue;
+        const double z[3] = {F[j].R[0][2], F[j].R[1][2], F[j].R[2][2]};
+        const double r[3] = {F[n].p[0] - F[j].p[0], F[n].p[1] - F[j].p[1], F[n].p[2] - F[j].p[2]};
+        J[0][j] = z[1] * r[2] - z[2] * r[1];
+        J[1][j] = z[2] * r[0] - z[0] * r[2];
+        J[2][j] = z[0] * r[1] - z[1] * r[0];
+        J[3][j] = z[0];
+        J[4][j] = z[1];
+        J[5][j] = z[2];
+    }
+}
+
+double dls_refine(const Kin& k, const Frame& target, double* q, const DlsOptions& opt) {
+    Frame F[9];
+    double e[6], err = 0;
+    const int n = k.dof;
+    for (int it = 0;; ++it) {
+        chain_frames(k, q, F);
+        pose_error(F[n], target, e);
+        err = error_norm(e);
+        if (err < opt.tol || it >= opt.max_iter) break;
+        double J[6][8];
+        jacobian(F, n, opt.fixed, J);
+        // dq = J^T (J J^T + lambda^2 I)^-1 e, damping growing with the error.
+        const double lambda2 = 1e-8 + 1e-3 * err * err;
+        double A[6][6], y[6];
+        for (int r = 0; r < 6; ++r)
+            for (int c = 0; c <= r; ++c) {
+                double s = 0;
+                for (int j = 0; j < n; ++j) s += J[r][j] * J[c][j];
+                A[r][c] = A[c][r] = s + (r == c ? lambda2 : 0);
+            }
+        if (!cholesky_solve6(A, e, y)) break;
+        double dq[8] = {}, scale = 1;
+        for (int j = 0; j < n; ++j) {
+            for (int r = 0; r < 6; ++r) dq[j] += J[r][j] * y[r];
+            if (opt.step_bound > 0) {
+                const double bound = opt.step_bound * k.vmax[j];
+                if (std::fabs(dq[j]) * scale > bound) scale = bound / std::fabs(dq[j]);
+            }
+        }
+        for (int j = 0; j < n; ++j)
+            q[j] = std::clamp(q[j] + scale * dq[j], k.lim_min[j] - k.offset[j], k.lim_max[j] - k.offset[j]);
+    }
+    return err;
+}
+
+namespace {
+
+using Vec3 = std::array<double, 3>;
+
+Vec3 sub(const Vec3& a, const Vec3& b) { return {a[0] - b[0], a[1] - b[1], a[2] - b[2]}; }
+Vec3 add_scaled(const Vec3& a, double s, const Vec3& b) { return {a[0] + s * b[0], a[1] + s * b[1], a[2] + s * b[2]}; }
+double dot(const Vec3& a, const Vec3& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
+Vec3 cross(const Vec3& a, const Vec3& b) {
+    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+}
+Vec3 unit(const Vec3& a) {
+    const double n = std::sqrt(dot(a, a));
+    return n > 0 ? Vec3{a[0] / n, a[1] / n, a[2] / n} : Vec3{0, 0, 0};
+}
+Vec3 column(const double R[3][3], int c) { return {R[0][c], R[1][c], R[2][c]}; }
+
+constexpr double ACCEPT = 1e-6;
+
+// The S-R-S arm for one target: shoulder S, wrist W, the circle the elbow
+// runs on (centre C, radius rho, in-plane axes v, w about the S-W line).
+struct SrsTarget {
+    Vec3 S, W, u, v, w;
+    double L1, L2, cos_beta, sin_beta, c4;
+};
+
+bool srs_setup(const Kin& k, const Frame& target, SrsTarget& g) {
+    g.S = {0, 0, k.d[0]};
+    g.L1 = k.d[2];
+    g.L2 = k.d[4];
+    const Vec3 z7 = column(target.R, 2);
+    g.W = add_scaled({target.p[0], target.p[1], target.p[2]}, -k.d[6], z7);
+    const Vec3 sw = sub(g.W, g.S);
+    const double L = std::sqrt(dot(sw, sw));
+    if (!(L > 0) || L > g.L1 + g.L2 + 1e-9 || L < std::fabs(g.L1 - g.L2) - 1e-9) return false;
+    g.u = unit(sw);
+    // The arm angle is measured from the plane through S-W and the base's
+    // vertical (or x, when S-W is vertical).
+    Vec3 ref = std::fabs(g.u[2]) < 0.99 ? Vec3{0, 0, 1} : Vec3{1, 0, 0};
+    g.v = unit(add_scaled(ref, -dot(ref, g.u), g.u));
+    g.w = cross(g.u, g.v);
+    g.cos_beta = std::clamp((g.L1 * g.L1 + L * L - g.L2 * g.L2) / (2 * g.L1 * L), -1.0, 1.0);
+    g.sin_beta = std::sqrt(1 - g.cos_beta * g.cos_beta);
+    // |S-W|^2 = L1^2 + L2^2 + 2 L1 L2 (z3 . z5) and z3 . z5 = -s3 s4 cos(theta4).
+    g.c4 = std::clamp(-k.sa[3] * k.sa[4] * (L * L - g.L1 * g.L1 - g.L2 * g.L2) / (2 * g.L1 * g.L2), -1.0, 1.0);
+    return true;
+}
+
+double arm_angle_of(const SrsTarget& g, const Vec3& elbow) {
+    const Vec3 e = sub(elbow, g.S);
+    const Vec3 perp = add_scaled(e, -dot(e, g.u), g.u);
+    return std::atan2(dot(perp, g.w), dot(perp, g.v));
+}
+
+// The eight candidates (elbow, shoulder, wrist branches) at arm angle psi.
+int srs_candidates(const Kin& k, const Frame& target, const SrsTarget& g, double psi, const double* ref_theta,
+                   double cand[8][8]) {
+    const Vec3 dir = add_scaled(add_scaled(Vec3{0, 0, 0}, g.cos_beta, g.u), g.sin_beta,
+                                add_scaled(add_scaled(Vec3{0, 0, 0}, std::cos(psi), g.v), std::sin(psi), g.w));
+    const Vec3 z3 = unit(dir);
+    const Vec3 E = add_scaled(g.S, g.L1, z3);
+    const Vec3 f = sub(g.W, E);
+    const Vec3 fperp = add_scaled(f, -dot(f, z3), z3);
+    const double s4abs = std::sqrt(std::max(0.0, 1 - g.c4 * g.c4));
+    if (s4abs < 1e-9) return 0;  // stretched arm: no elbow plane
+    int n = 0;
+    for (int el = 0; el < 2; ++el) {
+        const double st4 = el == 0 ? s4abs : -s4abs;
+        const double t4 = std::atan2(st4, g.c4);
+        const Vec3 x3 = unit(add_scaled(Vec3{0, 0, 0}, k.sa[4] * st4, fperp));
+        const Vec3 y3 = cross(z3, x3);
+        const double R3[3][3] = {{x3[0], y3[0], z3[0]}, {x3[1], y3[1], z3[1]}, {x3[2], y3[2], z3[2]}};
+        double sh[2][3];
+        solve_zxzxz(R3, k.sa[1], k.sa[2], ref_theta[0], sh);
+        // R4 = R3·RotX(a3)·Rz(t4); M = RotX(a4)^T·R4^T·R_target.
+        const double c = std::cos(t4), s = std::sin(t4), s3 = k.sa[3], s4 = k.sa[4];
+        double R4[3][3];
+        for (int i = 0; i < 3; ++i) {
+            // RotX(a3)·Rz(t4) columns: (c, s3 s... ) written out for cos(a3) = 0.
+            R4[i][0] = R3[i][0] * c + R3[i][2] * s3 * s;
+            R4[i][1] = -R3[i][0] * s + R3[i][2] * s3 * c;
+            R4[i][2] = -R3[i][1] * s3;
+        }
+        double A[3][3], M[3][3];
+        for (int i = 0; i < 3; ++i)
+            for (int j = 0; j < 3; ++j)
+                A[i][j] = R4[0][i] * target.R[0][j] + R4[1][i] * target.R[1][j] + R4[2][i] * target.R[2][j];
+        for (int j = 0; j < 3; ++j) {
+            M[0][j] = A[0][j];
+            M[1][j] = s4 * A[2][j];
+            M[2][j] = -s4 * A[1][j];
+        }
+        double wr[2][3];
+        solve_zxzxz(M, k.sa[5], k.sa[6], ref_theta[4], wr);
+        for (int a = 0; a < 2; ++a)
+            for (int b = 0; b < 2; ++b, ++n) {
+                const double th[7] = {sh[a][0], sh[a][1], sh[a][2], t4, wr[b][0], wr[b][1], wr[b][2]};
+                std::copy(th, th + 7, cand[n]);
+            }
+    }
+    return n;
+}
+
+bool polish(const Kin& k, const Frame& target, double* q) {
+    DlsOptions opt;
+    opt.max_iter = 4;
+    opt.step_bound = k.period;
+    return dls_refine(k, target, q, opt) < ACCEPT;
+}
+
+}  // namespace
+
+namespace {
+
+struct Mat3 {
+    double m[3][3];
+    Vec3 operator*(const Vec3& v) const {
+        return {m[0][0] * v[0] + m[0][1] * v[1] + m[0][2] * v[2], m[1][0] * v[0] + m[1][1] * v[1] + m[1][2] * v[2],
+                m[2][0] * v[0] + m[2][1] * v[1] + m[2][2] * v[2]};
+    }
+    Mat3 operator*(const Mat3& b) const {
+        Mat3 c{};
+        for (int i = 0; i < 3; ++i)
+            for (int j = 0; j < 3; ++j) c.m[i][j] = m[i][0] * b.m[0][j] + m[i][1] * b.m[1][j] + m[i][2] * b.m[2][j];
+        return c;
+    }
+    Mat3 t() const {
+        Mat3 c{};
+        for (int i = 0; i < 3; ++i)
+            for (int j = 0; j < 3; ++j) c.m[i][j] = m[j][i];
+        return c;
+    }
+};
+Mat3 rz(double t) { return Mat3{{{std::cos(t), -std::sin(t), 0}, {std::sin(t), std::cos(t), 0}, {0, 0, 1}}}; }
+Mat3 rx(double s) { return Mat3{{{1, 0, 0}, {0, 0, -s}, {0, s, 0}}}; }  // alpha = +-90, s its sine
+
+// The eight candidates of the offset arm for a given theta7: frame 6 is
+// then known, and with it the wrist point W = origin 5 = origin 6. |W - S|
+// fixes theta4 (two), the direction of W seen from frame 6 fixes theta6
+// (two) and theta5, and what is left is the spherical shoulder (two).
+// Assumes a0..a2 = 0, d2 = 0, alpha0 = 0, alpha1..alpha5 = +-90, a5 = 0,
+// d6 = 0 (any last row).
+int offset7_candidates(const Kin& k, const Frame& target, double t7, const double* ref_theta, double cand[8][8]) {
+    // A7 = RotX(alpha6)·TransX(a6)·Rz(t7)·TransZ(d7); frame 6 = target · A7^-1.
+    Frame A7 = Frame::identity();
+    {
+        const double c = std::cos(t7), s = std::sin(t7), ca = k.ca[6], sa = k.sa[6];
+        const double R[3][3] = {{c, -s, 0}, {ca * s, ca * c, -sa}, {sa * s, sa * c, ca}};
+        std::copy(&R[0][0], &R[0][0] + 9, &A7.R[0][0]);
+        A7.p[0] = k.a[6];
+        A7.p[1] = -sa * k.d[6];
+        A7.p[2] = ca * k.d[6];
+    }
+    const Frame F6 = target * inverse(A7);
+    Mat3 R6;
+    std::copy(&F6.R[0][0], &F6.R[0][0] + 9, &R6.m[0][0]);
+    const Vec3 SW = {F6.p[0], F6.p[1], F6.p[2] - k.d[0]};
+    const double s3 = k.sa[3], s4 = k.sa[4], s5 = k.sa[5];
+    const double a3 = k.a[3], a4 = k.a[4], d3 = k.d[2], d5 = k.d[4];
+    // W - S = R3·b(t4), b = (a3 + X, 0, d3 + s3 Y), X = a4 c + s4 d5 s,
+    // Y = a4 s - s4 d5 c: |b|^2 = K + P cos t4 + Q sin t4.
+    const double K = a3 * a3 + d3 * d3 + a4 * a4 + d5 * d5;
+    const double P = 2 * a3 * a4 - 2 * d3 * s3 * s4 * d5, Q = 2 * a3 * s4 * d5 + 2 * d3 * s3 * a4;
+    const double rho = std::hypot(P, Q);
+    if (!(rho > 0)) return 0;
+    const double c = (dot(SW, SW) - K) / rho;
+    if (c > 1 + 1e-9 || c < -1 - 1e-9) return 0;
+    const double phi = std::atan2(Q, P), ac = std::acos(std::clamp(c, -1.0, 1.0));
+    const Vec3 dv = R6.t() * SW;
+    const double r = std::hypot(dv[0], dv[1]), gamma = std::atan2(dv[1], dv[0]);
+    int n = 0;
+    for (int el = 0; el < 2; ++el) {
+        const double t4 = phi + (el == 0 ? ac : -ac);
+        const double ct = std::cos(t4), st = std::sin(t4);
+        const double X = a4 * ct + s4 * d5 * st, Y = a4 * st - s4 * d5 * ct;
+        const Vec3 b = {a3 + X, 0, d3 + s3 * Y};
+        const Mat3 R34 = rx(s3) * rz(t4);
+        const Vec3 cp = rx(s4).t() * (R34.t() * b);
+        // RotX(a4)^T c = Rz(t5)·RotX(a5)·Rz(t6)·d: the z row gives
+        // r sin(t6 + gamma) = s5 c'_z.
+        const double v = r > 1e-12 ? s5 * cp[2] / r : NAN;
+        if (!(v >= -1 - 1e-9 && v <= 1 + 1e-9)) continue;
+        const double as = std::asin(std::clamp(v, -1.0, 1.0));
+        for (int wr = 0; wr < 2; ++wr) {
+            const double t6 = (wr == 0 ? as : ALGO_PI - as) - gamma;
+            const Vec3 e = rz(t6) * dv;
+            const Vec3 g = {e[0], -s5 * e[2], s5 * e[1]};
+            const double t5 = std::atan2(cp[1], cp[0]) - std::atan2(g[1], g[0]);
+            const Mat3 R46 = rx(s4) * rz(t5) * rx(s5) * rz(t6);
+            const Mat3 R3 = R6 * R46.t() * R34.t();
+            double sh[2][3];
+            solve_zxzxz(R3.m, k.sa[1], k.sa[2], ref_theta[0], sh);
+            for (int a = 0; a < 2; ++a, ++n) {
+                const double th[7] = {sh[a][0], sh[a][1], sh[a][2], t4, t5, t6, t7};
+                std::copy(th, th + 7, cand[n]);
+            }
+        }
+    }
+    return n;
+}
+
+// Tries redundancy values outward from the reference's, step apart, within
+// +-range: the first that yields an admissible, polished solution wins.
+template <class Candidates>
+int redundancy_search(const Kin& k, const Frame& target, const double* q_ref, double* q_out, double start,
+                      double step, Candidates candidates) {
+    double ref_theta[8];
+    for (int j = 0; j < 7; ++j) ref_theta[j] = q_ref[j] + k.offset[j];
+    const double range = std::max(0.0, k.theta_v);
+    step = std::min(range, step);
+    const int steps = step > 0 ? static_cast<int>(range / step) : 0;
+    for (int i = 0; i <= 2 * steps; ++i) {
+        const double value = start + ((i + 1) / 2) * step * (i % 2 ? 1 : -1);
+        double cand[8][8], q[8] = {};
+        const int n = candidates(value, ref_theta, cand);
+        if (n == 0 || !pick_nearest(k, cand, n, q_ref, q)) continue;
+        if (!polish(k, target, q)) continue;
+        std::copy(q, q + 7, q_out);
+        return 0;
+    }
+    return -2;
+}
+
+}  // namespace
+
+// S-R-S seven-joint arm: all a = 0, d2 = d4 = d6 = 0, alpha0 = 0, the other
+// alphas +-90. The arm angle psi (elbow on its circle about the
+// shoulder-wrist line) parametrises the redundancy; it is searched outward
+// from the reference's own arm angle, within +-theta_v.
+int ik_srs(const Kin& k, const Frame& target, const double* q_ref, double* q_out) {
+    SrsTarget g;
+    if (!srs_setup(k, target, g)) return -1;
+    const Frame E = chain_partial(k, q_ref, 3);
+    return redundancy_search(k, target, q_ref, q_out, arm_angle_of(g, {E.p[0], E.p[1], E.p[2]}), 0.05,
+                             [&](double psi, const double* ref_theta, double cand[8][8]) {
+                                 return srs_candidates(k, target, g, psi, ref_theta, cand);
+                             });
+}
+
+// Seven-joint arm with link offsets: theta7 parametrises the redundancy and
+// is searched outward from the reference's within +-theta_v.
+int ik_offset7(const Kin& k, const Frame& target, const double* q_ref, double* q_out) {
+    return redundancy_search(k, target, q_ref, q_out, q_ref[6] + k.offset[6], 0.05,
+                             [&](double t7, const double* ref_theta, double cand[8][8]) {
+                                 return offset7_candidates(k, target, t7, ref_theta, cand);
+                             });
+}
+
+}  // namespace algo

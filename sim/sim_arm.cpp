@@ -1,0 +1,524 @@
+#include "sim_arm.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "sim_json.h"
+
+namespace kxsim {
+
+namespace {
+constexpr double kDeg = 180.0 / M_PI;
+constexpr double kInf = std::numeric_limits<double>::infinity();
+/* A Cartesian path whose IK jumps this far between samples changes branch. */
+constexpr double kMaxSampleJump = 30.0;
+
+const ToolFrame kDefaultTool{"Arm_Tip", {}, 0, {}, {}};
+const WorkFrame kDefaultWork{"World", {}};
+
+Joints eval_path(const std::vector<Joints>& path, double s) {
+    const double x = std::clamp(s, 0.0, 1.0) * static_cast<double>(path.size() - 1);
+    const size_t i = std::min(static_cast<size_t>(x), path.size() - 2);
+    const double f = x - static_cast<double>(i);
+    Joints j{};
+    for (int k = 0; k < kMaxJoints; ++k) j[k] = path[i][k] + f * (path[i + 1][k] - path[i][k]);
+    return j;
+}
+
+/* Trapezoidal profile in s: position and velocity at time t. */
+double profile(const Segment& seg, double t, double& vel) {
+    vel = 0;
+    if (seg.duration <= 0 || t >= seg.duration) return 1.0;
+    if (t <= 0) return 0.0;
+    const double as = seg.as, T = seg.duration;
+    const double ta = (seg.vs * seg.vs / as >= 1.0) ? T / 2 : seg.vs / as;
+    if (t < ta) {
+        vel = as * t;
+        return 0.5 * as * t * t;
+    }
+    if (t > T - ta) {
+        const double r = T - t;
+        vel = as * r;
+        return 1.0 - 0.5 * as * r * r;
+    }
+    vel = as * ta;
+    return 0.5 * as * ta * ta + vel * (t - ta);
+}
+}  // namespace
+
+const char* const kCustomKeys[kCustomCount] = {"joint_speed", "lift_state",         "expand_state",
+                                               "arm_current_status", "aloha_state", "hand"};
+
+Mat4 wire_to_mat(const int w[6]) {
+    const double v[6] = {w[0] / 1e6, w[1] / 1e6, w[2] / 1e6, w[3] / 1e3, w[4] / 1e3, w[5] / 1e3};
+    return from_pose6(v);
+}
+
+void mat_to_wire(const Mat4& m, int w[6]) {
+    double v[6];
+    to_pose6(m, v);
+    for (int i = 0; i < 6; ++i) w[i] = to_wire(v[i], i < 3 ? 1e6 : 1e3);
+}
+
+std::string trajectory_event(bool reached, int trajectory_connect) {
+    cJSON* o = cJSON_CreateObject();
+    add_str(o, "command", "current_trajectory_state");
+    add_bool(o, "trajectory_state", reached);
+    add_int(o, "device", 0);
+    add_int(o, "trajectory_connect", trajectory_connect);
+    return print_and_delete(o);
+}
+
+Mat4 teach_delta(const Mat4& pose, Teach::Kind kind, int axis, double amount, bool tool_frame) {
+    Mat4 delta = identity();
+    if (kind == Teach::kPos) {
+        delta[axis][3] = amount;
+    } else {
+        double ax[3] = {0, 0, 0};
+        ax[axis] = 1.0;
+        delta = rotation(ax, amount);
+    }
+    if (tool_frame) return mul(pose, delta);
+    Mat4 r = mul(delta, pose);
+    for (int i = 0; i < 3; ++i) r[i][3] = pose[i][3] + delta[i][3];  // rotate in place
+    return r;
+}
+
+/* ---------------------------------------------------------------- model -- */
+
+void ArmState::set_product(const std::string& product_version) {
+    static const struct {
+        const char* name;
+        int type;
+    } kModels[] = {{"AVEN", 0}, {"BRIV", 1}, {"CALD", 3}, {"DUMO", 5}, {"ESKA", 6}, {"FIRU", 7}, {"GOLT", 8}};
+    product = product_version;
+    int type = -1;
+    for (const auto& m : kModels)
+        if (product_version.find(m.name) != std::string::npos) {
+            type = m.type;
+            break;
+        }
+    if (type < 0) return;
+    int ed = 0;
+    if (product_version.find("-P") != std::string::npos) ed = 0;
+    else if (product_version.find("-QA") != std::string::npos) ed = 1;
+    else if (product_version.find("-QS") != std::string::npos) ed = 2;
+    algo::ArmModel m{};
+    // Editions a model does not offer fall back to its plain geometry.
+    if (!algo::default_model(type, ed, &m) && !algo::default_model(type, 0, &m)) return;
+    edition = ed;
+    factory = m;
+    reset();
+}
+
+void ArmState::reset() {
+    model = factory;
+    dof = std::clamp(factory.dof, 6, 7);
+    for (int i = 0; i < kMaxJoints; ++i) {
+        const bool used = i < dof;
+        const double vmax = factory.vmax[i] > 0 ? factory.vmax[i] * kDeg : 180.0;
+        const double amax = factory.amax[i] > 0 ? factory.amax[i] * kDeg : 600.0;
+        min_pos[i] = used ? static_cast<int>(std::lround(factory.jmin[i] * kDeg * 1000)) : 0;
+        max_pos[i] = used ? static_cast<int>(std::lround(factory.jmax[i] * kDeg * 1000)) : 0;
+        if (used && min_pos[i] >= max_pos[i]) min_pos[i] = -170000, max_pos[i] = 170000;
+        max_speed[i] = used ? static_cast<int>(std::lround(vmax / 6 * 1000)) : 0;
+        max_acc[i] = used ? static_cast<int>(std::lround(amax / 6 * 1000)) : 0;
+        drive_min_pos[i] = min_pos[i];
+        drive_max_pos[i] = max_pos[i];
+        drive_max_speed[i] = max_speed[i];
+        drive_max_acc[i] = max_acc[i];
+        en_state[i] = used ? 1 : 0;
+        err_flag[i] = brake_state[i] = init_pose[i] = 0;
+        q[i] = used ? std::clamp(0.0, min_pos[i] / 1000.0, max_pos[i] / 1000.0) : 0.0;
+        qd[i] = 0;
+    }
+    sync_model_limits();
+    reset_dh();
+    tools = {kDefaultTool};
+    works = {kDefaultWork};
+    tool_current = kDefaultTool.name;
+    work_current = kDefaultWork.name;
+    tool_points.clear();
+    work_points.clear();
+    queue.clear();
+    teach = Teach{};
+    paused = slow_stopping = false;
+}
+
+void ArmState::reset_dh() {
+    // Factory values are rounded: they are what the model means, not a float's last bit.
+    for (int i = 0; i < kMaxJoints; ++i)
+        dh[i] = {static_cast<int>(std::lround(factory.alpha[i] * kDeg * 1e3)),
+                 static_cast<int>(std::lround(factory.a[i] * 1e6)), static_cast<int>(std::lround(factory.d[i] * 1e6)),
+                 static_cast<int>(std::lround(factory.offset[i] * kDeg * 1e3))};
+    apply_dh();
+}
+
+void ArmState::apply_dh() {
+    for (int i = 0; i < kMaxJoints; ++i) {
+        model.alpha[i] = static_cast<float>(dh[i][0] / 1e3 / kDeg);
+        model.a[i] = static_cast<float>(dh[i][1] / 1e6);
+        model.d[i] = static_cast<float>(dh[i][2] / 1e6);
+        model.offset[i] = static_cast<float>(dh[i][3] / 1e3 / kDeg);
+    }
+}
+
+void ArmState::sync_model_limits() {
+    for (int i = 0; i < dof; ++i) {
+        model.jmin[i] = static_cast<float>(min_pos[i] / 1000.0 / kDeg);
+        model.jmax[i] = static_cast<float>(max_pos[i] / 1000.0 / kDeg);
+    }
+}
+
+/* ----------------------------------------------------------- kinematics -- */
+
+Mat4 ArmState::flange(const Joints& j) const {
+    float qr[8] = {}, T[4][4];
+    for (int i = 0; i < dof; ++i) qr[i] = static_cast<float>(j[i] / kDeg);
+    algo::arm_fk(model, qr, T);
+    Mat4 m;
+    for (int r = 0; r < 4; ++r)
+        for (int c = 0; c < 4; ++c) m[r][c] = T[r][c];
+    return m;
+}
+
+const ToolFrame* ArmState::current_tool() const {
+    for (const auto& t : tools)
+        if (t.name == tool_current) return &t;
+    return &kDefaultTool;
+}
+
+const WorkFrame* ArmState::current_work() const {
+    for (const auto& w : works)
+        if (w.name == work_current) return &w;
+    return &kDefaultWork;
+}
+
+ToolFrame* ArmState::find_tool(const std::string& name) {
+    for (auto& t : tools)
+        if (t.name == name) return &t;
+    return nullptr;
+}
+
+WorkFrame* ArmState::find_work(const std::string& name) {
+    for (auto& w : works)
+        if (w.name == name) return &w;
+    return nullptr;
+}
+
+Mat4 ArmState::tool_in_base() const { return wire_to_mat(current_tool()->pose); }
+Mat4 ArmState::work_in_base() const { return wire_to_mat(current_work()->pose); }
+
+Mat4 ArmState::tool_pose(const Joints& j) const {
+    return mul(inverse(work_in_base()), mul(flange(j), tool_in_base()));
+}
+
+bool ArmState::solve(const Mat4& tool_target, const Joints& ref, Joints& out) const {
+    const Mat4 F = mul(work_in_base(), mul(tool_target, inverse(tool_in_base())));
+    float T[4][4], qref[8] = {}, qo[8] = {};
+    for (int r = 0; r < 4; ++r)
+        for (int c = 0; c < 4; ++c) T[r][c] = static_cast<float>(F[r][c]);
+    for (int i = 0; i < dof; ++i) qref[i] = static_cast<float>(ref[i] / kDeg);
+    if (algo::arm_ik(model, qref, T, qo) != 0) return false;
+    out = Joints{};
+    for (int i = 0; i < dof; ++i) out[i] = qo[i] * kDeg;
+    if (!within_limits(out)) return false;
+    // Trust but verify: a solution that misses the target is no solution.
+    const Mat4 got = flange(out);
+    return distance(got, F) < 1e-3 && angle_between(got, F) < 1e-2;
+}
+
+bool ArmState::within_limits(const Joints& j) const {
+    for (int i = 0; i < dof; ++i)
+        if (!(j[i] >= min_pos[i] / 1000.0 - 1e-3 && j[i] <= max_pos[i] / 1000.0 + 1e-3)) return false;
+    return true;
+}
+
+WireJoints ArmState::wire_joints(const Joints& j) const {
+    WireJoints w{};
+    for (int i = 0; i < dof; ++i) w[i] = to_wire(j[i], 1000);
+    return w;
+}
+
+WireJoints ArmState::telemetry(Telemetry kind) const {
+    WireJoints w{};
+    for (int i = 0; i < dof; ++i) {
+        switch (kind) {
+        case kTemperature: w[i] = 35000 + 500 * i; break;
+        case kCurrent: w[i] = to_wire(0.3 + std::fabs(qd[i]) * 0.01, 1000); break;
+        case kVoltage: w[i] = power ? 48000 : 0; break;
+        }
+    }
+    return w;
+}
+
+std::vector<int> ArmState::error_list() const { return errors.empty() ? std::vector<int>{0} : errors; }
+
+/* --------------------------------------------------------------- motion -- */
+
+bool ArmState::can_move() const {
+    if (power != 1) return false;
+    for (int i = 0; i < dof; ++i)
+        if (en_state[i] != 1) return false;
+    return true;
+}
+
+const Segment* ArmState::running() const {
+    // A joined chain (trajectory_connect 1) waits for the move that closes it.
+    for (const auto& s : queue)
+        if (s.tc == 0) return &queue.front();
+    return nullptr;
+}
+
+Joints ArmState::plan_start() const { return queue.empty() ? q : queue.back().path.back(); }
+
+bool ArmState::plan_joint(const Joints& target, int v, Segment& seg) const {
+    if (!within_limits(target)) return false;
+    seg.path = {plan_start(), target};
+    const WireJoints w = wire_joints(target);
+    seg.target.assign(w.begin(), w.begin() + dof);
+    return finish_plan(seg, v, 0, 0);
+}
+
+bool ArmState::plan_path(const std::function<Mat4(double)>& path, double length, double angle, int v,
+                         Segment& seg) const {
+    const int n = std::clamp(static_cast<int>(std::ceil(length / 0.005 + angle / 0.05)), 4, 200);
+    Joints ref = plan_start(), out{};
+    seg.path = {ref};
+    for (int k = 1; k <= n; ++k) {
+        if (!solve(path(static_cast<double>(k) / n), ref, out)) return false;
+        for (int i = 0; i < dof; ++i)
+            if (std::fabs(out[i] - ref[i]) > kMaxSampleJump) return false;
+        seg.path.push_back(out);
+        ref = out;
+    }
+    int w[6];
+    mat_to_wire(path(1.0), w);
+    seg.target.assign(w, w + 6);
+    return finish_plan(seg, v, length, angle);
+}
+
+bool ArmState::finish_plan(Segment& seg, int v, double length, double angle) const {
+    if (v < 1 || v > 100 || !can_move()) return false;
+    const double f = v / 100.0;
+    double vs = kInf, as = kInf;
+    for (int i = 0; i < dof; ++i) {
+        double d = 0;
+        for (size_t k = 1; k < seg.path.size(); ++k) d += std::fabs(seg.path[k][i] - seg.path[k - 1][i]);
+        if (d < 1e-9) continue;
+        vs = std::min(vs, max_speed[i] * 6e-3 * f / d);
+        as = std::min(as, max_acc[i] * 6e-3 / d);
+    }
+    if (length > 1e-9) {
+        vs = std::min(vs, line_speed * 1e-3 * f / length);
+        as = std::min(as, line_acc * 1e-3 / length);
+    }
+    if (angle > 1e-9) {
+        vs = std::min(vs, angular_speed * 1e-3 * f / angle);
+        as = std::min(as, angular_acc * 1e-3 / angle);
+    }
+    if (vs == kInf || as == kInf || vs <= 0 || as <= 0) {
+        seg.vs = seg.as = 1;
+        seg.duration = 0;
+        return true;
+    }
+    seg.vs = vs;
+    seg.as = as;
+    seg.duration = (vs * vs / as >= 1.0) ? 2 * std::sqrt(1.0 / as) : vs / as + 1.0 / vs;
+    return true;
+}
+
+void ArmState::enqueue(Segment seg, double now, Events& out) {
+    advance(now, out);
+    teach = Teach{};
+    queue.push_back(std::move(seg));
+}
+
+void ArmState::end_segment(bool reached, Events& out) {
+    const int tc = queue.front().tc;
+    const bool braked = queue.front().braking;
+    queue.pop_front();
+    if (braked) {
+        queue.clear();
+        slow_stopping = false;
+    }
+    last_end_sim = last_t;
+    out.push_back({trajectory_event(reached, tc), true});
+}
+
+void ArmState::advance(double now, Events& out) {
+    const double dt = now - last_t;
+    if (dt <= 0) return;
+    last_t = now;
+    const Joints before = q;
+    if (!paused) {
+        if (teach.kind != Teach::kNone) step_teach(dt);
+        double left = dt;
+        while (left > 0) {
+            if (!running()) break;
+            Segment& seg = queue.front();
+            seg.t += left;
+            left = 0;
+            double s = 1, vel = 0;
+            bool done = false;
+            if (seg.braking) {
+                const double tb = seg.t - seg.brake_t, tstop = seg.brake_v / seg.as;
+                const double tt = std::min(tb, tstop);
+                s = std::min(1.0, seg.brake_s + seg.brake_v * tt - 0.5 * seg.as * tt * tt);
+                done = tb >= tstop;
+            } else {
+                s = profile(seg, seg.t, vel);
+                done = seg.t >= seg.duration;
+                if (done) left = seg.t - seg.duration;
+            }
+            q = eval_path(seg.path, s);
+            if (done) end_segment(!seg.braking && s >= 1.0, out);
+        }
+    }
+    for (int i = 0; i < dof; ++i) {
+        odom[i] += std::fabs(q[i] - before[i]);
+        qd[i] = (q[i] - before[i]) / dt;
+    }
+}
+
+void ArmState::step_teach(double dt) {
+    if (teach.kind == Teach::kJoint) {
+        const int i = teach.axis;
+        const double lo = min_pos[i] / 1000.0, hi = max_pos[i] / 1000.0;
+        const double nq = q[i] + teach.rate * dt;
+        q[i] = std::clamp(nq, lo, hi);
+        if (nq != q[i]) teach = Teach{};  // ran into the limit
+        return;
+    }
+    const Mat4 next = teach_delta(teach.pose, teach.kind, teach.axis, teach.rate * dt, teach_frame == 1);
+    Joints out{};
+    if (!solve(next, q, out)) {
+        teach = Teach{};  // left the workspace: hold where we are
+        return;
+    }
+    q = out;
+    teach.pose = next;
+}
+
+void ArmState::stop(bool slow, double now, Events& out) {
+    advance(now, out);
+    teach = Teach{};
+    if (!running()) {
+        queue.clear();
+        paused = false;
+        return;
+    }
+    Segment& seg = queue.front();
+    if (slow && seg.braking) return;  // already braking
+    if (slow && !paused) {
+        queue.resize(1);
+        double vel = 0;
+        seg.brake_s = profile(seg, seg.t, vel);
+        seg.brake_v = vel;
+        seg.brake_t = seg.t;
+        seg.braking = true;
+        slow_stopping = true;
+        return;
+    }
+    end_segment(false, out);
+    queue.clear();
+    slow_stopping = false;
+    paused = false;
+}
+
+void ArmState::drop_current(Events& out) {
+    if (running()) end_segment(false, out);
+}
+
+void ArmState::stream_to(const Joints& target, const char* st, double now) {
+    const double dt = now - last_t;
+    for (int i = 0; i < dof; ++i) {
+        odom[i] += std::fabs(target[i] - q[i]);
+        qd[i] = dt > 0 ? (target[i] - q[i]) / dt : 0;
+    }
+    q = target;
+    stream_until = now + 0.1;
+    stream_status = st;
+}
+
+const char* ArmState::status() const {
+    if (const Segment* s = running()) {
+        if (paused) return "pause";
+        return s->braking ? "slow_stop" : s->status;
+    }
+    if (teach.kind == Teach::kJoint) return "move_J";
+    if (teach.kind != Teach::kNone) return "move_L";
+    if (last_t < stream_until) return stream_status;
+    return "idle";
+}
+
+/* ------------------------------------------------------------- commands -- */
+
+cJSON* Ctx::answer(const char* name) {
+    if (!reply) {
+        reply = cJSON_CreateObject();
+        add_str(reply, "command", name ? name : cmd);
+    }
+    return reply;
+}
+
+void Ctx::verdict(const char* key, bool ok, const char* name) { add_bool(answer(name), key, ok); }
+
+namespace {
+/* Filled while the command table is built, read-only afterwards. */
+std::unordered_map<std::string, const IntSetting*>& settings_by_command() {
+    static std::unordered_map<std::string, const IntSetting*> m;
+    return m;
+}
+
+void set_int_setting(Ctx& c) {
+    const IntSetting& s = *settings_by_command().at(c.cmd);
+    int v = 0;
+    const bool ok = get_int(c.req, s.field, v) && v >= s.lo && v <= s.hi;
+    if (ok) c.arm.*s.member = v;
+    c.verdict(s.set_key, ok, s.set_reply);
+}
+
+void get_int_setting(Ctx& c) {
+    const IntSetting& s = *settings_by_command().at(c.cmd);
+    add_int(c.answer(s.get_reply), s.get_key, c.arm.*s.member);
+}
+}  // namespace
+
+void add_int_settings(CommandTable& t, const IntSetting* rows, size_t n) {
+    for (size_t i = 0; i < n; ++i) {
+        if (rows[i].set_cmd) {
+            settings_by_command()[rows[i].set_cmd] = &rows[i];
+            t[rows[i].set_cmd] = set_int_setting;
+        }
+        if (rows[i].get_cmd) {
+            settings_by_command()[rows[i].get_cmd] = &rows[i];
+            t[rows[i].get_cmd] = get_int_setting;
+        }
+    }
+}
+
+std::string handle_request(ArmState& arm, const cJSON* req, double now, Events& events) {
+    static const CommandTable table = [] {
+        CommandTable t;
+        add_motion_commands(t);
+        add_limit_commands(t);
+        add_frame_commands(t);
+        add_state_commands(t);
+        add_system_commands(t);
+        add_push_commands(t);
+        add_dh_commands(t);
+        return t;
+    }();
+    std::string cmd;
+    if (!get_str(req, "command", cmd)) return {};  // not a command: a controller ignores it
+    arm.advance(now, events);
+    Ctx ctx{arm, req, cmd, now, events};
+    const auto it = table.find(cmd);
+    if (it != table.end()) it->second(ctx);
+    else ctx.verdict("set_state", false);  // unknown command: refused
+    return ctx.reply ? print_and_delete(ctx.reply) : std::string{};
+}
+
+}  // namespace kxsim

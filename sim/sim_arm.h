@@ -1,0 +1,244 @@
+/*
+ * The controller state of one simulated arm, its motion in simulated time and
+ * the command table that reads and changes it. Everything here is used under
+ * the owning arm's mutex; nothing in this header does I/O.
+ */
+#ifndef KX_SIM_ARM_H
+#define KX_SIM_ARM_H
+
+#include <cjson/cJSON.h>
+
+#include <array>
+#include <deque>
+#include <functional>
+#include <map>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "algo_arm.h"
+#include "sim_math.h"
+
+namespace kxsim {
+
+constexpr int kMaxJoints = 7;
+using Joints = std::array<double, kMaxJoints>; /* degrees */
+using WireJoints = std::array<int, kMaxJoints>;
+
+/* Frames are kept in wire units so that what was set reads back exactly. */
+struct Ball {
+    std::string name;
+    int radius = 0, x = 0, y = 0, z = 0; /* metres x 1000 */
+};
+struct ToolFrame {
+    std::string name;
+    int pose[6] = {};  /* metres x 1e6, radians x 1000 */
+    int payload = 0;   /* kg x 1000 */
+    int com[3] = {};   /* metres x 1e6 */
+    std::vector<Ball> envelope;
+};
+struct WorkFrame {
+    std::string name;
+    int pose[6] = {};
+};
+
+/* Optional members of the realtime datagram, in the order of the "custom" object. */
+enum Custom { kJointSpeed, kLiftState, kExpandState, kArmStatus, kAloha, kHand, kCustomCount };
+extern const char* const kCustomKeys[kCustomCount];
+
+struct PushConfig {
+    bool enable = true;
+    int cycle = 10; /* ms of simulated time */
+    int port = 8089;
+    std::string ip = "127.0.0.1";
+    int force_coordinate = 0;
+    bool custom[kCustomCount] = {};
+};
+
+/* One planned motion: joint samples uniform in a path parameter s in [0, 1],
+ * run with a trapezoidal profile in s. */
+struct Segment {
+    const char* type = "movej";    /* what the trajectory query reports */
+    const char* status = "move_J"; /* what the realtime push reports */
+    std::vector<Joints> path;
+    std::vector<int> target; /* the query's "data" */
+    int tc = 0;              /* trajectory_connect, echoed in the end event */
+    double vs = 0, as = 0;   /* limits of ds/dt and d2s/dt2 */
+    double duration = 0;
+    double t = 0; /* elapsed simulated time */
+    bool braking = false;
+    double brake_t = 0, brake_s = 0, brake_v = 0;
+};
+
+/* Continuous teaching motion, until stopped. */
+struct Teach {
+    enum Kind { kNone, kJoint, kPos, kOrt } kind = kNone;
+    int axis = 0;
+    double rate = 0; /* deg/s, m/s or rad/s, signed */
+    Mat4 pose{};     /* Cartesian kinds: the commanded tool pose */
+};
+
+/* A line for the command connection, produced while the state changes. */
+struct Event {
+    std::string text;
+    bool motion_end = false;
+};
+using Events = std::vector<Event>;
+
+struct ArmState {
+    /* ---- identity and kinematics ---- */
+    std::string product;
+    algo::ArmModel model{};   /* current: DH and limits follow the commands */
+    algo::ArmModel factory{}; /* defaults of the product */
+    /* DH as last set, in wire units, so that it reads back exactly:
+     * per joint alpha deg x 1000, a m x 1e6, d m x 1e6, offset deg x 1000 */
+    std::array<std::array<int, 4>, kMaxJoints> dh{};
+    int dof = 6;
+    int edition = 0; /* 0 P, 1 QA (six-axis sensor), 2 QS (one-axis sensor) */
+
+    /* ---- joints and limits (wire units) ---- */
+    Joints q{}, qd{}; /* degrees, degrees per second */
+    WireJoints min_pos{}, max_pos{}, max_speed{}, max_acc{};
+    WireJoints drive_min_pos{}, drive_max_pos{}, drive_max_speed{}, drive_max_acc{};
+    WireJoints en_state{}, err_flag{}, brake_state{}, init_pose{};
+    int line_speed = 250, line_acc = 1000, angular_speed = 1000, angular_acc = 3000;
+    int collision_stage = 0, teach_frame = 0, run_mode = 0, power = 1, tool_version = 258;
+    int install[3] = {};
+
+    /* ---- frames ---- */
+    std::vector<ToolFrame> tools;
+    std::vector<WorkFrame> works;
+    std::string tool_current, work_current;
+    std::map<int, Mat4> tool_points, work_points; /* taught flange poses */
+
+    /* ---- controller ---- */
+    double runtime_origin = 0; /* simulated seconds */
+    Joints odom{};             /* degrees travelled */
+    std::vector<int> errors;
+    std::string net_ip = "127.0.0.1", net_mask = "255.255.255.0", net_mac = "02:00:00:00:00:01";
+    std::string wifi_mode = "off", wifi_ssid, wifi_password, wifi_ip = "0.0.0.0";
+    int wifi_channel = 6, usb_baudrate = 115200, rs485_baudrate = 115200;
+    PushConfig push;
+
+    /* ---- motion ---- */
+    std::deque<Segment> queue; /* front is running once released */
+    Teach teach;
+    bool paused = false;
+    bool slow_stopping = false;
+    double last_t = 0;
+    double stream_until = -1;
+    const char* stream_status = "idle";
+    double last_end_sim = -1;
+
+    /* Loads the product's model (name substring and "-P"/"-QA"/"-QS"
+     * edition); an unknown model keeps the current kinematics. */
+    void set_product(const std::string& product_version);
+    /* Restores the factory limits, DH, frames and settings. */
+    void reset();
+    void sync_model_limits();
+    void reset_dh();  /* factory DH */
+    void apply_dh();  /* dh into the kinematic model */
+
+    /* Kinematics in the current tool and work frames. */
+    Mat4 flange(const Joints& j) const;
+    Mat4 tool_in_base() const;
+    Mat4 work_in_base() const;
+    Mat4 tool_pose(const Joints& j) const; /* tool in work frame */
+    bool solve(const Mat4& tool_target, const Joints& ref, Joints& out) const;
+    bool within_limits(const Joints& j) const;
+    WireJoints wire_joints(const Joints& j) const;
+
+    /* Joint telemetry in wire units (x 1000): a plausible function of motion. */
+    enum Telemetry { kTemperature, kCurrent, kVoltage };
+    WireJoints telemetry(Telemetry kind) const;
+    std::vector<int> error_list() const; /* [0] when there is no error */
+
+    /* Motion. */
+    bool can_move() const;
+    bool moving() const { return running() != nullptr || teach.kind != Teach::kNone; }
+    const Segment* running() const;
+    Joints plan_start() const; /* where the next queued motion starts */
+    bool plan_joint(const Joints& target, int v, Segment& seg) const;
+    /* Cartesian path through tool poses path(s), s in [0, 1]. */
+    bool plan_path(const std::function<Mat4(double)>& path, double length, double angle, int v,
+                   Segment& seg) const;
+    void enqueue(Segment seg, double now, Events& out);
+    void advance(double now, Events& out);
+    void stop(bool slow, double now, Events& out);
+    void drop_current(Events& out);
+    void stream_to(const Joints& target, const char* status, double now);
+    const char* status() const;
+
+    /* The tool frame / work frame named so, or null. */
+    ToolFrame* find_tool(const std::string& name);
+    WorkFrame* find_work(const std::string& name);
+    const ToolFrame* current_tool() const;
+    const WorkFrame* current_work() const;
+
+private:
+    bool finish_plan(Segment& seg, int v, double length, double angle) const;
+    void end_segment(bool reached, Events& out);
+    void step_teach(double dt);
+};
+
+/* The pose moved by `amount` along (kPos) or about (kOrt) one axis of the
+ * work frame, or of the tool itself when tool_frame is set. */
+Mat4 teach_delta(const Mat4& pose, Teach::Kind kind, int axis, double amount, bool tool_frame);
+
+/* Pose wire array (x, y, z metres x 1e6, rx, ry, rz radians x 1000) <-> transform. */
+Mat4 wire_to_mat(const int w[6]);
+void mat_to_wire(const Mat4& m, int w[6]);
+
+std::string trajectory_event(bool reached, int trajectory_connect);
+
+/* ---- commands ---- */
+
+struct Ctx {
+    ArmState& arm;
+    const cJSON* req;
+    const std::string& cmd;
+    double now; /* simulated seconds */
+    Events& events;
+    cJSON* reply = nullptr;
+
+    /* Starts the reply {"command": name}; name defaults to the request's. */
+    cJSON* answer(const char* name = nullptr);
+    /* A reply whose only member is the outcome boolean. */
+    void verdict(const char* key, bool ok, const char* name = nullptr);
+};
+
+using Handler = void (*)(Ctx&);
+using CommandTable = std::unordered_map<std::string, Handler>;
+
+/* A scalar setting with its set and query commands. */
+struct IntSetting {
+    const char* set_cmd;   /* null: read-only */
+    const char* field;     /* request member of the set command */
+    const char* set_reply; /* null: the request's own name */
+    const char* set_key;   /* the reply's outcome boolean */
+    const char* get_cmd;   /* null: write-only */
+    const char* get_reply;
+    const char* get_key;
+    int ArmState::*member;
+    int lo, hi; /* accepted values */
+};
+void add_int_settings(CommandTable& t, const IntSetting* rows, size_t n);
+
+void add_motion_commands(CommandTable& t);
+void add_limit_commands(CommandTable& t);
+void add_frame_commands(CommandTable& t);
+void add_state_commands(CommandTable& t);
+void add_system_commands(CommandTable& t);
+void add_push_commands(CommandTable& t);
+void add_dh_commands(CommandTable& t);
+
+/* Answers one request object; returns the reply text (empty: no reply).
+ * Events raised meanwhile are appended to `events`. */
+std::string handle_request(ArmState& arm, const cJSON* req, double now, Events& events);
+
+/* The realtime datagram of the arm's present state. */
+std::string realtime_datagram(const ArmState& arm);
+
+}  // namespace kxsim
+
+#endif

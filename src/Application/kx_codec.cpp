@@ -1,0 +1,269 @@
+// The command envelope: table-driven request encoding, send-and-wait under
+// the registry's read lock, and table-driven reply decoding.
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "MIO_JSON.h"
+#include "kx_core.h"
+#include "kx_interface.h"
+#include "log.h"
+
+namespace {
+
+constexpr int kReplyBuffer = 1024;
+constexpr size_t kStringValue = sizeof(KeyValue{}.data.str_value);
+constexpr int kArrayValue = static_cast<int>(sizeof(KeyValue{}.data.array_value) / sizeof(int));
+
+// A table row's type as a plain int: a caller's out-of-range value is
+// skipped or refused, never loaded as an invalid enumerator.
+template <class Row>
+int row_type(const Row& row) {
+    int type;
+    static_assert(sizeof type == sizeof row.type);
+    memcpy(&type, &row.type, sizeof type);
+    return type;
+}
+
+const char* request_name(const JsonValue* values) {
+    return values && row_type(values[0]) == JSON_STRING && values[0].data.str_value ? values[0].data.str_value : "";
+}
+
+void add_row(cJSON* object, const JsonValue& row) {
+    if (!row.key) {
+        if (row_type(row) == JSON_OBJECT) MIO_JSON_Delete(row.data.sub_json);  // ownership was ours
+        return;
+    }
+    switch (row_type(row)) {
+        case JSON_STRING:
+            if (row.data.str_value) MIO_JSON_AddItemToObject(object, row.key, MIO_JSON_CreateString(row.data.str_value));
+            break;
+        case JSON_INT:
+            MIO_JSON_AddItemToObject(object, row.key, MIO_JSON_CreateNumber(row.data.int_value));
+            break;
+        case JSON_ARRAY: {
+            cJSON* array = MIO_JSON_CreateArray();
+            for (int i = 0; row.data.array_value && i < row.array_size; ++i)
+                MIO_JSON_AddItemToArray(array, MIO_JSON_CreateNumber(row.data.array_value[i]));
+            MIO_JSON_AddItemToObject(object, row.key, array);
+            break;
+        }
+        case JSON_BOOL:
+            cJSON_AddBoolToObject(object, row.key, row.data.bool_value);
+            break;
+        case JSON_OBJECT:
+            MIO_JSON_AddItemToObject(object, row.key, row.data.sub_json);
+            break;
+        default:
+            break;
+    }
+}
+
+// Decodes one table row from the container; false after logging the failure.
+bool decode_row(const char* caller, const cJSON* container, KeyValue& row) {
+    const char* key = row.key ? row.key : "";
+    const cJSON* item = MIO_JSON_GetObjectItem(container, key);
+    if (!item) {
+        kx_log_error("[%s] %s parsing error\n", caller, key);
+        return false;
+    }
+    switch (row_type(row)) {
+        case JSON_STRING:
+            if (!cJSON_IsString(item)) {
+                kx_log_error("[%s] %s is not a string\n", caller, key);
+                return false;
+            }
+            strncpy(row.data.str_value, item->valuestring, kStringValue - 1);
+            kx_log_info("[%s] %s parse result: %s\n", caller, key, row.data.str_value);
+            return true;
+        case JSON_INT:
+            row.data.int_value = item->valueint;
+            kx_log_info("[%s] %s parse result: %d\n", caller, key, row.data.int_value);
+            return true;
+        case JSON_ARRAY: {
+            if (!cJSON_IsArray(item)) {
+                kx_log_error("[%s] %s is not an array\n", caller, key);
+                return false;
+            }
+            int size = MIO_JSON_GetArraySize(item);
+            if (size != row.array_size) {
+                kx_log_error("[%s] Array size mismatch for key %s\n", caller, key);
+                return false;
+            }
+            kx_log_info("[%s] %s parse result:\n", caller, key);
+            int i = 0;
+            for (const cJSON* element = item->child; element && i < std::min(size, kArrayValue);
+                 element = element->next, ++i) {
+                row.data.array_value[i] = cJSON_IsNumber(element) ? element->valueint : -1;
+                kx_log_info(" %d\n", row.data.array_value[i]);
+            }
+            return true;
+        }
+        case JSON_BOOL:
+            if (cJSON_IsTrue(item)) row.data.bool_value = true;
+            if (cJSON_IsFalse(item)) row.data.bool_value = false;
+            kx_log_info("[%s] %s parse result: %d\n", caller, key, row.data.bool_value ? 1 : 0);
+            return true;
+        case JSON_OBJECT:
+            row.data.sub_json = cJSON_Duplicate(item, 1);
+            return true;
+        default:
+            kx_log_error("[%s] Unsupported JSON value type for key %s\n", caller, key);
+            return false;
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+KX_API int common_json_pack_set(const char* caller_function_name, kx_handle_t* handle, const JsonValue* json_values,
+                                size_t num_values) {
+    if (!json_values || num_values == 0) return -1;
+    cJSON* object = MIO_JSON_CreateObject();
+    for (size_t i = 0; i < num_values; ++i) add_row(object, json_values[i]);
+    char* text = MIO_JSON_PrintUnformatted(object);
+    MIO_JSON_Delete(object);
+    if (!text) return -1;
+    size_t len = strlen(text);
+    auto* line = static_cast<char*>(malloc(len + 3));
+    if (!line) {
+        free(text);
+        return -1;
+    }
+    memcpy(line, text, len);
+    memcpy(line + len, "\r\n", 3);
+    free(text);
+    kx_log_debug("send is: %s\n", line);
+    int result = -1;
+    if (handle && handle->socket_handle)
+        result = handle->socket_handle->block_send(handle->socket_handle, reinterpret_cast<uint8_t*>(line),
+                                                   static_cast<int>(len + 2));
+    free(line);
+    return result;
+}
+
+KX_API int common_json_parse(const char* caller_function_name, const char* json_str, KeyValue* key_values,
+                             int num_keys) {
+    const char* caller = caller_function_name ? caller_function_name : "";
+    cJSON* root = MIO_JSON_Parse(json_str);
+    if (!root) {
+        kx_log_error("Error parsing JSON\n");
+        return -3;
+    }
+    const cJSON* container = MIO_JSON_GetObjectItem(root, "arm_state");
+    if (!container) container = MIO_JSON_GetObjectItem(root, "all_state");
+    if (!container) container = root;
+    int result = 0;
+    for (int i = 0; key_values && i < num_keys; ++i) {
+        if (!decode_row(caller, container, key_values[i])) {
+            result = -3;
+            break;
+        }
+    }
+    MIO_JSON_Delete(root);
+    return result;
+}
+
+KX_API int kx_pack_lock_set(const char* caller_function_name, kx_robot_handle* handle, const JsonValue* json_values,
+                            size_t num_values, const char* command, uint8_t* buf, int buf_len, int timeout) {
+    const char* caller = caller_function_name ? caller_function_name : "";
+    kx_rdlock_lock();
+    kx_handle_t* record = kx_get_kx_handle_by_robot_handle(handle);
+    if (!record) {
+        kx_rdlock_unlock();
+        return -1;
+    }
+    if (json_values && common_json_pack_set(caller, record, json_values, num_values) != 0) {
+        kx_rdlock_unlock();
+        kx_log_error("[%s] %s send error\n", caller, request_name(json_values));
+        return -1;
+    }
+    if (!command) {
+        kx::pause_ms(timeout);
+        kx_rdlock_unlock();
+        return 0;
+    }
+    int result = handle_revice_data(caller, record, command, buf, buf_len, timeout);
+    kx_rdlock_unlock();
+    if (result > 0) return result;
+    if (json_values)
+        kx_log_error("[%s] %s revice error\n", caller, request_name(json_values));
+    else if (strcmp(command, "point") == 0)
+        kx_log_info("[%s] %s save_trajectory complete\n", caller, command);
+    return -2;
+}
+
+KX_API int parse_kx_set_command(const char* caller_function_name, const char* json_str, const char* key) {
+    const char* caller = caller_function_name ? caller_function_name : "";
+    const char* name = key ? key : "";
+    cJSON* root = MIO_JSON_Parse(json_str);
+    if (!root) {
+        if (!json_str || strcmp(json_str, "given_state") != 0)
+            kx_log_error("[%s] %s parse err\n", caller, json_str ? json_str : "");
+        return -3;
+    }
+    int outcome = MIO_JSON_GetObjectItemBool(root, name);
+    MIO_JSON_Delete(root);
+    if (outcome == 0) {
+        kx_log_error("[%s] %s: false\n", caller, name);
+        return 1;
+    }
+    if (outcome == 1) {
+        kx_log_debug("[%s] %s: true\n", caller, name);
+        return 0;
+    }
+    if (strcmp(name, "given_state") != 0) kx_log_error("[%s] %s command parse err\n", caller, name);
+    return -3;
+}
+
+KX_API int common_json_pack_get(const char* caller_function_name, kx_handle_t* handle, const char* command,
+                                char* out, int out_len) {
+    cJSON* object = MIO_JSON_CreateObject();
+    MIO_JSON_AddItemToObject(object, "command", MIO_JSON_CreateString(command));
+    char* text = MIO_JSON_PrintUnformatted(object);
+    MIO_JSON_Delete(object);
+    if (!text) return -1;
+    int len = static_cast<int>(strlen(text));
+    if (!out || len >= out_len - 2) {
+        free(text);
+        return -1;
+    }
+    memcpy(out, text, static_cast<size_t>(std::min(len, 8)));
+    memcpy(out + len, "\r\n", 2);
+    // The wire gets the printed text with its terminator and one more zero byte.
+    auto* wire = static_cast<uint8_t*>(calloc(static_cast<size_t>(len) + 2, 1));
+    if (wire) memcpy(wire, text, static_cast<size_t>(len));
+    free(text);
+    int result = -1;
+    if (wire && handle && handle->socket_handle) result = handle->socket_handle->send(handle->socket_handle, wire, len + 2);
+    free(wire);
+    return result;
+}
+
+KX_API int kx_get_data_common(kx_robot_handle* handle, int* data, char* cmd_str, char* valua_str) {
+    if (!cmd_str || !valua_str) return -1;
+    JsonValue request[] = {{JSON_STRING, "command", 0, {.str_value = cmd_str}}};
+    uint8_t buf[kReplyBuffer] = {};
+    int result = kx_pack_lock_set("kx_get_data_common", handle, request, 1, cmd_str, buf, sizeof buf, m_nOutTime);
+    if (result < 1) return result;
+    KeyValue reply[1] = {};
+    reply[0].type = JSON_INT;
+    reply[0].key = valua_str;
+    result = common_json_parse("kx_get_data_common", reinterpret_cast<char*>(buf), reply, 1);
+    if (result == 0 && data) *data = reply[0].data.int_value;
+    return result;
+}
+
+KX_API int kx_set_data_common(kx_robot_handle* handle, int data, char* cmd_str, char* valua_str) {
+    if (!cmd_str || !valua_str) return -1;
+    JsonValue request[] = {{JSON_STRING, "command", 0, {.str_value = cmd_str}},
+                           {JSON_INT, valua_str, 0, {.int_value = data}}};
+    uint8_t buf[kReplyBuffer] = {};
+    int result = kx_pack_lock_set("kx_set_data_common", handle, request, 2, cmd_str, buf, sizeof buf, m_nOutTime_max);
+    if (result < 1) return result;
+    return parse_kx_set_command("kx_set_data_common", reinterpret_cast<char*>(buf), "set_state");
+}
+
+}  // extern "C"

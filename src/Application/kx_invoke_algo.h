@@ -1,0 +1,68 @@
+/*
+ * Glue between the kx_algo_ facade and the kinematics library: one library
+ * call each, converting the API's degrees to the library's radians.
+ */
+#ifndef KX_INVOKE_ALGO_H
+#define KX_INVOKE_ALGO_H
+
+#include <stdbool.h>
+#include <stdint.h>
+#include <sys/time.h>
+
+#include "kx_define.h"
+#include "robot_define.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* The last install angle set through the facade, radians. */
+KX_API extern float angleU;
+KX_API extern float angleV;
+KX_API extern float angleH;
+/* When true every facade inverse kinematics widens the 7-joint search. */
+KX_API extern bool defaut_traversal_mode;
+/* Current tool and work frames as matrices, written by the frame queries. */
+KX_API extern Matrix Tool_Matrix;
+KX_API extern Matrix Frame_Matrix;
+/* Longest and shortest solve seen by the overspeed-checking variant, ms. */
+KX_API extern double invoke_inverse_time_total_max;
+KX_API extern double invoke_inverse_time_total_min;
+
+KX_API void invoke_libalgo_init(void);
+KX_API int16_t invoke_libalgo_set_robot_type(RobotType type, SensorType sensor);
+KX_API void invoke_libalgo_set_tool_cs_params(Coord tool);
+KX_API Coord invoke_libalgo_get_tool_cs_params(void);
+KX_API void invoke_libalgo_set_work_cs_params(Coord work);
+KX_API Coord invoke_libalgo_get_work_cs_params(void);
+/* Three angles in degrees. */
+KX_API void invoke_libalgo_set_robot_install_angle(const float* angle);
+KX_API void invoke_libalgo_get_robot_install_angle(float* angle);
+/* Per-joint values in degrees (and degrees/s, degrees/s^2), dof of them. */
+KX_API void invoke_libalgo_set_jointlim_max(const float* q);
+KX_API void invoke_libalgo_get_jointlim_max(float* q);
+KX_API void invoke_libalgo_set_jointlim_min(const float* q);
+KX_API void invoke_libalgo_get_jointlim_min(float* q);
+KX_API void invoke_libalgo_set_joint_vel_maxlim(const float* v);
+KX_API void invoke_libalgo_get_joint_vel_maxlim(float* v);
+KX_API void invoke_libalgo_set_joint_acc_maxlim(const float* a);
+KX_API void invoke_libalgo_get_joint_acc_maxlim(float* a);
+KX_API Pose invoke_forward_kinematics(const float* joint);
+KX_API Matrix invoke_forward_kinematics_e(const float* joint);
+/* Joints in degrees; q_out in degrees on success. Returns the library's code. */
+KX_API int invoke_inverse_kinematics(const float* q_in, kx_pose_t q_pose, float* q_out, uint8_t flag);
+KX_API int invoke_inverse_kinematics_with_judgment_overspeed(const float* q_in, kx_pose_t q_pose, float* q_out,
+                                                             uint8_t flag);
+KX_API int invoke_joint_overspeed_judgment(const float* q_current, const float* q_solve, float vel_factor);
+KX_API void invoke_libalgo_set_control_loop_period(float seconds);
+KX_API int invoke_libalgo_set_dh_params(DH dh);
+KX_API void get_time_of_day(struct timeval* tv);
+
+/* Flange-side pose of the current configuration as a matrix (degrees in). */
+KX_API Matrix Forward_Kinematics_e(const float* joint);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* KX_INVOKE_ALGO_H */

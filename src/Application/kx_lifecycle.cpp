@@ -1,0 +1,347 @@
+// Library start-up and tear-down, the connection table and its locks.
+#include <stdlib.h>
+#include <string.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+
+#include "kx_core.h"
+#include "kx_interface.h"
+#include "log.h"
+#include "socket.h"
+#include "udp.h"
+
+extern "C" {
+KX_API kx_handle_t* gHandleList[5] = {};
+KX_API kx_thread_mode_e g_mode = KX_TRIPLE_MODE_E;
+KX_API volatile bool should_exit = false;
+KX_API pthread_t thread_id;
+KX_API pthread_t thread_udp_id;
+KX_API kx_udp_handle* gUdpHandle = nullptr;
+KX_API pthread_mutex_t m_hMutex = PTHREAD_MUTEX_INITIALIZER;
+KX_API pthread_rwlock_t rwlock = PTHREAD_RWLOCK_INITIALIZER;
+KX_API int m_nOutTime = 500;
+KX_API int m_nOutTime_max = 1000;
+}
+
+namespace {
+
+constexpr int kSlots = 5;
+
+bool g_rx_started = false;
+bool g_udp_started = false;
+
+// Never destroyed: the receive threads may still run while statics unwind.
+std::mutex& table_mutex() {
+    static auto* mutex = new std::mutex;
+    return *mutex;
+}
+std::array<std::shared_ptr<kx::Conn>, kSlots>& table() {
+    static auto* conns = new std::array<std::shared_ptr<kx::Conn>, kSlots>;
+    return *conns;
+}
+
+int find_slot(const kx_robot_handle* handle) {
+    for (int i = 0; i < kSlots; ++i)
+        if (gHandleList[i] && &gHandleList[i]->robot_handle == handle) return i;
+    return -1;
+}
+
+// Empties a slot: the record is closed and freed once the receive thread lets go.
+void release_slot(int slot) {
+    kx_handle_t* record = gHandleList[slot];
+    gHandleList[slot] = nullptr;
+    if (auto conn = kx::conn_of(record)) {
+        conn->active = false;
+        kx::conn_set(slot, nullptr);
+        kx::wake_receiver();
+    } else {
+        kx::free_record(record, -1);
+    }
+}
+
+void stop_udp_registry() {
+    if (!gUdpHandle) return;
+    for (auto& entry : gUdpHandle->udp_list) kx_udp_close(entry.udp_id);
+    free(gUdpHandle);
+    gUdpHandle = nullptr;
+}
+
+}  // namespace
+
+// ---- internal glue ---------------------------------------------------------
+
+namespace kx {
+
+Conn::~Conn() { free_record(record, fd); }
+
+void free_record(kx_handle_t* record, int extra_fd) {
+    if (!record) return;
+    kx_socket_handle* sock = record->socket_handle;
+    if (sock && socket_fd(sock) > 0) {
+        sock->close(sock);
+    } else if (extra_fd > 0) {
+        ::close(extra_fd);  // the peer closed and the record forgot its descriptor
+    }
+    free(sock);
+    free(record->fifo_handle);
+    free(record);
+}
+
+void conn_set(int slot, std::shared_ptr<Conn> conn) {
+    std::lock_guard lock(table_mutex());
+    table()[slot] = std::move(conn);
+}
+
+std::shared_ptr<Conn> conn_of(const kx_handle_t* record) {
+    if (!record) return nullptr;
+    std::lock_guard lock(table_mutex());
+    for (auto& conn : table())
+        if (conn && conn->record == record) return conn;
+    return nullptr;
+}
+
+std::vector<std::shared_ptr<Conn>> active_conns() {
+    std::vector<std::shared_ptr<Conn>> out;
+    std::lock_guard lock(table_mutex());
+    for (auto& conn : table())
+        if (conn && conn->active && !conn->closed) out.push_back(conn);
+    return out;
+}
+
+bool stopping() { return __atomic_load_n(&should_exit, __ATOMIC_ACQUIRE); }
+
+void pause_ms(int ms) {
+    if (ms <= 0) return;
+    std::unique_lock lock(fifo_mutex());
+    fifo_cv().wait_for(lock, std::chrono::milliseconds(ms), [] { return stopping(); });
+}
+
+int receiver_wake_fd() {
+    static int fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    return fd;
+}
+
+void wake_receiver() {
+    uint64_t one = 1;
+    if (write(receiver_wake_fd(), &one, sizeof one) < 0) { /* already readable */ }
+}
+
+void drain_receiver_wake() {
+    uint64_t count;
+    if (read(receiver_wake_fd(), &count, sizeof count) < 0) { /* nothing pending */ }
+}
+
+std::string bounded(const void* data, size_t max_len) {
+    auto* text = static_cast<const char*>(data);
+    return std::string(text, strnlen(text, max_len));
+}
+
+}  // namespace kx
+
+// ---- exported --------------------------------------------------------------
+
+extern "C" {
+
+KX_API int kx_mutex_lock(void) { return pthread_mutex_lock(&m_hMutex); }
+KX_API int kx_mutex_unlock(void) { return pthread_mutex_unlock(&m_hMutex); }
+KX_API int kx_rwlock_init(void) { return pthread_rwlock_init(&rwlock, nullptr); }
+KX_API int kx_rdlock_lock(void) { return pthread_rwlock_rdlock(&rwlock); }
+KX_API int kx_wrlock_lock(void) { return pthread_rwlock_wrlock(&rwlock); }
+KX_API int kx_rdlock_unlock(void) { return pthread_rwlock_unlock(&rwlock); }
+KX_API int kx_wrlock_unlock(void) { return pthread_rwlock_unlock(&rwlock); }
+
+KX_API void sleep_cp(int ms) {
+    if (ms > 0) usleep(static_cast<useconds_t>(ms) * 1000);
+}
+
+KX_API kx_handle_t* kx_get_kx_handle_by_robot_handle(kx_robot_handle* handle) {
+    int slot = find_slot(handle);
+    return slot < 0 ? nullptr : gHandleList[slot];
+}
+
+KX_API kx_handle_t* kx_get_kx_handle_by_fifo_handle(kx_socket_fifo_handle* handle) {
+    for (auto* record : gHandleList)
+        if (record && record->fifo_handle == handle) return record;
+    return nullptr;
+}
+
+KX_API int kx_init(kx_thread_mode_e mode) {
+    kx_rwlock_init();
+    g_mode = mode;
+    __atomic_store_n(&should_exit, false, __ATOMIC_RELEASE);
+    for (int i = 0; i < kSlots; ++i)
+        if (gHandleList[i]) release_slot(i);
+    g_rx_started = g_udp_started = false;
+    if (mode == KX_DUAL_MODE_E || mode == KX_TRIPLE_MODE_E) {
+        if (mode == KX_TRIPLE_MODE_E) {
+            stop_udp_registry();
+            gUdpHandle = kx_udp_init();
+        }
+        int err = pthread_create(&thread_id, nullptr, thread_socket_receive, nullptr);
+        if (err != 0) {
+            kx_log_error("Error creating thread thread_id: %d\n", err);
+            return -1;
+        }
+        g_rx_started = true;
+        if (mode == KX_TRIPLE_MODE_E) {
+            err = pthread_create(&thread_udp_id, nullptr, thread_udp_receive, nullptr);
+            if (err != 0) {
+                kx_log_error("Error creating thread thread_udp_id: %d\n", err);
+                return -1;
+            }
+            g_udp_started = true;
+        }
+    }
+    return 0;
+}
+
+KX_API int kx_destory(void) {
+    {
+        // Under the queue lock, so that no waiter misses the wake-up.
+        std::lock_guard lock(kx::fifo_mutex());
+        __atomic_store_n(&should_exit, true, __ATOMIC_RELEASE);
+    }
+    kx::fifo_cv().notify_all();
+    kx::wake_receiver();
+    kx::udp::wake();
+    if (g_rx_started) pthread_join(thread_id, nullptr);
+    if (g_udp_started) pthread_join(thread_udp_id, nullptr);
+    g_rx_started = g_udp_started = false;
+    kx_wrlock_lock();
+    for (int i = 0; i < kSlots; ++i)
+        if (gHandleList[i]) release_slot(i);
+    kx_wrlock_unlock();
+    return 0;
+}
+
+KX_API kx_handle_t* kx_handle_init(const char* ip, int port) {
+    auto* record = static_cast<kx_handle_t*>(calloc(1, sizeof(kx_handle_t)));
+    auto* fifo = static_cast<kx_socket_fifo_handle*>(calloc(1, sizeof(kx_socket_fifo_handle)));
+    kx_socket_handle* sock = kx_socket_handle_init(ip, port);
+    if (!record || !fifo || !sock) {
+        free(record);
+        free(fifo);
+        free(sock);
+        return nullptr;
+    }
+    record->fifo_handle = fifo;
+    record->socket_handle = sock;
+    sock->init(sock);
+    return record;
+}
+
+KX_API kx_robot_handle* kx_create_robot_arm(const char* ip, int port) {
+    kx_wrlock_lock();
+    int slot = 0;
+    while (slot < kSlots && gHandleList[slot]) ++slot;
+    if (slot == kSlots) {
+        kx_wrlock_unlock();
+        kx_log_error("[kx_create_robot_arm] robot num is max");
+        return nullptr;
+    }
+    kx_handle_t* record = kx_handle_init(ip, port);
+    if (!record) {
+        // Bad address or port, or out of memory: nothing to keep in the table.
+        kx_wrlock_unlock();
+        kx_log_error("[kx_create_robot_arm] socket connect err!\n");
+        return nullptr;
+    }
+    std::shared_ptr<kx::Conn> conn;
+    try {
+        conn = std::make_shared<kx::Conn>(record);
+    } catch (...) {
+        kx::free_record(record, -1);
+        kx_wrlock_unlock();
+        return nullptr;
+    }
+    gHandleList[slot] = record;
+    kx::conn_set(slot, conn);
+    int fd = kx::socket_fd(record->socket_handle);
+    if (fd <= 0) {
+        kx_log_error("[kx_create_robot_arm] socket connect err!\n");
+        kx::set_handle_id(&record->robot_handle, -1);
+        kx_wrlock_unlock();
+        return &record->robot_handle;
+    }
+    record->id = static_cast<uint8_t>(slot + 1);
+    kx::set_handle_id(&record->robot_handle, slot + 1);
+    strncpy(record->socket_handle->ip, ip, 16);
+    conn->fd = fd;
+    conn->active = true;  // publishes the record to the receive thread
+    kx::wake_receiver();
+    kx_wrlock_unlock();
+
+    int result = kx_sync_robot_info(&record->robot_handle);
+    kx_algo_arm_state_set(&record->robot_handle);
+
+    kx_wrlock_lock();
+    if (result != 0) {
+        kx_log_error("[kx_create_robot_arm] get robot info err!\n");
+        kx::set_handle_id(&record->robot_handle, -1);
+    }
+    kx_wrlock_unlock();
+    return &record->robot_handle;
+}
+
+KX_API int kx_delete_robot_arm(kx_robot_handle* handle) {
+    kx_wrlock_lock();
+    int slot = find_slot(handle);
+    if (slot < 0) {
+        kx_wrlock_unlock();
+        kx_log_error("not find handle\n");
+        return -1;
+    }
+    release_slot(slot);
+    kx_wrlock_unlock();
+    return 0;
+}
+
+KX_API int kx_get_robot_info(kx_robot_handle* handle, kx_robot_info_t* out) {
+    kx_rdlock_lock();
+    kx_handle_t* record = kx_get_kx_handle_by_robot_handle(handle);
+    if (!record || !out) {
+        kx_rdlock_unlock();
+        kx_log_error("[%s] handle is NULL!\n", "kx_get_robot_info");
+        return -1;
+    }
+    out->arm_dof = record->arm_dof;
+    out->arm_model = record->arm_model;
+    out->force_type = record->force_type;
+    kx_rdlock_unlock();
+    return out->arm_dof == 0 ? -2 : 0;
+}
+
+KX_API int kx_get_arm_dof(kx_robot_handle* handle, int* dof) {
+    kx_rdlock_lock();
+    kx_handle_t* record = kx_get_kx_handle_by_robot_handle(handle);
+    int arm_dof = record ? record->arm_dof : 0;
+    kx_rdlock_unlock();
+    if (!record || (arm_dof != 6 && arm_dof != 7)) return -1;
+    if (dof) *dof = arm_dof;
+    return 0;
+}
+
+KX_API int kx_sync_robot_info(kx_robot_handle* handle) {
+    kx_arm_software_version_t software = {};
+    kx_realtime_push_config_t push = {};
+    kx_frame_t frame = {};
+    float x = 0, y = 0, z = 0;
+    float joints[7] = {};
+    kx_dh_t dh = {};
+    int result;
+    if ((result = kx_get_arm_software_info(handle, &software)) != 0) return result;
+    if ((result = kx_get_realtime_push(handle, &push)) != 0) return result;
+    if ((result = kx_get_current_work_frame(handle, &frame)) != 0) return result;
+    if ((result = kx_get_current_tool_frame(handle, &frame)) != 0) return result;
+    if ((result = kx_get_install_pose(handle, &x, &y, &z)) != 0) return result;
+    if ((result = kx_get_joint_min_pos(handle, joints)) != 0) return result;
+    if ((result = kx_get_joint_max_pos(handle, joints)) != 0) return result;
+    if ((result = kx_get_joint_max_acc(handle, joints)) != 0) return result;
+    if ((result = kx_get_joint_max_speed(handle, joints)) != 0) return result;
+    return kx_get_DH_data(handle, &dh);
+}
+
+}  // extern "C"

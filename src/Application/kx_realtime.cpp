@@ -1,0 +1,409 @@
+// Realtime state push: the push configuration commands, the UDP receive
+// thread and the decoder of pushed state datagrams.
+#include <arpa/inet.h>
+#include <errno.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <string.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "MIO_JSON.h"
+#include "kx_core.h"
+#include "kx_interface.h"
+#include "log.h"
+#include "udp.h"
+
+extern "C" {
+KX_API kx_realtime_arm_state_callback_ptr kx_arm_state_callback = nullptr;
+}
+
+namespace {
+
+constexpr int kDatagram = 1024;
+constexpr int kReplyBuffer = 1024;
+
+// ---- datagram decoding -----------------------------------------------------
+
+bool is_force_edition(kx_force_type_e type) { return type == KX_FORCE_TYPE_QA_E || type == KX_FORCE_TYPE_QS_E; }
+
+// A required integer member; false when missing or not a number.
+bool read_int(const cJSON* object, const char* key, int* out) {
+    const cJSON* item = MIO_JSON_GetObjectItem(object, key);
+    if (!cJSON_IsNumber(item)) return false;
+    *out = item->valueint;
+    return true;
+}
+
+bool read_scaled(const cJSON* object, const char* key, float* out, double scale) {
+    int value;
+    if (!read_int(object, key, &value)) return false;
+    *out = static_cast<float>(value / scale);
+    return true;
+}
+
+// Copies as many elements as both the wire array and the record hold.
+template <class T, class Convert>
+void read_array(const cJSON* array, T* out, int capacity, Convert convert) {
+    int i = 0;
+    for (const cJSON* element = array ? array->child : nullptr; element && i < capacity; element = element->next, ++i)
+        out[i] = convert(element->valueint);
+}
+
+const cJSON* optional_array(const cJSON* object, const char* key) {
+    const cJSON* item = MIO_JSON_GetObjectItem(object, key);
+    return cJSON_IsArray(item) ? item : nullptr;
+}
+
+const cJSON* optional_object(const cJSON* object, const char* key) {
+    const cJSON* item = MIO_JSON_GetObjectItem(object, key);
+    return cJSON_IsObject(item) ? item : nullptr;
+}
+
+// An array that must be present with exactly `size` elements.
+const cJSON* exact_array(const cJSON* object, const char* key, int size) {
+    const cJSON* item = MIO_JSON_GetObjectItem(object, key);
+    return cJSON_IsArray(item) && MIO_JSON_GetArraySize(item) == size ? item : nullptr;
+}
+
+auto scaled(double scale) {
+    return [scale](int v) { return static_cast<float>(v / scale); };
+}
+auto as_int = [](int v) { return v; };
+
+bool decode_hand(const cJSON* hand, kx_udp_hand_state_t& out) {
+    struct Field {
+        const char* key;
+        int* target;
+    } fields[] = {{"hand_pos", out.hand_pos}, {"hand_angle", out.hand_angle},
+                  {"hand_force", out.hand_force}, {"hand_state", out.hand_state}};
+    for (const Field& field : fields) {
+        const cJSON* array = MIO_JSON_GetObjectItem(hand, field.key);
+        if (!cJSON_IsArray(array)) return false;
+        read_array(array, field.target, 6, as_int);
+    }
+    return read_int(hand, "hand_err", &out.hand_err);
+}
+
+bool decode_lift(const cJSON* lift, kx_udp_lift_state_t& out) {
+    return read_scaled(lift, "pos", &out.pos, 1000.0) && read_int(lift, "height", &out.height) &&
+           read_int(lift, "current", &out.current) && read_int(lift, "err_flag", &out.err_flag) &&
+           read_int(lift, "en_flag", &out.en_flag);
+}
+
+bool decode_expand(const cJSON* expand, kx_udp_expand_state_t& out) {
+    return read_int(expand, "joint_id", &out.joint_id) && read_int(expand, "mode", &out.mode) &&
+           read_scaled(expand, "pos", &out.pos, 1000.0) && read_int(expand, "current", &out.current) &&
+           read_int(expand, "err_flag", &out.err_flag) && read_int(expand, "en_flag", &out.en_flag);
+}
+
+void decode_joints(const cJSON* joints, kx_joint_status_t& out) {
+    read_array(optional_array(joints, "joint_position"), out.joint_position, 7, scaled(1000.0));
+    read_array(optional_array(joints, "joint_current"), out.joint_current, 7, scaled(1000.0));
+    read_array(optional_array(joints, "joint_en_flag"), out.joint_en_flag, 7, [](int v) { return v != 0; });
+    read_array(optional_array(joints, "joint_err_code"), out.joint_err_code, 7,
+               [](int v) { return static_cast<uint16_t>(v); });
+    read_array(optional_array(joints, "joint_temperature"), out.joint_temperature, 7, scaled(1000.0));
+    read_array(optional_array(joints, "joint_voltage"), out.joint_voltage, 7, scaled(1000.0));
+    read_array(optional_array(joints, "joint_speed"), out.joint_speed, 7,
+               [](int v) { return static_cast<float>(v * 6.0 / 1000.0); });
+}
+
+void decode_force(const cJSON* sensor, kx_force_sensor_t& out) {
+    if (!sensor) return;
+    read_array(optional_array(sensor, "force"), out.force, 6, scaled(1000.0));
+    read_array(optional_array(sensor, "zero_force"), out.zero_force, 6, scaled(1000.0));
+    read_int(sensor, "coordinate", &out.coordinate);
+}
+
+bool decode_waypoint(const cJSON* waypoint, kx_pose_t& out) {
+    const cJSON* quat = exact_array(waypoint, "quat", 4);
+    if (!quat) return false;
+    float q[4];
+    read_array(quat, q, 4, scaled(1000000.0));
+    out.quaternion = {q[0], q[1], q[2], q[3]};
+    const cJSON* euler = exact_array(waypoint, "euler", 3);
+    if (!euler) return false;
+    float e[3];
+    read_array(euler, e, 3, scaled(1000.0));
+    out.euler = {e[0], e[1], e[2]};
+    const cJSON* position = exact_array(waypoint, "position", 3);
+    if (!position) return false;
+    float p[3];
+    read_array(position, p, 3, scaled(1000000.0));
+    out.position = {p[0], p[1], p[2]};
+    return true;
+}
+
+int decode_state(const cJSON* root, kx_realtime_arm_joint_state_t* state) {
+    if (const cJSON* aloha = optional_object(root, "aloha_state")) {
+        if (!read_int(aloha, "io1_state", &state->aloha_state.io1_state) ||
+            !read_int(aloha, "io2_state", &state->aloha_state.io2_state))
+            return -3;
+    }
+    if (const cJSON* status = MIO_JSON_GetObjectItem(root, "arm_current_status")) {
+        if (!cJSON_IsString(status)) return -3;
+        state->arm_current_status = get_arm_status_from_string(status->valuestring);
+    }
+    if (const cJSON* hand = optional_object(root, "hand"); hand && !decode_hand(hand, state->handState)) return -3;
+    if (const cJSON* lift = optional_object(root, "lift_state"); lift && !decode_lift(lift, state->liftState))
+        return -3;
+    if (const cJSON* expand = optional_object(root, "expand_state");
+        expand && !decode_expand(expand, state->expandState))
+        return -3;
+    const cJSON* joints = optional_object(root, "joint_status");
+    if (!joints) return -3;
+    decode_joints(joints, state->joint_status);
+    decode_force(optional_object(root, "six_force_sensor"), state->force_sensor);
+    decode_force(optional_object(root, "one_force_sensor"), state->force_sensor);
+    const cJSON* waypoint = optional_object(root, "waypoint");
+    if (!waypoint || !decode_waypoint(waypoint, state->waypoint)) return -3;
+    const cJSON* err = optional_array(root, "err");
+    int size = MIO_JSON_GetArraySize(err);
+    if (size < 1) return -3;
+    int len = std::min(size, static_cast<int>(sizeof state->err.err / sizeof(int)));
+    state->err.err_len = static_cast<uint8_t>(len);
+    read_array(err, state->err.err, len, as_int);
+    return 0;
+}
+
+// ---- UDP receive thread ----------------------------------------------------
+
+bool registered(int fd) {
+    if (!gUdpHandle) return false;
+    for (const auto& entry : gUdpHandle->udp_list)
+        if (entry.user_num != 0 && entry.udp_id == fd) return true;
+    return false;
+}
+
+// Decodes and delivers every datagram waiting on one port.
+void drain_port(int fd, kx_realtime_arm_joint_state_t& state, char* buf) {
+    while (registered(fd)) {
+        struct sockaddr_in from = {};
+        socklen_t from_len = sizeof from;
+        memset(buf, 0, kDatagram + 1);
+        ssize_t n = recvfrom(fd, buf, kDatagram, MSG_DONTWAIT, reinterpret_cast<struct sockaddr*>(&from), &from_len);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 1) return;
+        state.errCode = parse_kx_realtime_arm_joint_state(buf, &state);
+        inet_ntop(AF_INET, &from.sin_addr, state.arm_ip, sizeof state.arm_ip);
+        kx_realtime_arm_state_callback_ptr callback = __atomic_load_n(&kx_arm_state_callback, __ATOMIC_ACQUIRE);
+        if (callback) {
+            kx_log_debug("kx_arm_state_callback kx_arm_state_callback kx_arm_state_callback\n");
+            callback(state);
+        }
+    }
+}
+
+void run_udp_receiver() {
+    kx_realtime_arm_joint_state_t state = {};
+    std::vector<char> buf(kDatagram + 1);
+    std::vector<struct pollfd> fds;
+    while (!kx::stopping()) {
+        fds.assign(1, pollfd{kx::udp::wake_fd(), POLLIN, 0});
+        {
+            std::lock_guard lock(kx::udp::registry_mutex());
+            for (int i = 0; gUdpHandle && i < 5; ++i) {
+                const kx_udp_info& entry = gUdpHandle->udp_list[i];
+                if (entry.user_num != 0 && entry.udp_id > 0) fds.push_back(pollfd{entry.udp_id, POLLIN, 0});
+            }
+        }
+        int ready = poll(fds.data(), fds.size(), -1);
+        if (ready < 0) {
+            if (errno != EINTR) sleep_cp(1);
+            continue;
+        }
+        if (fds[0].revents) kx::udp::drain_wake();
+        // Held while delivering, so no port is closed (and its number reused) mid-read.
+        std::lock_guard lock(kx::udp::registry_mutex());
+        for (size_t i = 1; i < fds.size(); ++i)
+            if (fds[i].revents) drain_port(fds[i].fd, state, buf.data());
+    }
+    // Each connection's port is released once per entry still in use.
+    kx_rdlock_lock();
+    if (gUdpHandle) {
+        for (const auto& entry : gUdpHandle->udp_list) {
+            if (entry.user_num == 0) continue;
+            for (auto* record : gHandleList)
+                if (record) gUdpHandle->udp_delete_port(gUdpHandle, __atomic_load_n(&record->udp_port, __ATOMIC_ACQUIRE));
+        }
+    }
+    kx_rdlock_unlock();
+}
+
+// Boolean member of the "custom" object as 1 / 0, or -1 when missing.
+int custom_flag(const cJSON* custom, const char* key) { return MIO_JSON_GetObjectItemBool(custom, key); }
+
+}  // namespace
+
+extern "C" {
+
+KX_API void kx_realtime_arm_state_call_back(kx_realtime_arm_state_callback_ptr realtime_callback) {
+    if (realtime_callback) __atomic_store_n(&kx_arm_state_callback, realtime_callback, __ATOMIC_RELEASE);
+}
+
+KX_API void* thread_udp_receive(void*) {
+    try {
+        run_udp_receiver();
+    } catch (...) {
+        kx_log_error("[thread_udp_receive] receive thread stopped: out of memory\n");
+    }
+    return nullptr;
+}
+
+KX_API kx_udp_arm_current_status_e get_arm_status_from_string(const char* status) {
+    static const char* const kNames[] = {"idle",
+                                         "move_L",
+                                         "move_J",
+                                         "move_C",
+                                         "move_S",
+                                         "move_through_joint",
+                                         "move_through_pose",
+                                         "move_through_force_pose",
+                                         "move_through_current",
+                                         "stop",
+                                         "slow_stop",
+                                         "pause",
+                                         "current_drag",
+                                         "sensor_drag",
+                                         "tech_demonstration"};
+    for (size_t i = 0; status && i < sizeof kNames / sizeof kNames[0]; ++i)
+        if (strcmp(status, kNames[i]) == 0) return static_cast<kx_udp_arm_current_status_e>(i);
+    return KX_IDLE_E;
+}
+
+KX_API int parse_kx_realtime_arm_joint_state(const char* json_str, kx_realtime_arm_joint_state_t* robotstate) {
+    if (!robotstate) return -3;
+    memset(robotstate, 0, sizeof *robotstate);
+    cJSON* root = MIO_JSON_Parse(json_str);
+    if (!root) {
+        kx_log_error("[kx_realtime_arm_joint_state] parse err\n");
+        return -3;
+    }
+    int result = decode_state(root, robotstate);
+    MIO_JSON_Delete(root);
+    return result;
+}
+
+KX_API int kx_set_realtime_push(kx_robot_handle* handle, kx_realtime_push_config_t config) {
+    static const char* const kCaller = "kx_set_realtime_push";
+    kx_robot_info_t info = {};
+    kx_get_robot_info(handle, &info);
+    if (config.cycle < 1) {
+        kx_log_error("[%s] set realtime push config error, invaild cycle: %d!\n", kCaller, config.cycle);
+        return -4;
+    }
+    if (config.port < 1) {
+        kx_log_error("[%s] set realtime push config error, invaild port:%d !\n", kCaller, config.port);
+        return -4;
+    }
+    size_t ip_len = strnlen(config.ip, sizeof config.ip);
+    if (ip_len < 7 || ip_len > 15) {
+        kx_log_error("[%s] set realtime push config error, invaild ip: %s!\n", kCaller,
+                     kx::bounded(config.ip, sizeof config.ip).c_str());
+        return -4;
+    }
+    char ip[sizeof config.ip + 1] = {};
+    memcpy(ip, config.ip, ip_len);
+
+    JsonValue rows[7] = {};
+    size_t count = 0;
+    rows[count++] = {JSON_STRING, "command", 0, {.str_value = "set_realtime_push"}};
+    rows[count++] = {JSON_BOOL, "enable", 0, {.bool_value = config.enable}};
+    rows[count++] = {JSON_INT, "cycle", 0, {.int_value = config.cycle}};
+    rows[count++] = {JSON_INT, "port", 0, {.int_value = config.port}};
+    rows[count++] = {JSON_STRING, "ip", 0, {.str_value = ip}};
+    bool force_sent = is_force_edition(info.force_type) && config.force_coordinate >= 0;
+    if (force_sent) rows[count++] = {JSON_INT, "force_cordinate", 0, {.int_value = config.force_coordinate}};
+    if (config.force_coordinate != -1 && !force_sent) kx_log_info("[%s]Force sensors are not supported! \n", kCaller);
+
+    const kx_udp_custom_config_t& custom = config.custom_config;
+    const struct {
+        const char* key;
+        int value;
+    } members[] = {{"joint_speed", custom.joint_speed},     {"lift_state", custom.lift_state},
+                   {"expand_state", custom.expand_state},   {"arm_current_status", custom.arm_current_status},
+                   {"aloha_state", custom.aloha_state},     {"hand", custom.hand_state}};
+    cJSON* object = MIO_JSON_CreateObject();
+    for (const auto& member : members)
+        if (member.value >= 0) cJSON_AddBoolToObject(object, member.key, member.value != 0);
+    if (MIO_JSON_GetArraySize(object) > 0) {
+        rows[count++] = {JSON_OBJECT, "custom", 0, {.sub_json = object}};
+    } else {
+        MIO_JSON_Delete(object);
+    }
+
+    uint8_t buf[kReplyBuffer] = {};
+    int result = kx_pack_lock_set(kCaller, handle, rows, count, "set_realtime_push", buf, sizeof buf, m_nOutTime);
+    if (result < 1) return result;
+    result = parse_kx_set_command(kCaller, reinterpret_cast<char*>(buf), "state");
+    if (result != 0) return result;
+    kx_realtime_push_config_t current = {};
+    return kx_get_realtime_push(handle, &current);
+}
+
+KX_API int kx_get_realtime_push(kx_robot_handle* handle, kx_realtime_push_config_t* config) {
+    static const char* const kCaller = "kx_get_realtime_push";
+    if (!config) return -1;
+    kx_robot_info_t info = {};
+    kx_get_robot_info(handle, &info);
+    bool force = is_force_edition(info.force_type);
+
+    JsonValue request[] = {{JSON_STRING, "command", 0, {.str_value = "get_realtime_push"}}};
+    uint8_t buf[kReplyBuffer] = {};
+    int result = kx_pack_lock_set(kCaller, handle, request, 1, "get_realtime_push", buf, sizeof buf, m_nOutTime);
+    if (result < 1) return result;
+
+    enum { kCycle, kPort, kIp, kEnable, kCustom, kForce };
+    KeyValue reply[6] = {};
+    const struct {
+        JsonValueType type;
+        const char* key;
+    } rows[] = {{JSON_INT, "cycle"},   {JSON_INT, "port"},     {JSON_STRING, "ip"},
+                {JSON_BOOL, "enable"}, {JSON_OBJECT, "custom"}, {JSON_INT, "force_coordinate"}};
+    for (int i = 0; i < 6; ++i) {
+        reply[i].type = rows[i].type;
+        reply[i].key = rows[i].key;
+    }
+    result = common_json_parse(kCaller, reinterpret_cast<char*>(buf), reply, force ? 6 : 5);
+    cJSON* custom = reply[kCustom].data.sub_json;
+    if (result != 0) {
+        MIO_JSON_Delete(custom);
+        return result;
+    }
+    const int port = reply[kPort].data.int_value;
+    kx_rdlock_lock();
+    kx_handle_t* record = kx_get_kx_handle_by_robot_handle(handle);
+    if (record) __atomic_store_n(&record->udp_port, port, __ATOMIC_RELEASE);
+    kx_rdlock_unlock();
+    if (!record) {
+        kx_log_error("[%s] handle is NULL!\n", kCaller);
+        MIO_JSON_Delete(custom);
+        return -1;
+    }
+    kx_udp_custom_config_t& out = config->custom_config;
+    out.expand_state = custom_flag(custom, "expand_state");
+    out.lift_state = custom_flag(custom, "lift_state");
+    out.joint_speed = custom_flag(custom, "joint_speed");
+    out.arm_current_status = custom_flag(custom, "arm_current_status");
+    out.aloha_state = custom_flag(custom, "aloha_state");
+    out.hand_state = custom_flag(custom, "hand");
+    MIO_JSON_Delete(custom);
+
+    config->cycle = reply[kCycle].data.int_value;
+    config->port = port;
+    memcpy(config->ip, reply[kIp].data.str_value, sizeof config->ip);
+    config->enable = reply[kEnable].data.bool_value;
+    config->force_coordinate = force ? reply[kForce].data.int_value : -1;
+    kx_log_info("current thread mode %d realtime push config.enable: %d\n", static_cast<int>(g_mode),
+                config->enable ? 1 : 0);
+    if (config->enable && g_mode == KX_TRIPLE_MODE_E && gUdpHandle) {
+        int added = gUdpHandle->udp_add_port(gUdpHandle, port);
+        kx_log_info("udp add port %d result: %d\n", port, added);
+    }
+    return 0;
+}
+
+}  // extern "C"
