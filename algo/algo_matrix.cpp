@@ -20,6 +20,26 @@ bool fits(const M& a) {
     return a.row >= 1 && a.col >= 1 && a.row <= N && a.col <= N;
 }
 
+// Plane rotation of columns p and q (rows 0..n-1): x' = c x - s y, y' = s x + c y.
+template <class M, class S>
+void rotate_columns(M& m, int n, int p, int q, S c, S s) {
+    for (int i = 0; i < n; ++i) {
+        const S x = m.data[i][p], y = m.data[i][q];
+        m.data[i][p] = c * x - s * y;
+        m.data[i][q] = s * x + c * y;
+    }
+}
+
+// The same on rows p and q (columns 0..n-1).
+template <class M, class S>
+void rotate_rows(M& m, int n, int p, int q, S c, S s) {
+    for (int k = 0; k < n; ++k) {
+        const S x = m.data[p][k], y = m.data[q][k];
+        m.data[p][k] = c * x - s * y;
+        m.data[q][k] = s * x + c * y;
+    }
+}
+
 template <class M>
 M zeros(int row, int col) {
     M m{};
@@ -196,16 +216,8 @@ int svd(const M& a, M* u, V* s, M* v) {
                 const S zeta = (beta - alpha) / (2 * gamma);
                 const S t = (zeta >= 0 ? 1 : -1) / (std::fabs(zeta) + std::sqrt(1 + zeta * zeta));
                 const S c = 1 / std::sqrt(1 + t * t), sn = c * t;
-                for (int i = 0; i < m; ++i) {
-                    const S x = w.data[i][p], y = w.data[i][q];
-                    w.data[i][p] = c * x - sn * y;
-                    w.data[i][q] = sn * x + c * y;
-                }
-                for (int i = 0; i < n; ++i) {
-                    const S x = vv.data[i][p], y = vv.data[i][q];
-                    vv.data[i][p] = c * x - sn * y;
-                    vv.data[i][q] = sn * x + c * y;
-                }
+                rotate_columns(w, m, p, q, c, sn);
+                rotate_columns(vv, n, p, q, c, sn);
             }
         if (!rotated) break;
     }
@@ -250,21 +262,9 @@ int eig_sym(M a, V* values, M* vectors) {
                 const S theta = (a.data[q][q] - a.data[p][p]) / (2 * a.data[p][q]);
                 const S t = (theta >= 0 ? 1 : -1) / (std::fabs(theta) + std::sqrt(theta * theta + 1));
                 const S c = 1 / std::sqrt(t * t + 1), s = t * c;
-                for (int k = 0; k < n; ++k) {  // A <- A·J
-                    const S x = a.data[k][p], y = a.data[k][q];
-                    a.data[k][p] = c * x - s * y;
-                    a.data[k][q] = s * x + c * y;
-                }
-                for (int k = 0; k < n; ++k) {  // A <- J^T·A
-                    const S x = a.data[p][k], y = a.data[q][k];
-                    a.data[p][k] = c * x - s * y;
-                    a.data[q][k] = s * x + c * y;
-                }
-                for (int k = 0; k < n; ++k) {
-                    const S x = vec.data[k][p], y = vec.data[k][q];
-                    vec.data[k][p] = c * x - s * y;
-                    vec.data[k][q] = s * x + c * y;
-                }
+                rotate_columns(a, n, p, q, c, s);  // A <- A·J
+                rotate_rows(a, n, p, q, c, s);     // A <- J^T·A
+                rotate_columns(vec, n, p, q, c, s);
             }
     }
     int order[N];

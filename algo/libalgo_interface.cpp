@@ -2,6 +2,7 @@
 #include "libalgo_interface.h"
 
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 
 #include "algo_arm.h"
@@ -85,6 +86,12 @@ namespace {
 
 using algo::copy8;
 
+// d, a, alpha, offset and the four compensation arrays each lie back to
+// back in DH: copy one group of four, starting at byte `first`.
+void copy_four(DH& to, const DH& from, size_t first) {
+    std::memcpy(reinterpret_cast<char*>(&to) + first, reinterpret_cast<const char*>(&from) + first, 4 * sizeof to.d);
+}
+
 // Setters that change what the solvers see keep the derived view current.
 void set8(float* dst, const float* src) {
     copy8(dst, src);
@@ -117,22 +124,12 @@ KX_API SensorType libalgo_get_sensor_type(void) { return store().sensor; }
 KX_API int16_t libalgo_get_rbt_dof(void) { return store().dof; }
 
 KX_API void libalgo_set_dh_params(DH dh) {
-    algo::Config& c = store();
-    copy8(c.dh.d, dh.d);
-    copy8(c.dh.a, dh.a);
-    copy8(c.dh.alpha, dh.alpha);
-    copy8(c.dh.offset, dh.offset);
-    c.refresh_kin();
+    copy_four(store().dh, dh, offsetof(DH, d));
+    store().refresh_kin();
 }
 KX_API DH libalgo_get_dh_value(void) { return store().dh; }
 
-KX_API void libalgo_set_dh_compensation_value(DH dh) {
-    algo::Config& c = store();
-    copy8(c.dh.err_d, dh.err_d);
-    copy8(c.dh.err_a, dh.err_a);
-    copy8(c.dh.err_alpha, dh.err_alpha);
-    copy8(c.dh.err_theta, dh.err_theta);
-}
+KX_API void libalgo_set_dh_compensation_value(DH dh) { copy_four(store().dh, dh, offsetof(DH, err_d)); }
 KX_API DH libalgo_get_dh_compensation_value(void) { return store().dh; }
 KX_API void libalgo_set_dh_params_default(DH dh) { store().dh_default = dh; }
 KX_API DH libalgo_get_dh_params_default(void) { return store().dh_default; }

@@ -60,8 +60,6 @@ void mul(const double A[3][3], const double B[3][3], double out[3][3]) {
 }
 void mul(const double A[3][3], const Rot3& B, double out[3][3]) { mul(A, B.m, out); }
 
-double sign_of(double v) { return v < 0 ? -1.0 : 1.0; }
-
 double half_turn(double t) { return t > 0 ? t - ALGO_PI : t + ALGO_PI; }
 
 }  // namespace
@@ -121,6 +119,7 @@ bool pick_nearest(const Kin& k, const double (*cand)[8], int n, const double* q_
 namespace {
 
 constexpr double ACCEPT = 1e-6;  // pose error of an accepted solution
+constexpr double POLISH = 1e-7;  // below this a closed form needs no polish
 
 // The chosen branch is polished against the (single precision) target,
 // which matters near singular configurations; a DH table outside the
@@ -130,6 +129,7 @@ int choose(const Kin& k, const Frame& target, const double (*cand)[8], int n, co
     if (!pick_nearest(k, cand, n, q_ref, q)) return -2;
     DlsOptions opt;
     opt.max_iter = 4;
+    opt.tol = POLISH;
     if (dls_refine(k, target, q, opt) > ACCEPT) return -1;
     std::copy(q, q + k.dof, q_out);
     return 0;
@@ -208,29 +208,28 @@ int ik_parallel_axes(const Kin& k, const Frame& target, const double* q_ref, dou
         const double nv[3] = {s1 * sn1, -s1 * c1, 0};
         const double c5 = clamped(-s4 * s5 * (z6[0] * nv[0] + z6[1] * nv[1]));
         const double xn = x6[0] * nv[0] + x6[1] * nv[1], yn = y6[0] * nv[0] + y6[1] * nv[1];
+        // Wrist branch with sin(t5) >= 0; the other is (-t5, t6 + pi), which
+        // turns joint 4's frame by a half turn (t234 + pi, z5 reversed).
+        const double st5 = std::sqrt(std::max(0.0, 1 - c5 * c5));
+        const double t5 = std::atan2(st5, c5);
+        const double t6 = st5 < SINGULAR ? q_ref[5] + k.offset[5] : std::atan2(-yn * s4, xn * s4);
+        // R4 = R6 · (RotX(a4)·Rz(t5)·RotX(a5)·Rz(t6))^T.
+        double Z5[3][3], Z6[3][3], A[3][3], B[3][3], R46[3][3], R4[3][3];
+        rot_z(t5, Z5);
+        rot_z(t6, Z6);
+        mul(rot_x(s4).m, Z5, A);
+        mul(A, rot_x(s5), B);
+        mul(B, Z6, R46);
+        for (int i = 0; i < 3; ++i)
+            for (int j = 0; j < 3; ++j)
+                R4[i][j] = target.R[i][0] * R46[j][0] + target.R[i][1] * R46[j][1] + target.R[i][2] * R46[j][2];
+        // Rz(t234) = (Rz(t1)·RotX(a1))^T · R4; its first column in the
+        // frame of joint 2: rows x1 and (RotX(a1)^T)·y1.
+        const double t234 = std::atan2(s1 * R4[2][0], c1 * R4[0][0] + sn1 * R4[1][0]);
         for (int wr = 0; wr < 2; ++wr) {
-            const double st5 = (wr == 0 ? 1 : -1) * std::sqrt(std::max(0.0, 1 - c5 * c5));
-            const double t5 = std::atan2(st5, c5);
-            const double t6 = std::fabs(st5) < SINGULAR
-                                  ? q_ref[5] + k.offset[5]
-                                  : std::atan2(-yn * s4 * sign_of(st5), xn * s4 * sign_of(st5));
-            // R4 = R6 · (RotX(a4)·Rz(t5)·RotX(a5)·Rz(t6))^T.
-            double Z5[3][3], Z6[3][3], A[3][3], B[3][3], R46[3][3], R4[3][3];
-            rot_z(t5, Z5);
-            rot_z(t6, Z6);
-            mul(rot_x(s4).m, Z5, A);
-            mul(A, rot_x(s5), B);
-            mul(B, Z6, R46);
-            for (int i = 0; i < 3; ++i)
-                for (int j = 0; j < 3; ++j)
-                    R4[i][j] = target.R[i][0] * R46[j][0] + target.R[i][1] * R46[j][1] + target.R[i][2] * R46[j][2];
-            // Rz(t234) = (Rz(t1)·RotX(a1))^T · R4; its first column in the
-            // frame of joint 2: rows x1 and (RotX(a1)^T)·y1.
-            const double m00 = c1 * R4[0][0] + sn1 * R4[1][0];
-            const double m10 = s1 * R4[2][0];
-            const double t234 = std::atan2(m10, m00);
+            const double flip = wr == 0 ? 1 : -1;
+            const double z5[3] = {-flip * s4 * R4[0][1], -flip * s4 * R4[1][1], -flip * s4 * R4[2][1]};
             // Joint 4's origin, then the planar two-link problem in joint 2's frame.
-            const double z5[3] = {-s4 * R4[0][1], -s4 * R4[1][1], -s4 * R4[2][1]};
             const double p4[3] = {p5[0] - k.d[4] * z5[0], p5[1] - k.d[4] * z5[1], p5[2] - k.d[4] * z5[2] - k.d[0]};
             const double qx = c1 * p4[0] + sn1 * p4[1] - k.a[1];
             const double qy = s1 * p4[2];
@@ -238,11 +237,13 @@ int ik_parallel_axes(const Kin& k, const Frame& target, const double* q_ref, dou
             const double c3 = clamped((qx * qx + qy * qy - a2 * a2 - a3 * a3) / (2 * a2 * a3));
             const double ac = std::acos(c3), base = std::atan2(qy, qx);
             const double off = std::atan2(a3 * std::sin(ac), a2 + a3 * c3);
+            const double w234 = wr == 0 ? t234 : half_turn(t234);
+            const double w5 = flip * t5, w6 = wr == 0 ? t6 : half_turn(t6);
             for (int el = 0; el < 2; ++el, ++n) {
                 const double sgn = el == 0 ? 1 : -1;
                 const double t3 = sgn * ac;
                 const double t2 = base - sgn * off;
-                const double th[6] = {t1, t2, t3, t234 - t2 - t3, t5, t6};
+                const double th[6] = {t1, t2, t3, w234 - t2 - t3, w5, w6};
                 std::copy(th, th + 6, cand[n]);
                 if (std::isnan(c5) || std::isnan(as)) cand[n][0] = NaN;
             }
@@ -295,10 +296,24 @@ int run(Solver solve, const float* q_ref, const Frame& flange, float* q_out) {
     return rc;
 }
 
+// Install angle, tool and work frame are mostly identities: skip them.
+bool is_identity(const Matrix& m) {
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j)
+            if (m.data[i][j] != (i == j ? 1.0f : 0.0f)) return false;
+    return true;
+}
+
+Matrix times_inverse_of(const Matrix& frame, const Matrix& T, bool frame_first) {
+    if (is_identity(frame)) return T;
+    const Matrix inv = matrix_inv_coordinate_system(frame);
+    return frame_first ? matrix_m(inv, T) : matrix_m(T, inv);
+}
+
 // install^-1 x T x tool^-1: the flange in the arm's own base.
 Matrix flange_of(const Matrix& T) {
     const algo::Config& c = algo::store();
-    return matrix_m(matrix_m(matrix_inv_coordinate_system(c.install_m), T), matrix_inv_coordinate_system(c.tool_m));
+    return times_inverse_of(c.tool_m, times_inverse_of(c.install_m, T, true), false);
 }
 
 int closed_form(Solver solve, const float* q_ref, const Matrix& T, float* q_out) {
@@ -317,7 +332,7 @@ extern "C" {
 KX_API Matrix calc_Tbase2tool_from_Pose(const Pose* pose, uint8_t flag) {
     Pose p = pose ? *pose : Pose{};
     if (flag == 1) p.quaternion = euler_to_quat(p.euler.rx, p.euler.ry, p.euler.rz);
-    return matrix_m(matrix_inv_coordinate_system(algo::store().work_m), pose_quat_to_transformation_matrix(p));
+    return times_inverse_of(algo::store().work_m, pose_quat_to_transformation_matrix(p), true);
 }
 
 KX_API int inverse_kinematics(const float* q_in, const Pose* target, float* q_out, uint8_t flag) {

@@ -220,6 +220,7 @@ int srs_candidates(const Kin& k, const Frame& target, const SrsTarget& g, double
 bool polish(const Kin& k, const Frame& target, double* q) {
     DlsOptions opt;
     opt.max_iter = 4;
+    opt.tol = 1e-7;
     opt.step_bound = k.period;
     return dls_refine(k, target, q, opt) < ACCEPT;
 }

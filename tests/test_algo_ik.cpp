@@ -5,6 +5,11 @@
 
 #include <cmath>
 #include <random>
+#include <thread>
+#include <vector>
+
+#include "libalgo_interface.h"
+#include "tovi_inv_kinematics.h"
 
 #include "algo_arm.h"
 #include "robot_define.h"
@@ -120,4 +125,31 @@ TEST(AlgoIk, TypesWithoutSolverAndUnreachableTargetsFail) {
         T[0][3] = NAN;
         EXPECT_LT(algo::arm_ik(m, q, T, out), 0) << type;
     }
+}
+
+TEST(AlgoIk, ArmModelsAreIndependentOfTheStoreAndOfEachOther) {
+    // Several threads solve with their own models while the process-wide
+    // store is reconfigured underneath: nothing is shared.
+    std::vector<std::thread> workers;
+    std::vector<int> solved(4, 0);
+    for (int w = 0; w < 4; ++w)
+        workers.emplace_back([w, &solved] {
+            const int type = (w % 2) ? BRIV : GOLT;
+            algo::ArmModel m;
+            algo::default_model(type, _P, &m);
+            std::mt19937 rng(w);
+            for (int n = 0; n < 200; ++n) {
+                float q[8] = {}, out[8] = {}, T[4][4];
+                for (int i = 0; i < m.dof; ++i)
+                    q[i] = std::uniform_real_distribution<float>(m.jmin[i], m.jmax[i])(rng);
+                algo::arm_fk(m, q, T);
+                solved[w] += algo::arm_ik(m, q, T, out) == 0;
+            }
+        });
+    for (int n = 0; n < 200; ++n) {
+        libalgo_set_robot_and_sensor_type(n % 2 ? CALDI : FIRU, _P);
+        ikine_set_solution_range_briv(n % 2 ? 0.0f : 3.14f);
+    }
+    for (auto& t : workers) t.join();
+    for (int w = 0; w < 4; ++w) EXPECT_EQ(solved[w], 200) << w;
 }
