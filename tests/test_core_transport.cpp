@@ -159,12 +159,7 @@ TEST(CoreTransportSingle, DragTeachPointsAreWrittenByTheWaitingCall) {
     EXPECT_EQ(0, drag_teach_save_state);
     EXPECT_GT(drag_teach_count, 0);  // silent polls after the first point are counted
     EXPECT_TRUE(LogCapture::contains("drag_save len 25 robot_handle: 1 drag_save:"));
-    rewind(F_SaveDragTeach);
-    char content[256] = {};
-    fread(content, 1, sizeof content - 1, F_SaveDragTeach);
-    EXPECT_STREQ("{\"point\":[1,2,3,4,5,6]}\r\n{\"point\":[6,5,4,3,2,1]}\r\n", content);
-    fclose(F_SaveDragTeach);
-    F_SaveDragTeach = nullptr;
+    EXPECT_EQ("{\"point\":[1,2,3,4,5,6]}\r\n{\"point\":[6,5,4,3,2,1]}\r\n", kxtest::close_save_file());
 
     // With no file open the save is marked failed.
     sim->send_raw(0, R"({"point":[1]})" "\r\n");

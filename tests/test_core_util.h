@@ -131,6 +131,20 @@ private:
     std::vector<T> items_;
 };
 
+// Closes the drag-teach save file and returns what was written to it.
+inline std::string close_save_file() {
+    std::string content;
+    if (FILE* file = F_SaveDragTeach) {
+        rewind(file);
+        char buf[4096];
+        size_t n;
+        while ((n = fread(buf, 1, sizeof buf, file)) > 0) content.append(buf, n);
+        fclose(file);
+    }
+    F_SaveDragTeach = nullptr;
+    return content;
+}
+
 // A test run once per thread mode, with the library started and shut down around it.
 class ModeTest : public ::testing::TestWithParam<kx_thread_mode_e> {
 protected:
