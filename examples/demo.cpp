@@ -102,7 +102,7 @@ int run(ArmInfo& arm, const float* ready) {
 int main() {
     kxsim::Options o;
     o.arms = {kxsim::ArmOptions{g_arms[0].product}, kxsim::ArmOptions{g_arms[1].product}};
-    o.time_scale = 2.0;
+    o.time_scale = 1.0;
     o.udp_port = free_udp_port();
     o.push_enabled = true;
     o.push_cycle = 20;

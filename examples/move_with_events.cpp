@@ -7,12 +7,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <memory>
 #include <thread>
 
 #include "kx_interface.h"
-#include "simulator.h"
+#include "example_target.h"
 
 namespace {
 
@@ -30,29 +28,11 @@ void on_event(kx_event_push_data_t e) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::unique_ptr<kxsim::Simulator> sim;
-    const char* ip = "127.0.0.1";
-    int port = 0;
-    if (argc >= 3) {
-        ip = argv[1];
-        port = std::atoi(argv[2]);
-    } else {
-        kxsim::Options o;
-        o.time_scale = 4.0;
-        o.push_enabled = false;
-        sim = std::make_unique<kxsim::Simulator>(o);
-        if (!sim->start()) return 1;
-        port = sim->port(0);
-    }
-
     kx_init(KX_DUAL_MODE_E);
     kx_get_arm_event_call_back(on_event);
-    kx_robot_handle* arm = kx_create_robot_arm(ip, port);
-    if (arm == nullptr || arm->id < 0) {
-        std::fprintf(stderr, "could not connect\n");
-        kx_destory();
-        return 1;
-    }
+    ExampleTarget target;
+    if (!target.connect(argc, argv, 4.0)) return target.finish(1);
+    kx_robot_handle* arm = target.arm;
 
     const float ready[7] = {0, 20, 70, 0, 90, 0, 0};
     const float left[7] = {30, 20, 70, 0, 90, 0, 0};
@@ -72,12 +52,11 @@ int main(int argc, char** argv) {
     /* Blocking linear move straight down 5 cm from where the arm is now. */
     kx_current_arm_state_t st;
     if (kx_get_current_arm_state(arm, &st) == 0) {
-        kx_pose_t target = st.pose;
-        target.position.z -= 0.05f;
+        kx_pose_t goal = st.pose;
+        goal.position.z -= 0.05f;
         std::printf("blocking movel 5 cm down ...\n");
-        std::printf("  returned %d\n", kx_movel(arm, target, 20, 0, 0, 1));
+        std::printf("  returned %d\n", kx_movel(arm, goal, 20, 0, 0, 1));
     }
 
-    kx_destory();
-    return 0;
+    return target.finish(0);
 }

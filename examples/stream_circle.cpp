@@ -7,58 +7,39 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <memory>
 #include <thread>
 
 #include "kx_interface.h"
-#include "simulator.h"
+#include "example_target.h"
 
 constexpr float kPi = 3.14159265f;
 
 int main(int argc, char** argv) {
-    std::unique_ptr<kxsim::Simulator> sim;
-    const char* ip = "127.0.0.1";
-    int port = 0;
-    if (argc >= 3) {
-        ip = argv[1];
-        port = std::atoi(argv[2]);
-    } else {
-        kxsim::Options o;
-        o.push_enabled = false;
-        sim = std::make_unique<kxsim::Simulator>(o);
-        if (!sim->start()) return 1;
-        port = sim->port(0);
-    }
-
     kx_init(KX_DUAL_MODE_E);
-    kx_robot_handle* arm = kx_create_robot_arm(ip, port);
-    if (arm == nullptr || arm->id < 0) {
-        std::fprintf(stderr, "could not connect\n");
-        kx_destory();
-        return 1;
-    }
+    ExampleTarget target;
+    if (!target.connect(argc, argv, 1.0)) return target.finish(1);
+    kx_robot_handle* arm = target.arm;
     const float ready[7] = {0, 20, 70, 0, 90, 0, 0};
-    if (kx_movej(arm, ready, 30, 0, 0, 1) != 0) return kx_destory(), 1;
+    if (kx_movej(arm, ready, 30, 0, 0, 1) != 0) return target.finish(1);
 
     kx_current_arm_state_t st;
-    if (kx_get_current_arm_state(arm, &st) != 0) return kx_destory(), 1;
+    if (kx_get_current_arm_state(arm, &st) != 0) return target.finish(1);
     const kx_pose_t centre = st.pose;
     const float radius = 0.03f;
     const int steps = 200; /* 2 s around */
 
-    kx_movep_canfd_mode_t target{};
-    target.pose = centre;
-    target.pose.quaternion = {0, 0, 0, 0}; /* not a unit quaternion: the Euler angles are sent */
-    target.follow = false;
-    target.trajectory_mode = 0;
-    target.radio = 0;
+    kx_movep_canfd_mode_t setpoint{};
+    setpoint.pose = centre;
+    setpoint.pose.quaternion = {0, 0, 0, 0}; /* not a unit quaternion: the Euler angles are sent */
+    setpoint.follow = false;
+    setpoint.trajectory_mode = 0;
+    setpoint.radio = 0;
     auto next = std::chrono::steady_clock::now();
     for (int i = 0; i <= steps; ++i) {
         float a = 2.0f * kPi * static_cast<float>(i) / steps;
-        target.pose.position.x = centre.position.x + radius * (std::cos(a) - 1.0f);
-        target.pose.position.y = centre.position.y + radius * std::sin(a);
-        if (kx_movep_canfd(arm, target) != 0) {
+        setpoint.pose.position.x = centre.position.x + radius * (std::cos(a) - 1.0f);
+        setpoint.pose.position.y = centre.position.y + radius * std::sin(a);
+        if (kx_movep_canfd(arm, setpoint) != 0) {
             std::fprintf(stderr, "send failed\n");
             break;
         }
@@ -69,6 +50,5 @@ int main(int argc, char** argv) {
     kx_get_current_arm_state(arm, &st);
     std::printf("circle done; tool back at %.4f %.4f %.4f (started %.4f %.4f %.4f)\n", st.pose.position.x,
                 st.pose.position.y, st.pose.position.z, centre.position.x, centre.position.y, centre.position.z);
-    kx_destory();
-    return 0;
+    return target.finish(0);
 }

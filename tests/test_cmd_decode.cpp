@@ -205,7 +205,7 @@ TEST_F(Decode, FrameReplies) {
 }
 
 TEST(DecodeEnvelope, BoundedAndChecked) {
-    kx_set_log_call_back(capture_log, 0);
+    kxtest::LogCapture::install(LOG_LEVEL_DEBUG);
     kx_envelope_balls_list_t env;
     std::memset(&env, 0xAB, sizeof env);
     std::string list;

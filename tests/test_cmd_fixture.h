@@ -4,16 +4,10 @@
 #define TEST_CMD_FIXTURE_H
 
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <cstdarg>
-#include <cstdio>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,44 +15,20 @@
 #include "kx_interface.h"
 #include "kx_interface_global.h"
 #include "simulator.h"
+#include "test_core_util.h"
 
 namespace cmdtest {
 
-/* ---- captured log ---- */
-inline std::mutex g_log_mutex;
-inline std::vector<std::string> g_log;
+/* Exact log lines, captured through the core tests' sink. */
+inline bool logged(const std::string& text) { return kxtest::LogCapture::has_line(text); }
+inline void clear_log() { kxtest::LogCapture::clear(); }
+using kxtest::free_udp_port;
 
-inline void capture_log(const char* fmt, va_list args) {
-    char text[2048];
-    vsnprintf(text, sizeof text, fmt, args);
-    std::lock_guard<std::mutex> lock(g_log_mutex);
-    g_log.emplace_back(text);
-}
-
-inline bool logged(const std::string& text) {
-    std::lock_guard<std::mutex> lock(g_log_mutex);
-    for (const std::string& line : g_log)
-        if (line == text) return true;
-    return false;
-}
-
-inline void clear_log() {
-    std::lock_guard<std::mutex> lock(g_log_mutex);
-    g_log.clear();
-}
-
-/* A UDP port nobody uses right now. */
-inline int free_udp_port() {
-    int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    addr.sin_port = 0;
-    bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-    socklen_t len = sizeof addr;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
-    close(fd);
-    return ntohs(addr.sin_port);
+inline kx_pose_t pose_of(float x, float y, float z, float rx, float ry, float rz) {
+    kx_pose_t p{};
+    p.position = {x, y, z};
+    p.euler = {rx, ry, rz};
+    return p;
 }
 
 /* Polls a condition on simulator state (which the library cannot signal)
@@ -95,7 +65,7 @@ protected:
         sim = std::make_unique<kxsim::Simulator>(o);
         ASSERT_TRUE(sim->start());
         if (s.before_connect) s.before_connect(*sim);
-        kx_set_log_call_back(capture_log, 0);
+        kxtest::LogCapture::install(LOG_LEVEL_DEBUG);
         ASSERT_EQ(0, kx_init(s.mode));
         inited = true;
         for (int i = 0; i < sim->arm_count(); ++i) {

@@ -27,6 +27,14 @@ protected:
             if (std::fabs(q[i] - joint[i]) > tol) return false;
         return !sim->moving(arm);
     }
+
+    void expect_tool_at(const kx_pose_t& p) {
+        kx_current_arm_state_t st{};
+        ASSERT_EQ(0, kx_get_current_arm_state(h(), &st));
+        EXPECT_NEAR(p.position.x, st.pose.position.x, 1e-3);
+        EXPECT_NEAR(p.position.y, st.pose.position.y, 1e-3);
+        EXPECT_NEAR(p.position.z, st.pose.position.z, 1e-3);
+    }
 };
 
 const float kHome[7] = {0, 0, 0, 0, 0, 0, 0};
@@ -44,20 +52,16 @@ TEST_P(Motion, BlockingMovesReturnOnArrival) {
     ASSERT_EQ(0, kx_movej(h(), kB, 50, 0, 0, 1));
     EXPECT_TRUE(at(kB));
 
-    /* Linear and joint-to-pose moves to the pose of kA bring the arm back there. */
-    kx_pose_t pa = kx_algo_forward_kinematics(h(), kA);
-    ASSERT_EQ(0, kx_movej_p(h(), pa, 50, 0, 0, 1));
-    EXPECT_TRUE(at(kA, 0, 0.05));
-    ASSERT_EQ(0, kx_movej(h(), kB, 50, 0, 0, 1));
-    ASSERT_EQ(0, kx_movel(h(), pa, 50, 0, 0, 1));
+    /* A joint-space move to the pose of kA, then a linear move 3 cm down:
+     * each returns with the tool at its target. */
+    kx_pose_t target = kx_algo_forward_kinematics(h(), kA);
+    ASSERT_EQ(0, kx_movej_p(h(), target, 50, 0, 0, 1));
     EXPECT_FALSE(sim->moving(0));
-    kx_pose_t now{};
-    kx_current_arm_state_t st{};
-    ASSERT_EQ(0, kx_get_current_arm_state(h(), &st));
-    now = st.pose;
-    EXPECT_NEAR(pa.position.x, now.position.x, 1e-3);
-    EXPECT_NEAR(pa.position.y, now.position.y, 1e-3);
-    EXPECT_NEAR(pa.position.z, now.position.z, 1e-3);
+    expect_tool_at(target);
+    target.position.z -= 0.03f;
+    ASSERT_EQ(0, kx_movel(h(), target, 50, 0, 0, 1));
+    EXPECT_FALSE(sim->moving(0));
+    expect_tool_at(target);
 }
 
 TEST_P(Motion, BlockingStepsWaitForTheStep) {

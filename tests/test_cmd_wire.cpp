@@ -21,13 +21,6 @@ protected:
     }
 };
 
-kx_pose_t pose_of(float x, float y, float z, float rx, float ry, float rz) {
-    kx_pose_t p{};
-    p.position = {x, y, z};
-    p.euler = {rx, ry, rz};
-    return p;
-}
-
 }  // namespace
 
 TEST_F(Wire, LimitsScaleAndTruncate) {

@@ -7,10 +7,7 @@
 
 #include "kx_command.h"
 #include "kx_commands_internal.h"
-#if __has_include("kx_invoke_algo.h")
 #include "kx_invoke_algo.h"
-#define KX_HAVE_FRAME_MATRICES 1
-#endif
 
 using namespace kx;
 
@@ -127,11 +124,8 @@ int get_current_frame(const char* fn, kx_robot_handle* h, bool tool, kx_frame_t*
     if (r != 0) return r;
     *out = f;
     kx_matrix_t m = kx_algo_pos2matrix(f.pose);
-#ifdef KX_HAVE_FRAME_MATRICES
+    static_assert(sizeof(Matrix) == sizeof(kx_matrix_t), "the library's matrix mirrors the API's");
     std::memcpy(tool ? &Tool_Matrix : &Frame_Matrix, &m, sizeof m);
-#else
-    (void)m; /* TODO: store into Tool_Matrix / Frame_Matrix once the kinematics glue is in */
-#endif
     return with_record(h, [&](kx_handle_t& rec) { (tool ? rec.tool_frame : rec.work_frame) = f; });
 }
 

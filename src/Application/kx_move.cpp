@@ -74,6 +74,21 @@ int accept_nonblocking(const char* fn, int len, const ReplyBuf& buf) {
     return ret;
 }
 
+/* The three moves to one pose differ only in names and watched type. The
+ * blocking spline reports its send/wait failures and foreign-device endings
+ * under the linear move's name. */
+struct PoseMove {
+    const char* fn;
+    const char* command;
+    const char* block_send_fn;
+    const char* device_fn;
+    int watched;
+    WaitShape shape;
+};
+constexpr PoseMove kMoveL{"kx_movel", "movel", "kx_movel", "kx_movel", kLineType, WaitShape::EventFirst};
+constexpr PoseMove kMoveS{"kx_moves", "moves", "kx_movel", "kx_movel", kSplineType, WaitShape::EventFirst};
+constexpr PoseMove kMoveJP{"kx_movej_p", "movej_p", "kx_movej_p", "kx_movej_p", kJointType, WaitShape::PollFirst};
+
 /* A joined motion (trajectory_connect 1) is not waited for. */
 int accept_blocking(const char* fn, const char* device_fn, kx_robot_handle* h, int len, const ReplyBuf& buf, int tc,
                     int block, int watched, WaitShape shape) {
@@ -81,6 +96,18 @@ int accept_blocking(const char* fn, const char* device_fn, kx_robot_handle* h, i
     int ret = motion_accepted(fn, buf);
     if (tc == 1) return ret;
     return finish_blocking(device_fn, h, ret, len, block, watched, shape);
+}
+
+int pose_nblock(const PoseMove& m, kx_robot_handle* h, const kx_pose_t& pose, int v, int r, int tc) {
+    ReplyBuf buf;
+    int len = send_pose_move(m.fn, m.command, h, pose, v, r, tc, buf);
+    return accept_nonblocking(m.fn, len, buf);
+}
+
+int pose_block(const PoseMove& m, kx_robot_handle* h, const kx_pose_t& pose, int v, int r, int tc, int block) {
+    ReplyBuf buf;
+    int len = send_pose_move(m.block_send_fn, m.command, h, pose, v, r, tc, buf);
+    return accept_blocking(m.fn, m.device_fn, h, len, buf, tc, block, m.watched, m.shape);
 }
 
 }  // namespace
@@ -124,64 +151,37 @@ KX_API int kx_movej(kx_robot_handle* handle, const float* joint, int v, int r, i
                  : kx_movej_nblock(handle, joint, v, r, trajectory_connect);
 }
 
-/* ---- movel ---------------------------------------------------------------- */
+/* ---- movel, moves, movej_p ---------------------------------------------- */
 
 KX_API int kx_movel_nblock(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect) {
-    ReplyBuf buf;
-    int len = send_pose_move("kx_movel", "movel", handle, pose, v, r, trajectory_connect, buf);
-    return accept_nonblocking("kx_movel", len, buf);
+    return pose_nblock(kMoveL, handle, pose, v, r, trajectory_connect);
 }
-
 KX_API int kx_movel_block(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect, int block) {
-    ReplyBuf buf;
-    int len = send_pose_move("kx_movel", "movel", handle, pose, v, r, trajectory_connect, buf);
-    return accept_blocking("kx_movel", "kx_movel", handle, len, buf, trajectory_connect, block, kLineType,
-                           WaitShape::EventFirst);
+    return pose_block(kMoveL, handle, pose, v, r, trajectory_connect, block);
 }
-
 KX_API int kx_movel(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect, int block) {
     return block ? kx_movel_block(handle, pose, v, r, trajectory_connect, block)
                  : kx_movel_nblock(handle, pose, v, r, trajectory_connect);
 }
 
-/* ---- moves ---------------------------------------------------------------- */
-
 KX_API int kx_moves_nblock(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect) {
-    ReplyBuf buf;
-    int len = send_pose_move("kx_moves", "moves", handle, pose, v, r, trajectory_connect, buf);
-    return accept_nonblocking("kx_moves", len, buf);
+    return pose_nblock(kMoveS, handle, pose, v, r, trajectory_connect);
 }
-
 KX_API int kx_moves_block(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect, int block) {
-    /* The blocking spline reports its send/wait failures and foreign-device
-     * endings under the linear move's name. */
-    ReplyBuf buf;
-    int len = send_pose_move("kx_movel", "moves", handle, pose, v, r, trajectory_connect, buf);
-    return accept_blocking("kx_moves", "kx_movel", handle, len, buf, trajectory_connect, block, kSplineType,
-                           WaitShape::EventFirst);
+    return pose_block(kMoveS, handle, pose, v, r, trajectory_connect, block);
 }
-
 KX_API int kx_moves(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect, int block) {
     return block ? kx_moves_block(handle, pose, v, r, trajectory_connect, block)
                  : kx_moves_nblock(handle, pose, v, r, trajectory_connect);
 }
 
-/* ---- movej_p -------------------------------------------------------------- */
-
 KX_API int kx_movej_p_nblock(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect) {
-    ReplyBuf buf;
-    int len = send_pose_move("kx_movej_p", "movej_p", handle, pose, v, r, trajectory_connect, buf);
-    return accept_nonblocking("kx_movej_p", len, buf);
+    return pose_nblock(kMoveJP, handle, pose, v, r, trajectory_connect);
 }
-
 KX_API int kx_movej_p_block(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect,
                             int block) {
-    ReplyBuf buf;
-    int len = send_pose_move("kx_movej_p", "movej_p", handle, pose, v, r, trajectory_connect, buf);
-    return accept_blocking("kx_movej_p", "kx_movej_p", handle, len, buf, trajectory_connect, block, kJointType,
-                           WaitShape::PollFirst);
+    return pose_block(kMoveJP, handle, pose, v, r, trajectory_connect, block);
 }
-
 KX_API int kx_movej_p(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect, int block) {
     return block ? kx_movej_p_block(handle, pose, v, r, trajectory_connect, block)
                  : kx_movej_p_nblock(handle, pose, v, r, trajectory_connect);

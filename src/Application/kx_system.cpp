@@ -2,6 +2,7 @@
  * also decides which arm model and force edition the connection talks to. */
 #include <cjson/cJSON.h>
 
+#include <cstddef>
 #include <cstring>
 
 #include "kx_command.h"
@@ -31,18 +32,33 @@ struct EditionRule {
 constexpr EditionRule kEditions[] = {
     {"-P", KX_FORCE_TYPE_P_E}, {"-QA", KX_FORCE_TYPE_QA_E}, {"-QS", KX_FORCE_TYPE_QS_E}};
 
-/* Copies one string member of `obj` into dst and logs it, or logs its
- * parse error. */
-void read_version(const cJSON* obj, const char* key, char* dst, size_t size, const char* found_fmt,
-                  const char* missing) {
-    const cJSON* item = cJSON_GetObjectItem(obj, key);
-    if (cJSON_IsString(item) && item->valuestring != nullptr) {
-        copy_str(dst, size, item->valuestring);
-        kx_log_info(found_fmt, dst);
-    } else {
-        kx_log_error("%s", missing);
-    }
-}
+/* The software-information members: where each is, where it goes, and its
+ * two log lines. */
+struct VersionField {
+    const char* object; /* enclosing member, or null for the top level */
+    const char* key;
+    size_t offset;
+    size_t size;
+    const char* found;
+    const char* missing;
+};
+#define KX_VERSION_FIELD(obj, key, member, label)                                                             \
+    {obj,                                                                                                     \
+     key,                                                                                                     \
+     offsetof(kx_arm_software_version_t, member),                                                             \
+     sizeof(kx_arm_software_version_t::member),                                                               \
+     "[kx_get_arm_software_info] " label ": %s\n",                                                            \
+     "[kx_get_arm_software_info] " label " parse err\n"}
+const VersionField kVersionFields[] = {
+    KX_VERSION_FIELD(nullptr, "Product_version", product_version, "Product version"),
+    KX_VERSION_FIELD("algorithm_info", "version", algorithm_info.version, "Algorithm version"),
+    KX_VERSION_FIELD("ctrl_info", "version", ctrl_info.version, "Ctrl version"),
+    KX_VERSION_FIELD("ctrl_info", "build_time", ctrl_info.build_time, "Ctrl build Time"),
+    KX_VERSION_FIELD("dynamic_info", "model_version", dynamic_info.model_version, "Dynamic model version"),
+    KX_VERSION_FIELD("plan_info", "version", plan_info.version, "Plan version"),
+    KX_VERSION_FIELD("plan_info", "build_time", plan_info.build_time, "Plan build Time"),
+};
+#undef KX_VERSION_FIELD
 
 const SetSpec kPower{"kx_set_arm_power", "set_arm_power", "arm_power"};
 const SetSpec kClearRuntime{"kx_clear_system_runtime", "clear_system_runtime", "clear_state"};
@@ -96,29 +112,17 @@ KX_API int parse_kx_get_arm_software_info(const char* msg, kx_arm_software_versi
     }
     kx_arm_software_version_t v;
     std::memset(&v, 0, sizeof v);
-    read_version(root, "Product_version", v.product_version, sizeof v.product_version,
-                 "[kx_get_arm_software_info] Product version: %s\n",
-                 "[kx_get_arm_software_info] Product version parse err\n");
-    const cJSON* algo = cJSON_GetObjectItem(root, "algorithm_info");
-    read_version(algo, "version", v.algorithm_info.version, sizeof v.algorithm_info.version,
-                 "[kx_get_arm_software_info] Algorithm version: %s\n",
-                 "[kx_get_arm_software_info] Algorithm version parse err\n");
-    const cJSON* ctrl = cJSON_GetObjectItem(root, "ctrl_info");
-    read_version(ctrl, "version", v.ctrl_info.version, sizeof v.ctrl_info.version,
-                 "[kx_get_arm_software_info] Ctrl version: %s\n", "[kx_get_arm_software_info] Ctrl version parse err\n");
-    read_version(ctrl, "build_time", v.ctrl_info.build_time, sizeof v.ctrl_info.build_time,
-                 "[kx_get_arm_software_info] Ctrl build Time: %s\n",
-                 "[kx_get_arm_software_info] Ctrl build Time parse err\n");
-    const cJSON* dyn = cJSON_GetObjectItem(root, "dynamic_info");
-    read_version(dyn, "model_version", v.dynamic_info.model_version, sizeof v.dynamic_info.model_version,
-                 "[kx_get_arm_software_info] Dynamic model version: %s\n",
-                 "[kx_get_arm_software_info] Dynamic model version parse err\n");
-    const cJSON* plan = cJSON_GetObjectItem(root, "plan_info");
-    read_version(plan, "version", v.plan_info.version, sizeof v.plan_info.version,
-                 "[kx_get_arm_software_info] Plan version: %s\n", "[kx_get_arm_software_info] Plan version parse err\n");
-    read_version(plan, "build_time", v.plan_info.build_time, sizeof v.plan_info.build_time,
-                 "[kx_get_arm_software_info] Plan build Time: %s\n",
-                 "[kx_get_arm_software_info] Plan build Time parse err\n");
+    for (const VersionField& f : kVersionFields) {
+        const cJSON* obj = f.object ? cJSON_GetObjectItem(root, f.object) : root;
+        const cJSON* item = cJSON_GetObjectItem(obj, f.key);
+        char* dst = reinterpret_cast<char*>(&v) + f.offset;
+        if (cJSON_IsString(item) && item->valuestring != nullptr) {
+            copy_str(dst, f.size, item->valuestring);
+            kx_log_info(f.found, dst);
+        } else {
+            kx_log_error("%s", f.missing);
+        }
+    }
     cJSON_Delete(root);
     *info = v;
     return 0;
