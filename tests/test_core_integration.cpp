@@ -14,17 +14,7 @@ namespace {
 const char* kTrajectoryEvent =
     R"({"command":"current_trajectory_state","trajectory_state":true,"device":0,"trajectory_connect":0})";
 
-std::unique_ptr<kxsim::Simulator> start_sim(int arms, int udp_port = 0, bool push = false) {
-    kxsim::Options options;
-    options.arms.assign(static_cast<size_t>(arms), kxsim::ArmOptions{});
-    options.base_port = 0;
-    options.push_enabled = push;
-    if (udp_port) options.udp_port = udp_port;
-    auto sim = std::make_unique<kxsim::Simulator>(options);
-    EXPECT_TRUE(sim->start());
-    return sim;
-}
-
+using kxtest::start_sim;
 using kxtest::record_of;
 
 class CoreIntegration : public kxtest::ModeTest {};
@@ -74,6 +64,8 @@ TEST_P(CoreIntegration, SilenceAndClosingGiveNoReply) {
     if (GetParam() != KX_SINGLE_MODE_E) {
         EXPECT_TRUE(LogCapture::has_line("服务器已关闭!\n"));
         EXPECT_EQ(-1, kx::socket_fd(record_of(handle)->socket_handle));
+        EXPECT_EQ(-1, kx_get_realtime_push(handle, &config));  // no reconnect: sends fail from now on
+        EXPECT_TRUE(LogCapture::has_line("[kx_get_realtime_push] get_realtime_push send error\n"));
     }
 }
 
@@ -165,7 +157,7 @@ TEST(CoreIntegrationRealtime, DatagramsAreDecodedAndDeliveredInTripleMode) {
     kx_realtime_arm_state_call_back([](kx_realtime_arm_joint_state_t s) { g_states.add(s); });
     ASSERT_EQ(0, kx_init(KX_TRIPLE_MODE_E));
     int port = kxtest::free_udp_port();
-    auto sim = start_sim(1, port, true);
+    auto sim = start_sim({"AVEN-P"}, port, true);
     kx_robot_handle* handle = kx_create_robot_arm("127.0.0.1", sim->port(0));
     ASSERT_NE(nullptr, handle);
     EXPECT_EQ(port, record_of(handle)->udp_port);

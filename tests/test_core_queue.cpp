@@ -163,12 +163,7 @@ TEST(CoreQueue, DragTeachPointsGoToTheSaveFile) {
     EXPECT_EQ(2, drag_teach_count);
     EXPECT_EQ(1, drag_teach_save_complete);
     EXPECT_TRUE(LogCapture::has_line("drag_teach_count:  2  drag_teach_total_num: 2\n"));
-    rewind(F_SaveDragTeach);
-    char content[256] = {};
-    fread(content, 1, sizeof content - 1, F_SaveDragTeach);
-    EXPECT_STREQ("{\"point\":[1,2,3,4,5,6]}\r\n{\"point\":[7,8,9,10,11,12]}\r\n", content);
-    fclose(F_SaveDragTeach);
-    F_SaveDragTeach = nullptr;
+    EXPECT_EQ("{\"point\":[1,2,3,4,5,6]}\r\n{\"point\":[7,8,9,10,11,12]}\r\n", kxtest::close_save_file());
 
     q.add(R"({"point":5})");
     EXPECT_EQ(1, drag_teach_save_state);

@@ -1,5 +1,5 @@
-// Helpers shared by the connection-core tests: log capture and a minimal
-// scripted TCP controller for framing tests that need exact bytes.
+// Helpers shared by the connection-core tests: log capture, the simulator,
+// ports, fixtures.
 #pragma once
 
 #include <arpa/inet.h>
@@ -12,16 +12,16 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "kx_interface.h"
 #include "kx_interface_global.h"
+#include "simulator.h"
 
 namespace kxtest {
 
@@ -70,140 +70,20 @@ private:
     }
 };
 
-// Accepts one client at a time on an ephemeral loopback port; records request
-// lines and answers through a handler that returns raw bytes (or nothing).
-class FakeController {
-public:
-    using Handler = std::function<std::string(const std::string& line)>;
-
-    explicit FakeController(Handler handler = {}) : handler_(std::move(handler)) {
-        listen_fd_ = socket(AF_INET, SOCK_STREAM, 0);
-        int one = 1;
-        setsockopt(listen_fd_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-        sockaddr_in addr{};
-        addr.sin_family = AF_INET;
-        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(listen_fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-        listen(listen_fd_, 8);
-        socklen_t len = sizeof addr;
-        getsockname(listen_fd_, reinterpret_cast<sockaddr*>(&addr), &len);
-        port_ = ntohs(addr.sin_port);
-        pipe(stop_pipe_);
-        thread_ = std::thread([this] { run(); });
-    }
-    ~FakeController() {
-        write(stop_pipe_[1], "x", 1);
-        thread_.join();
-        close_client();
-        close(listen_fd_);
-        close(stop_pipe_[0]);
-        close(stop_pipe_[1]);
-    }
-    int port() const { return port_; }
-    void set_handler(Handler handler) {
-        std::lock_guard lock(mutex_);
-        handler_ = std::move(handler);
-    }
-    void send_raw(const std::string& bytes) {
-        std::lock_guard lock(mutex_);
-        if (client_ >= 0) send(client_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    }
-    // Writes each byte separately, so the client sees one segment per byte.
-    void send_bytewise(const std::string& bytes) {
-        for (char c : bytes) {
-            send_raw(std::string(1, c));
-            std::this_thread::sleep_for(std::chrono::microseconds(200));
-        }
-    }
-    void close_client() {
-        std::lock_guard lock(mutex_);
-        if (client_ >= 0) close(client_);
-        client_ = -1;
-    }
-    std::vector<std::string> received() const {
-        std::lock_guard lock(mutex_);
-        return lines_;
-    }
-    bool wait_received(size_t n, std::chrono::milliseconds timeout = std::chrono::seconds(5)) {
-        std::unique_lock lock(mutex_);
-        return cv_.wait_for(lock, timeout, [&] { return lines_.size() >= n; });
-    }
-    bool wait_connected(std::chrono::milliseconds timeout = std::chrono::seconds(5)) {
-        std::unique_lock lock(mutex_);
-        return cv_.wait_for(lock, timeout, [&] { return client_ >= 0; });
-    }
-
-private:
-    void run() {
-        std::string pending;
-        for (;;) {
-            int client;
-            {
-                std::lock_guard lock(mutex_);
-                client = client_;
-            }
-            pollfd fds[3] = {{stop_pipe_[0], POLLIN, 0}, {listen_fd_, POLLIN, 0}, {client, POLLIN, 0}};
-            poll(fds, client >= 0 ? 3 : 2, 100);
-            if (fds[0].revents) return;
-            if (fds[1].revents & POLLIN) {
-                int fd = accept(listen_fd_, nullptr, nullptr);
-                std::lock_guard lock(mutex_);
-                if (client_ >= 0) close(client_);
-                client_ = fd;
-                pending.clear();
-                cv_.notify_all();
-                continue;
-            }
-            if (client >= 0 && (fds[2].revents & (POLLIN | POLLHUP))) {
-                char buf[4096];
-                ssize_t n = recv(client, buf, sizeof buf, MSG_DONTWAIT);
-                if (n <= 0) {
-                    std::lock_guard lock(mutex_);
-                    if (client_ == client) {
-                        close(client_);
-                        client_ = -1;
-                    }
-                    continue;
-                }
-                pending.append(buf, static_cast<size_t>(n));
-                size_t pos;
-                while ((pos = pending.find("\r\n")) != std::string::npos) {
-                    std::string line = pending.substr(0, pos);
-                    pending.erase(0, pos + 2);
-                    Handler handler;
-                    {
-                        std::lock_guard lock(mutex_);
-                        lines_.push_back(line);
-                        handler = handler_;
-                        cv_.notify_all();
-                    }
-                    if (handler) {
-                        std::string reply = handler(line);
-                        if (!reply.empty()) send_raw(reply);
-                    }
-                }
-            }
-        }
-    }
-
-    Handler handler_;
-    int listen_fd_ = -1;
-    int port_ = 0;
-    int stop_pipe_[2] = {-1, -1};
-    int client_ = -1;
-    mutable std::mutex mutex_;
-    std::condition_variable cv_;
-    std::vector<std::string> lines_;
-    std::thread thread_;
-};
-
-// The "command" value of a request line (crude, enough for scripted replies).
-inline std::string command_of(const std::string& line) {
-    const std::string key = "\"command\":\"";
-    size_t at = line.find(key);
-    if (at == std::string::npos) return "";
-    size_t start = at + key.size();
-    return line.substr(start, line.find('"', start) - start);
+// A started simulator with one arm per product string, quiet unless asked to push.
+inline std::unique_ptr<kxsim::Simulator> start_sim(std::vector<std::string> products, int udp_port = 0,
+                                                   bool push = false) {
+    kxsim::Options options;
+    options.arms.clear();
+    for (auto& product : products) options.arms.push_back(kxsim::ArmOptions{product});
+    options.push_enabled = push;
+    if (udp_port) options.udp_port = udp_port;
+    auto sim = std::make_unique<kxsim::Simulator>(options);
+    EXPECT_TRUE(sim->start());
+    return sim;
+}
+inline std::unique_ptr<kxsim::Simulator> start_sim(int arms = 1) {
+    return start_sim(std::vector<std::string>(static_cast<size_t>(arms), "AVEN-P"));
 }
 
 // A local port that was free a moment ago: bound to port 0, read back, closed.
@@ -250,6 +130,20 @@ private:
     std::condition_variable cv_;
     std::vector<T> items_;
 };
+
+// Closes the drag-teach save file and returns what was written to it.
+inline std::string close_save_file() {
+    std::string content;
+    if (FILE* file = F_SaveDragTeach) {
+        rewind(file);
+        char buf[4096];
+        size_t n;
+        while ((n = fread(buf, 1, sizeof buf, file)) > 0) content.append(buf, n);
+        fclose(file);
+    }
+    F_SaveDragTeach = nullptr;
+    return content;
+}
 
 // A test run once per thread mode, with the library started and shut down around it.
 class ModeTest : public ::testing::TestWithParam<kx_thread_mode_e> {
