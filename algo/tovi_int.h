@@ -54,7 +54,7 @@ struct Kin {
     double lim_min[8] = {}, lim_max[8] = {};
     double vmax[8] = {};
     double period = 0.002;
-    double theta_v = 0.013; /* 7-joint redundancy search range, radians */
+    double theta_v = 3.14; /* 7-joint redundancy search range, radians (whole redundancy) */
     bool avoid_singularity = false;
 
     void set_dh(const float* d_, const float* a_, const float* alpha_, const float* offset_);

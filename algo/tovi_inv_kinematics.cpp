@@ -272,8 +272,10 @@ int solve_ik(const Kin& k, const Frame& target, const double* q_ref, double* q_o
 using algo::Frame;
 using algo::Kin;
 
-KX_API float theta_v = ALGO_THETA_V_NARROW;
-KX_API int global_is_movl = 1;
+// Until a caller narrows it, the 7-joint search covers the whole redundancy:
+// a caller that never chooses a mode gets the solver's best success rate.
+KX_API float theta_v = ALGO_THETA_V_WIDE;
+KX_API int global_is_movl = 0;
 
 namespace {
 
