@@ -11,15 +11,16 @@ constexpr bool ALL_EDITIONS[3] = {true, true, true};
 constexpr bool PLAIN_ONLY[3] = {true, false, false};
 
 // Six-joint cobot with a spherical wrist and no shoulder or elbow offsets:
-// base height d1, upper arm a2, forearm d4, flange d6. Zero pose points
-// straight up. Solver: spherical wrist (alpha1 = ±90, alpha2 = 0,
+// base height d1, upper arm a2, forearm d4, flange d6. In the zero pose
+// the upper arm stands up, the forearm reaches out horizontally and the
+// flange faces up. Solver: spherical wrist (alpha1 = ±90, alpha2 = 0,
 // a4 = a5 = d5 = 0).
 constexpr ModelTable AVEN_TABLE = {
     AVEN, 6,
     {0.2405, 0, 0, 0.210, 0, 0.144},
     {0, 0, 0.256, 0, 0, 0},
     {0, -90, 0, 90, -90, 90},
-    {0, -90, 90, 0, 0, 0},
+    {0, -90, 0, 0, 90, 0},
     {-178, -130, -135, -178, -128, -360},
     {178, 130, 135, 178, 128, 360},
     {180, 180, 225, 225, 225, 225},

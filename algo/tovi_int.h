@@ -111,6 +111,22 @@ int ik_offset7(const Kin& k, const Frame& target, const double* q_ref, double* q
  * Fills out[branch][3]. */
 void solve_zxzxz(const double M[3][3], double sa, double sb, double ref1, double out[2][3]);
 
+/* find_nearest_joint's body, inlined into the solvers. */
+inline double nearest_equivalent(double ref, double* cand, const double* margin, double min, double max) {
+    const double lo = min - *margin, hi = max + *margin;
+    const double tries[5] = {*cand - ALGO_4PI, *cand - ALGO_2PI, *cand, *cand + ALGO_2PI, *cand + ALGO_4PI};
+    double best = ALGO_NO_JOINT, chosen = *cand;
+    for (double t : tries) {
+        const double dist = std::fabs(t - ref);
+        if (dist < best && t >= lo && t <= hi) {
+            best = dist;
+            chosen = t;
+        }
+    }
+    *cand = chosen;
+    return best;
+}
+
 /* Picks, among n candidate theta vectors, the one whose joints map nearest
  * to the reference (find_nearest_joint per joint, find_min_index overall),
  * writes it as arm joints to q_out. Returns false when none is admissible. */

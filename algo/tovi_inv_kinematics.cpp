@@ -62,6 +62,8 @@ void mul(const double A[3][3], const Rot3& B, double out[3][3]) { mul(A, B.m, ou
 
 double sign_of(double v) { return v < 0 ? -1.0 : 1.0; }
 
+double half_turn(double t) { return t > 0 ? t - ALGO_PI : t + ALGO_PI; }
+
 }  // namespace
 
 void solve_zxzxz(const double M[3][3], double sa, double sb, double ref1, double out[2][3]) {
@@ -86,25 +88,28 @@ void solve_zxzxz(const double M[3][3], double sa, double sb, double ref1, double
         }
         return;
     }
-    for (int b = 0; b < 2; ++b) {
-        const double st2 = b == 0 ? s2 : -s2;
-        const double g1 = sb * sign_of(st2), g3 = sa * sign_of(st2);
-        out[b][0] = std::atan2(g1 * M[1][2], g1 * M[0][2]);
-        out[b][1] = std::atan2(st2, c2);
-        out[b][2] = std::atan2(-g3 * M[2][1], g3 * M[2][0]);
-    }
+    out[0][0] = std::atan2(sb * M[1][2], sb * M[0][2]);
+    out[0][1] = std::atan2(s2, c2);
+    out[0][2] = std::atan2(-sa * M[2][1], sa * M[2][0]);
+    // The flipped branch: t2 -> -t2 turns t1 and t3 by half a turn.
+    out[1][0] = half_turn(out[0][0]);
+    out[1][1] = -out[0][1];
+    out[1][2] = half_turn(out[0][2]);
 }
 
 bool pick_nearest(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double* q_out) {
     double dist[16], mapped[16][8];
     if (n < 1 || n > 16) return false;
+    double lowest = ALGO_NO_JOINT;
     for (int c = 0; c < n; ++c) {
         dist[c] = 0;
-        for (int j = 0; j < k.dof; ++j) {
+        // A partial sum already above the best cannot win: stop adding.
+        for (int j = 0; j < k.dof && dist[c] <= lowest; ++j) {
             double v = cand[c][j], margin = LIMIT_MARGIN;
-            dist[c] += find_nearest_joint(q_ref[j] + k.offset[j], &v, &margin, k.lim_min[j], k.lim_max[j]);
+            dist[c] += nearest_equivalent(q_ref[j] + k.offset[j], &v, &margin, k.lim_min[j], k.lim_max[j]);
             mapped[c][j] = v;
         }
+        lowest = std::min(lowest, dist[c]);
     }
     const int best = find_min_index(dist, n);
     if (!(dist[best] < ALGO_NO_JOINT)) return false;
@@ -151,16 +156,23 @@ int ik_spherical_wrist(const Kin& k, const Frame& target, const double* q_ref, d
     for (int sh = 0; sh < 2; ++sh) {
         const double u = (sh == 0 ? 1 : -1) * std::sqrt(std::max(u2, 0.0));
         const double t1 = std::atan2(wc[1], wc[0]) - std::atan2(lat, u);
+        const double c1 = std::cos(t1), sn1 = std::sin(t1);
         const double vx = u - k.a[1];
         const double c = clamped((vx * vx + vy * vy - a2 * a2 - L * L) / (2 * a2 * L));
+        // The two elbows: theta3 + phi = +-acos(c), mirrored about the line to the wrist.
+        const double ac = std::acos(c), base = std::atan2(vy, vx);
+        const double off = std::atan2(L * std::sin(ac), a2 + L * c);
         for (int el = 0; el < 2; ++el) {
-            const double t3p = (el == 0 ? 1 : -1) * std::acos(c);  // theta3 + phi
-            const double t3 = t3p - phi;
-            const double t2 = std::atan2(vy, vx) - std::atan2(L * std::sin(t3p), a2 + L * std::cos(t3p));
-            double q[8] = {t1 - k.offset[0], t2 - k.offset[1], t3 - k.offset[2]};
-            const Frame F3 = chain_partial(k, q, 3);
+            const double sgn = el == 0 ? 1 : -1;
+            const double t3 = sgn * ac - phi;
+            const double t2 = base - sgn * off;
+            // R3 = Rz(t1)·RotX(alpha1)·Rz(t2 + t3), written out.
+            const double c23 = std::cos(t2 + t3), s23 = std::sin(t2 + t3);
+            const double R3[3][3] = {{c1 * c23, -c1 * s23, s1 * sn1},
+                                     {sn1 * c23, -sn1 * s23, -s1 * c1},
+                                     {s1 * s23, s1 * c23, 0}};
             double A[3][3], M[3][3], w[2][3];
-            mul_t(F3.R, target.R, A);
+            mul_t(R3, target.R, A);
             rotx_t_mul(s3, A, M);
             solve_zxzxz(M, k.sa[4], k.sa[5], q_ref[3] + k.offset[3], w);
             for (int b = 0; b < 2; ++b, ++n) {
@@ -224,9 +236,12 @@ int ik_parallel_axes(const Kin& k, const Frame& target, const double* q_ref, dou
             const double qy = s1 * p4[2];
             const double a2 = k.a[2], a3 = k.a[3];
             const double c3 = clamped((qx * qx + qy * qy - a2 * a2 - a3 * a3) / (2 * a2 * a3));
+            const double ac = std::acos(c3), base = std::atan2(qy, qx);
+            const double off = std::atan2(a3 * std::sin(ac), a2 + a3 * c3);
             for (int el = 0; el < 2; ++el, ++n) {
-                const double t3 = (el == 0 ? 1 : -1) * std::acos(c3);
-                const double t2 = std::atan2(qy, qx) - std::atan2(a3 * std::sin(t3), a2 + a3 * std::cos(t3));
+                const double sgn = el == 0 ? 1 : -1;
+                const double t3 = sgn * ac;
+                const double t2 = base - sgn * off;
                 const double th[6] = {t1, t2, t3, t234 - t2 - t3, t5, t6};
                 std::copy(th, th + 6, cand[n]);
                 if (std::isnan(c5) || std::isnan(as)) cand[n][0] = NaN;

@@ -76,13 +76,18 @@ void jacobian(const Frame* F, int n, int skip, double J[6][8]) {
 
 double dls_refine(const Kin& k, const Frame& target, double* q, const DlsOptions& opt) {
     Frame F[9];
-    double e[6], err = 0;
+    double e[6], err = 0, prev = 0;
+    bool clipped = false;
     const int n = k.dof;
     for (int it = 0;; ++it) {
         chain_frames(k, q, F);
         pose_error(F[n], target, e);
         err = error_norm(e);
         if (err < opt.tol || it >= opt.max_iter) break;
+        // A full step that no longer halves the error has reached the noise
+        // floor of the (single precision) target.
+        if (it > 0 && !clipped && err > 0.5 * prev) break;
+        prev = err;
         double J[6][8];
         jacobian(F, n, opt.fixed, J);
         // dq = J^T (J J^T + lambda^2 I)^-1 e, damping growing with the error.
@@ -103,6 +108,7 @@ double dls_refine(const Kin& k, const Frame& target, double* q, const DlsOptions
                 if (std::fabs(dq[j]) * scale > bound) scale = bound / std::fabs(dq[j]);
             }
         }
+        clipped = scale < 1;
         for (int j = 0; j < n; ++j)
             q[j] = std::clamp(q[j] + scale * dq[j], k.lim_min[j] - k.offset[j], k.lim_max[j] - k.offset[j]);
     }

@@ -260,18 +260,7 @@ KX_API int matrix_inv_dim7(const float a[7][7], float out[7][7]) {
 }
 
 KX_API double find_nearest_joint(double ref, double* cand, double* margin, double min, double max) {
-    const double lo = min - *margin, hi = max + *margin;
-    const double tries[5] = {*cand - ALGO_4PI, *cand - ALGO_2PI, *cand, *cand + ALGO_2PI, *cand + ALGO_4PI};
-    double best = ALGO_NO_JOINT, chosen = *cand;
-    for (double t : tries) {
-        const double dist = std::fabs(t - ref);
-        if (dist < best && t >= lo && t <= hi) {
-            best = dist;
-            chosen = t;
-        }
-    }
-    *cand = chosen;
-    return best;
+    return algo::nearest_equivalent(ref, cand, margin, min, max);
 }
 
 KX_API int find_min_index(const double* values, int n) {

@@ -1,9 +1,13 @@
 // Realtime push: its configuration commands and the datagram itself.
+#include <algorithm>
+
 #include "sim_arm.h"
 #include "sim_json.h"
 
 namespace kxsim {
 namespace {
+
+constexpr size_t kMaxDatagram = 1024;
 
 /* Every member is optional; all present members are checked before any applies. */
 void set_push(Ctx& c) {
@@ -52,9 +56,9 @@ void add_zeros(cJSON* parent, const char* key, std::initializer_list<const char*
 
 }  // namespace
 
-std::string realtime_datagram(const ArmState& a) {
+namespace {
+std::string build_datagram(const ArmState& a, const bool* custom) {
     const size_t n = static_cast<size_t>(a.dof);
-    const bool* custom = a.push.custom;
     cJSON* root = cJSON_CreateObject();
 
     cJSON* js = add_object(root, "joint_status");
@@ -106,6 +110,21 @@ std::string realtime_datagram(const ArmState& a) {
     if (custom[kArmStatus]) add_str(root, "arm_current_status", a.status());
     if (custom[kAloha]) add_zeros(root, "aloha_state", {"io1_state", "io2_state"});
     return print_and_delete(root);
+}
+}  // namespace
+
+std::string realtime_datagram(const ArmState& a) {
+    // A datagram never exceeds 1024 bytes: the bulkiest optional members give
+    // way first when a seven-joint arm in full motion would not fit.
+    bool custom[kCustomCount];
+    std::copy(a.push.custom, a.push.custom + kCustomCount, custom);
+    std::string d = build_datagram(a, custom);
+    for (Custom c : {kHand, kExpandState, kLiftState, kAloha, kJointSpeed}) {
+        if (d.size() <= kMaxDatagram) break;
+        custom[c] = false;
+        d = build_datagram(a, custom);
+    }
+    return d;
 }
 
 void add_push_commands(CommandTable& t) {

@@ -30,6 +30,7 @@ constexpr size_t kMaxLine = 64 * 1024;      /* longer request lines are dropped 
 constexpr int kWriteTimeoutMs = 2000;       /* a peer that reads nothing this long is cut off */
 constexpr auto kMinPushPeriod = std::chrono::microseconds(1000);
 constexpr auto kMotionTick = std::chrono::microseconds(1000);
+constexpr auto kMaxPushLag = std::chrono::milliseconds(100);
 constexpr milliseconds kSplitPause{2};
 
 struct Fault {
@@ -320,7 +321,8 @@ struct Simulator::Impl {
                             datagram = realtime_datagram(a.state);
                             to = push_address(a.state.push);
                             a.next_push += period;
-                            if (a.next_push + 10 * period < now) a.next_push = now + period;  // fell far behind
+                            // Short stalls are made up for; after a long one the cadence restarts.
+                            if (a.next_push + kMaxPushLag < now) a.next_push = now + period;
                         }
                         next = std::min(next, a.next_push);
                     } else {

@@ -28,6 +28,7 @@ protected:
             if (command == "set_realtime_push") return set_reply_;
             return "";
         });
+        m_nOutTime = 20;  // the scripted controller cannot answer the whole set-up
         handle_ = kx_create_robot_arm("127.0.0.1", fake_.port());
         ASSERT_NE(nullptr, handle_);
         kx_rdlock_lock();
@@ -138,7 +139,8 @@ TEST_P(CorePush, ReadingDecodesAndRegistersThePort) {
     EXPECT_TRUE(LogCapture::has_line("current thread mode " + std::to_string(GetParam()) +
                                      " realtime push config.enable: 1\n"));
     if (GetParam() == KX_TRIPLE_MODE_E) {
-        // The connection set-up read it once already: every read adds a user.
+        // Every read of an enabled configuration adds a user to the port.
+        ASSERT_EQ(0, kx_get_realtime_push(handle_, &c));
         ASSERT_NE(nullptr, gUdpHandle);
         EXPECT_EQ(port_, gUdpHandle->udp_list[0].port);
         EXPECT_GE(gUdpHandle->udp_list[0].user_num, 1);

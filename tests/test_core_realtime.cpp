@@ -2,9 +2,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
 
 #include "test_core_util.h"
 #include "udp.h"
@@ -158,14 +156,8 @@ TEST(CoreRealtime, BindingAPortHeldWithoutReuseFails) {
     free(reg);
 }
 
-std::mutex g_mutex;
-std::condition_variable g_cv;
-std::vector<kx_realtime_arm_joint_state_t> g_states;
-void on_state(kx_realtime_arm_joint_state_t state) {
-    std::lock_guard lock(g_mutex);
-    g_states.push_back(state);
-    g_cv.notify_all();
-}
+kxtest::Collector<kx_realtime_arm_joint_state_t> g_states;
+void on_state(kx_realtime_arm_joint_state_t state) { g_states.add(state); }
 
 TEST(CoreRealtime, TripleModeDeliversEveryWaitingDatagram) {
     ASSERT_EQ(0, kx_init(KX_TRIPLE_MODE_E));
@@ -186,15 +178,13 @@ TEST(CoreRealtime, TripleModeDeliversEveryWaitingDatagram) {
     }
     std::string huge(5000, '{');  // cut to 1024 bytes, then rejected
     sendto(sender, huge.data(), huge.size(), 0, reinterpret_cast<sockaddr*>(&to), sizeof to);
-    {
-        std::unique_lock lock(g_mutex);
-        ASSERT_TRUE(g_cv.wait_for(lock, std::chrono::seconds(10), [] { return g_states.size() >= kCount + 1; }));
-        EXPECT_EQ(-3, g_states[0].errCode);
-        EXPECT_EQ(0, g_states[1].errCode);
-        EXPECT_EQ(KX_MOVE_J_E, g_states[1].arm_current_status);
-        EXPECT_STREQ("127.0.0.1", g_states[1].arm_ip);
-        EXPECT_EQ(-3, g_states[kCount].errCode);
-    }
+    auto states = g_states.wait_for(kCount + 1);
+    ASSERT_EQ(static_cast<size_t>(kCount + 1), states.size());
+    EXPECT_EQ(-3, states[0].errCode);
+    EXPECT_EQ(0, states[1].errCode);
+    EXPECT_EQ(KX_MOVE_J_E, states[1].arm_current_status);
+    EXPECT_STREQ("127.0.0.1", states[1].arm_ip);
+    EXPECT_EQ(-3, states[kCount].errCode);
     close(sender);
     EXPECT_EQ(0, kx_destory());
 }

@@ -25,47 +25,38 @@ FakeController::Handler controller(std::function<std::string(const std::string&)
     };
 }
 
+// The scripted controller cannot answer the whole set-up: let it fail fast.
 kx_robot_handle* connect(FakeController& fake) {
+    m_nOutTime = 20;
     kx_robot_handle* handle = kx_create_robot_arm("127.0.0.1", fake.port());
+    m_nOutTime = 500;
     EXPECT_NE(nullptr, handle);
     return handle;
 }
 
-int closed_port() {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-    socklen_t len = sizeof addr;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
-    close(fd);  // bound then closed: nothing listens there
-    return ntohs(addr.sin_port);
+// The generic integer query the tests drive: {"command":"get_v"}, value "v".
+int get_v(kx_robot_handle* handle, int* value, const char* command = "get_v") {
+    std::string cmd = command, key = "v";
+    return kx_get_data_common(handle, value, cmd.data(), key.data());
 }
 
-class CoreTransport : public testing::TestWithParam<kx_thread_mode_e> {
-protected:
-    void SetUp() override { ASSERT_EQ(0, kx_init(GetParam())); }
-    void TearDown() override { EXPECT_EQ(0, kx_destory()); }
-};
+class CoreTransport : public kxtest::ModeTest {};
 
 }  // namespace
 
 TEST_P(CoreTransport, FramesSurviveAnySegmentation) {
     FakeController fake(controller());
     kx_robot_handle* handle = connect(fake);
-    char get_v[] = "get_v", v_key[] = "v";
     int value = 0;
 
     // Two frames in one segment: the second waits in the queue (or the framer) for its caller.
     fake.set_handler(controller([&](const std::string&) {
         return std::string(R"({"command":"get_v","v":11})" "\r\n" R"({"command":"get_w","v":22})" "\r\n");
     }));
-    ASSERT_EQ(0, kx_get_data_common(handle, &value, get_v, v_key));
+    ASSERT_EQ(0, get_v(handle, &value));
     EXPECT_EQ(11, value);
     fake.set_handler(controller());
-    char get_w[] = "get_w";
-    ASSERT_EQ(0, kx_get_data_common(handle, &value, get_w, v_key));
+    ASSERT_EQ(0, get_v(handle, &value, "get_w"));
     EXPECT_EQ(22, value);
 
     // One frame split byte by byte.
@@ -74,7 +65,7 @@ TEST_P(CoreTransport, FramesSurviveAnySegmentation) {
         return std::string();
     }));
     m_nOutTime = 60000;
-    ASSERT_EQ(0, kx_get_data_common(handle, &value, get_v, v_key));
+    ASSERT_EQ(0, get_v(handle, &value));
     EXPECT_EQ(33, value);
 }
 
@@ -82,10 +73,9 @@ TEST_P(CoreTransport, SilenceTimesOutAndClosingIsDetected) {
     LogCapture::install(LOG_LEVEL_ERROR);
     FakeController fake(controller());
     kx_robot_handle* handle = connect(fake);
-    char get_v[] = "get_v", v_key[] = "v";
     int value = 0;
     m_nOutTime = 40;
-    EXPECT_EQ(-2, kx_get_data_common(handle, &value, get_v, v_key));
+    EXPECT_EQ(-2, get_v(handle, &value));
     EXPECT_TRUE(LogCapture::has_line("[kx_get_data_common] get_v revice error\n"));
 
     // The controller closes while a call waits: no reply, then sends fail.
@@ -94,16 +84,13 @@ TEST_P(CoreTransport, SilenceTimesOutAndClosingIsDetected) {
         return std::string();
     });
     m_nOutTime = 300;
-    EXPECT_EQ(-2, kx_get_data_common(handle, &value, get_v, v_key));
-    kx_handle_t* record = nullptr;
-    kx_rdlock_lock();
-    record = kx_get_kx_handle_by_robot_handle(handle);
-    kx_rdlock_unlock();
+    EXPECT_EQ(-2, get_v(handle, &value));
+    kx_handle_t* record = kxtest::record_of(handle);
     ASSERT_NE(nullptr, record);
     if (GetParam() != KX_SINGLE_MODE_E) {
         EXPECT_TRUE(LogCapture::has_line("服务器已关闭!\n"));
         EXPECT_EQ(-1, kx::socket_fd(record->socket_handle));
-        EXPECT_EQ(-1, kx_get_data_common(handle, &value, get_v, v_key));
+        EXPECT_EQ(-1, get_v(handle, &value));
         EXPECT_TRUE(LogCapture::has_line("[kx_get_data_common] get_v send error\n"));
     }
 }
@@ -112,23 +99,22 @@ TEST_P(CoreTransport, HostileRepliesNeverBreakTheStream) {
     LogCapture::install(LOG_LEVEL_ERROR);
     FakeController fake(controller());
     kx_robot_handle* handle = connect(fake);
-    char get_v[] = "get_v", v_key[] = "v";
     int value = 0;
     m_nOutTime = 60000;
     fake.set_handler(controller([&](const std::string&) {
         std::string junk = "\x01\x02garbage}\r\n{\"command\":\r\n" + std::string(70 * 1024, 'x') + "\r\n";
         return junk + R"({"command":"get_v","v":-5})" "\r\n";
     }));
-    ASSERT_EQ(0, kx_get_data_common(handle, &value, get_v, v_key));
+    ASSERT_EQ(0, get_v(handle, &value));
     EXPECT_EQ(-5, value);
     EXPECT_TRUE(LogCapture::contains("frame longer than 65536 bytes dropped"));
 
     // Undecodable replies are -3, never a crash.
     fake.set_handler(controller([&](const std::string&) { return std::string(R"({"command":"get_v","v":[1]})" "\r\n"); }));
-    EXPECT_EQ(0, kx_get_data_common(handle, &value, get_v, v_key));  // a non-number reads 0
+    EXPECT_EQ(0, get_v(handle, &value));  // a non-number reads 0
     EXPECT_EQ(0, value);
     fake.set_handler(controller([&](const std::string&) { return std::string(R"({"command":"get_v"})" "\r\n"); }));
-    EXPECT_EQ(-3, kx_get_data_common(handle, &value, get_v, v_key));
+    EXPECT_EQ(-3, get_v(handle, &value));
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, CoreTransport,
@@ -176,18 +162,18 @@ TEST(CoreTransportThreaded, DestroyReturnsWithCallsInFlight) {
     ASSERT_EQ(0, kx_init(KX_DUAL_MODE_E));
     FakeController fake(controller());
     kx_robot_handle* handle = connect(fake);
+    const size_t base = fake.received().size();
     m_nOutTime = 600000;
     std::vector<std::thread> callers;
     std::atomic<int> finished{0};
     for (int i = 0; i < 3; ++i) {
         callers.emplace_back([&] {
-            char get_v[] = "get_v", v_key[] = "v";
             int value;
-            EXPECT_EQ(-2, kx_get_data_common(handle, &value, get_v, v_key));
+            EXPECT_EQ(-2, get_v(handle, &value));
             finished++;
         });
     }
-    EXPECT_TRUE(fake.wait_received(1 + 3));  // one set-up query, then the three calls
+    EXPECT_TRUE(fake.wait_received(base + 3));
     EXPECT_EQ(0, kx_destory());
     for (auto& t : callers) t.join();
     EXPECT_EQ(3, finished.load());
@@ -196,7 +182,7 @@ TEST(CoreTransportThreaded, DestroyReturnsWithCallsInFlight) {
 TEST(CoreRegistry, SlotsHandlesAndLocks) {
     LogCapture::install(LOG_LEVEL_ERROR);
     ASSERT_EQ(0, kx_init(KX_DUAL_MODE_E));
-    int port = closed_port();
+    int port = kxtest::bound_port(SOCK_STREAM);
     kx_robot_handle* handles[5];
     for (int i = 0; i < 5; ++i) {
         handles[i] = kx_create_robot_arm("127.0.0.1", port);
@@ -217,9 +203,8 @@ TEST(CoreRegistry, SlotsHandlesAndLocks) {
     EXPECT_TRUE(LogCapture::has_line("[kx_get_robot_info] handle is NULL!\n"));
     EXPECT_EQ(-1, kx_delete_robot_arm(&copy));
     EXPECT_TRUE(LogCapture::has_line("not find handle\n"));
-    char get_v[] = "get_v", v_key[] = "v";
     int value;
-    EXPECT_EQ(-1, kx_get_data_common(&copy, &value, get_v, v_key));
+    EXPECT_EQ(-1, get_v(&copy, &value));
 
     // Deleting (which needs the write lock) frees a slot for a real connection.
     EXPECT_EQ(0, kx_delete_robot_arm(handles[2]));
@@ -268,4 +253,33 @@ TEST(CoreSocket, RecordArgumentsAndNonBlockingReads) {
     EXPECT_EQ(-3, bad->init(bad));
     EXPECT_EQ(-1, bad->socket_id);
     kx_socket_handle_destroy(bad);
+}
+
+TEST(CoreTransportSingle, DragTeachPointsAreWrittenByTheWaitingCall) {
+    LogCapture::install(LOG_LEVEL_DEBUG);
+    ASSERT_EQ(0, kx_init(KX_SINGLE_MODE_E));
+    FakeController fake(controller());
+    kx_robot_handle* handle = connect(fake);
+    F_SaveDragTeach = tmpfile();
+    fake.send_raw(R"({"point":[1,2,3,4,5,6]})" "\r\n" R"({"command":"other"})" "\r\n" R"({"point":[6,5,4,3,2,1]})" "\r\n");
+    uint8_t buf[2048] = {};
+    // Point frames never match: the wait runs out having written them.
+    EXPECT_EQ(-2, kx_pack_lock_set("saver", handle, nullptr, 0, "point", buf, sizeof buf, 200));
+    EXPECT_TRUE(LogCapture::has_line("[saver] point save_trajectory complete\n"));
+    EXPECT_EQ(1, drag_teach_save_start);
+    EXPECT_EQ(0, drag_teach_save_state);
+    EXPECT_GT(drag_teach_count, 0);  // silent polls after the first point are counted
+    EXPECT_TRUE(LogCapture::contains("drag_save len 25 robot_handle: "));
+    rewind(F_SaveDragTeach);
+    char content[256] = {};
+    fread(content, 1, sizeof content - 1, F_SaveDragTeach);
+    EXPECT_STREQ("{\"point\":[1,2,3,4,5,6]}\r\n{\"point\":[6,5,4,3,2,1]}\r\n", content);
+    fclose(F_SaveDragTeach);
+    F_SaveDragTeach = nullptr;
+
+    // With no file open the save is marked failed.
+    fake.send_raw(R"({"point":[1]})" "\r\n");
+    EXPECT_EQ(-2, kx_pack_lock_set("saver", handle, nullptr, 0, "point", buf, sizeof buf, 100));
+    EXPECT_EQ(1, drag_teach_save_state);
+    EXPECT_EQ(0, kx_destory());
 }

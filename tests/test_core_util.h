@@ -18,6 +18,8 @@
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "kx_interface.h"
 #include "kx_interface_global.h"
 
@@ -204,9 +206,10 @@ inline std::string command_of(const std::string& line) {
     return line.substr(start, line.find('"', start) - start);
 }
 
-// A free local UDP port, found by binding port 0.
-inline int free_udp_port() {
-    int fd = socket(AF_INET, SOCK_DGRAM, 0);
+// A local port that was free a moment ago: bound to port 0, read back, closed.
+// For TCP nothing listens there afterwards.
+inline int bound_port(int type) {
+    int fd = socket(AF_INET, type, 0);
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
     addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -216,5 +219,43 @@ inline int free_udp_port() {
     close(fd);
     return ntohs(addr.sin_port);
 }
+inline int free_udp_port() { return bound_port(SOCK_DGRAM); }
+
+// The library's record behind a handle (tests inspect its fields).
+inline kx_handle_t* record_of(kx_robot_handle* handle) {
+    kx_rdlock_lock();
+    kx_handle_t* record = kx_get_kx_handle_by_robot_handle(handle);
+    kx_rdlock_unlock();
+    return record;
+}
+
+// Collects what a callback delivers on a library thread, for a test to await.
+template <class T>
+class Collector {
+public:
+    void add(const T& item) {
+        std::lock_guard lock(mutex_);
+        items_.push_back(item);
+        cv_.notify_all();
+    }
+    // The items once there are at least n (fewer after 10 s).
+    std::vector<T> wait_for(size_t n) {
+        std::unique_lock lock(mutex_);
+        cv_.wait_for(lock, std::chrono::seconds(10), [&] { return items_.size() >= n; });
+        return items_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable cv_;
+    std::vector<T> items_;
+};
+
+// A test run once per thread mode, with the library started and shut down around it.
+class ModeTest : public ::testing::TestWithParam<kx_thread_mode_e> {
+protected:
+    void SetUp() override { ASSERT_EQ(0, kx_init(GetParam())); }
+    void TearDown() override { EXPECT_EQ(0, kx_destory()); }
+};
 
 }  // namespace kxtest

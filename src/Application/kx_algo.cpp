@@ -6,8 +6,10 @@
 
 #include "algo_api.h"
 #include "kx_interface.h"
+#include "kx_interface_global.h"
 #include "kx_invoke_algo.h"
 #include "libalgo_interface.h"
+#include "log.h"
 #include "tovi_inv_kinematics.h"
 #include "tovi_mathfuncs.h"
 
@@ -224,6 +226,40 @@ KX_API kx_pose_t kx_algo_end2tool(kx_robot_handle* handle, kx_pose_t eu_end) {
     const kx_matrix_t T_work = kx_algo_pos2matrix(work.pose);
     const kx_pose_t pose = kx_algo_matrix2pos(to_api(matrix_m(to_lib(T_end), to_lib(T_tool))));
     return kx_algo_base2workframe(T_work, pose);
+}
+
+KX_API void kx_algo_arm_state_set(kx_robot_handle* handle) {
+    if (!handle) return;
+    kx_rdlock_lock();
+    const kx_handle_t* h = kx_get_kx_handle_by_robot_handle(handle);
+    if (h) {
+        kx_algo_init_sys_data(h->arm_model, h->force_type);
+        kx_algo_set_angle(h->install_angle[0], h->install_angle[1], h->install_angle[2]);
+        kx_algo_set_toolframe(&h->tool_frame);
+        kx_algo_set_workframe(&h->work_frame);
+        kx_algo_set_joint_max_limit(h->joint_max_limit);
+        kx_algo_set_joint_min_limit(h->joint_min_limit);
+        kx_algo_set_joint_max_acc(h->joint_max_acc);
+        kx_algo_set_joint_max_speed(h->joint_max_speed);
+        kx_algo_set_dh(h->dh);
+    } else {
+        kx_log_warn("The robotic arm is not connected!");
+    }
+    kx_rdlock_unlock();
+}
+
+KX_API kx_pose_t kx_algo_tool2end(kx_robot_handle* handle, kx_pose_t eu_tool) {
+    kx_frame_t tool{}, work{};
+    kx_rdlock_lock();
+    const kx_handle_t* h = kx_get_kx_handle_by_robot_handle(handle);
+    if (h) {
+        tool = h->tool_frame;
+        work = h->work_frame;
+    }
+    kx_rdlock_unlock();
+    const kx_pose_t base = kx_algo_workframe2base(kx_algo_pos2matrix(work.pose), eu_tool);
+    const Matrix T_tool_inv = matrix_inv(to_lib(kx_algo_pos2matrix(tool.pose)));
+    return kx_algo_matrix2pos(to_api(matrix_m(to_lib(kx_algo_pos2matrix(base)), T_tool_inv)));
 }
 
 KX_API Matrix Forward_Kinematics_e(const float* joint) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <cJSON.h>
+#include <poll.h>
 
 #include "framer.h"
 #include "kx_interface_global.h"
@@ -54,6 +55,13 @@ void pause_ms(int ms);
 int receiver_wake_fd();
 void wake_receiver();
 void drain_receiver_wake();
+
+/* Blocks until a descriptor of fds is readable; fds[0] is the thread's wake-up
+ * descriptor, drained here. False when the wait failed (the caller retries). */
+bool wait_readable(std::vector<struct pollfd>& fds, void (*drain_wake)());
+
+/* Runs a receive thread's body; nothing it throws leaves the thread. */
+void* run_thread(const char* name, void (*body)());
 
 /* Fills event_data from a stored event frame and calls the callback. */
 void dispatch_event(const kx_handle_t* record, const cJSON* root, const char* key);

@@ -62,6 +62,21 @@ void release_slot(int slot) {
     }
 }
 
+// Stops and joins the receive threads that were started (and only those).
+void stop_threads() {
+    {
+        // Under the queue lock, so that no waiter misses the wake-up.
+        std::lock_guard lock(kx::fifo_mutex());
+        __atomic_store_n(&should_exit, true, __ATOMIC_RELEASE);
+    }
+    kx::fifo_cv().notify_all();
+    kx::wake_receiver();
+    kx::udp::wake();
+    if (g_rx_started) pthread_join(thread_id, nullptr);
+    if (g_udp_started) pthread_join(thread_udp_id, nullptr);
+    g_rx_started = g_udp_started = false;
+}
+
 void stop_udp_registry() {
     if (!gUdpHandle) return;
     for (auto& entry : gUdpHandle->udp_list) kx_udp_close(entry.udp_id);
@@ -169,12 +184,12 @@ KX_API kx_handle_t* kx_get_kx_handle_by_fifo_handle(kx_socket_fifo_handle* handl
 }
 
 KX_API int kx_init(kx_thread_mode_e mode) {
+    if (g_rx_started || g_udp_started) stop_threads();  // a second start without a shutdown
     kx_rwlock_init();
     g_mode = mode;
     __atomic_store_n(&should_exit, false, __ATOMIC_RELEASE);
     for (int i = 0; i < kSlots; ++i)
         if (gHandleList[i]) release_slot(i);
-    g_rx_started = g_udp_started = false;
     if (mode == KX_DUAL_MODE_E || mode == KX_TRIPLE_MODE_E) {
         if (mode == KX_TRIPLE_MODE_E) {
             stop_udp_registry();
@@ -199,17 +214,7 @@ KX_API int kx_init(kx_thread_mode_e mode) {
 }
 
 KX_API int kx_destory(void) {
-    {
-        // Under the queue lock, so that no waiter misses the wake-up.
-        std::lock_guard lock(kx::fifo_mutex());
-        __atomic_store_n(&should_exit, true, __ATOMIC_RELEASE);
-    }
-    kx::fifo_cv().notify_all();
-    kx::wake_receiver();
-    kx::udp::wake();
-    if (g_rx_started) pthread_join(thread_id, nullptr);
-    if (g_udp_started) pthread_join(thread_udp_id, nullptr);
-    g_rx_started = g_udp_started = false;
+    stop_threads();
     kx_wrlock_lock();
     for (int i = 0; i < kSlots; ++i)
         if (gHandleList[i]) release_slot(i);

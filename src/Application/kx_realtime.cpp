@@ -210,12 +210,7 @@ void run_udp_receiver() {
                 if (entry.user_num != 0 && entry.udp_id > 0) fds.push_back(pollfd{entry.udp_id, POLLIN, 0});
             }
         }
-        int ready = poll(fds.data(), fds.size(), -1);
-        if (ready < 0) {
-            if (errno != EINTR) sleep_cp(1);
-            continue;
-        }
-        if (fds[0].revents) kx::udp::drain_wake();
+        if (!kx::wait_readable(fds, kx::udp::drain_wake)) continue;
         // Held while delivering, so no port is closed (and its number reused) mid-read.
         std::lock_guard lock(kx::udp::registry_mutex());
         for (size_t i = 1; i < fds.size(); ++i)
@@ -244,14 +239,7 @@ KX_API void kx_realtime_arm_state_call_back(kx_realtime_arm_state_callback_ptr r
     if (realtime_callback) __atomic_store_n(&kx_arm_state_callback, realtime_callback, __ATOMIC_RELEASE);
 }
 
-KX_API void* thread_udp_receive(void*) {
-    try {
-        run_udp_receiver();
-    } catch (...) {
-        kx_log_error("[thread_udp_receive] receive thread stopped: out of memory\n");
-    }
-    return nullptr;
-}
+KX_API void* thread_udp_receive(void*) { return kx::run_thread("thread_udp_receive", run_udp_receiver); }
 
 KX_API kx_udp_arm_current_status_e get_arm_status_from_string(const char* status) {
     static const char* const kNames[] = {"idle",

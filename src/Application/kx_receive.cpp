@@ -276,12 +276,7 @@ void run_receiver() {
         conns = kx::active_conns();
         fds.assign(1, pollfd{kx::receiver_wake_fd(), POLLIN, 0});
         for (auto& conn : conns) fds.push_back(pollfd{conn->fd, POLLIN, 0});
-        int ready = poll(fds.data(), fds.size(), -1);
-        if (ready < 0) {
-            if (errno != EINTR) sleep_cp(1);
-            continue;
-        }
-        if (fds[0].revents) kx::drain_receiver_wake();
+        if (!kx::wait_readable(fds, kx::drain_receiver_wake)) continue;
         for (size_t i = 0; i < conns.size(); ++i) {
             kx::Conn& conn = *conns[i];
             if (fds[i + 1].revents && conn.active && !conn.closed) drain(conn, chunk.data(), chunk.size());
@@ -303,18 +298,29 @@ std::condition_variable& fifo_cv() {
     return *cv;
 }
 
+void* run_thread(const char* name, void (*body)()) {
+    try {
+        body();
+    } catch (...) {
+        kx_log_error("[%s] receive thread stopped: out of memory\n", name);
+    }
+    return nullptr;
+}
+
+bool wait_readable(std::vector<struct pollfd>& fds, void (*drain_wake)()) {
+    if (poll(fds.data(), fds.size(), -1) < 0) {
+        if (errno != EINTR) sleep_cp(1);  // never spin on a persistent error
+        return false;
+    }
+    if (fds[0].revents) drain_wake();
+    return true;
+}
+
 }  // namespace kx
 
 extern "C" {
 
-KX_API void* thread_socket_receive(void*) {
-    try {
-        run_receiver();
-    } catch (...) {
-        kx_log_error("[thread_socket_receive] receive thread stopped: out of memory\n");
-    }
-    return nullptr;
-}
+KX_API void* thread_socket_receive(void*) { return kx::run_thread("thread_socket_receive", run_receiver); }
 
 KX_API void add_str_to_fifo(kx_handle_t* handle, uint8_t* str, int str_len) {
     if (!handle || !handle->fifo_handle || !str || str_len <= 0) return;
