@@ -184,27 +184,13 @@ Mat4 ArmState::flange(const Joints& j) const {
 }
 
 const ToolFrame* ArmState::current_tool() const {
-    for (const auto& t : tools)
-        if (t.name == tool_current) return &t;
-    return &kDefaultTool;
+    const ToolFrame* t = find_by_name(tools, tool_current);
+    return t ? t : &kDefaultTool;
 }
 
 const WorkFrame* ArmState::current_work() const {
-    for (const auto& w : works)
-        if (w.name == work_current) return &w;
-    return &kDefaultWork;
-}
-
-ToolFrame* ArmState::find_tool(const std::string& name) {
-    for (auto& t : tools)
-        if (t.name == name) return &t;
-    return nullptr;
-}
-
-WorkFrame* ArmState::find_work(const std::string& name) {
-    for (auto& w : works)
-        if (w.name == name) return &w;
-    return nullptr;
+    const WorkFrame* w = find_by_name(works, work_current);
+    return w ? w : &kDefaultWork;
 }
 
 Mat4 ArmState::tool_in_base() const { return wire_to_mat(current_tool()->pose); }

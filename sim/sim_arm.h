@@ -169,9 +169,6 @@ struct ArmState {
     void stream_to(const Joints& target, const char* status, double now);
     const char* status() const;
 
-    /* The tool frame / work frame named so, or null. */
-    ToolFrame* find_tool(const std::string& name);
-    WorkFrame* find_work(const std::string& name);
     const ToolFrame* current_tool() const;
     const WorkFrame* current_work() const;
 
@@ -180,6 +177,14 @@ private:
     void end_segment(bool reached, Events& out);
     void step_teach(double dt);
 };
+
+/* The frame of that name in a list of tool or work frames, or null. */
+template <class Frames>
+auto find_by_name(Frames& frames, const std::string& name) -> decltype(&frames[0]) {
+    for (auto& f : frames)
+        if (f.name == name) return &f;
+    return nullptr;
+}
 
 /* The pose moved by `amount` along (kPos) or about (kOrt) one axis of the
  * work frame, or of the tool itself when tool_frame is set. */
