@@ -91,31 +91,6 @@ void auto_tool_point(Ctx& c) {
     c.verdict("auto_tool_frame", ok);
 }
 
-/* Solves A x = b (n x n, partial pivoting); false when singular. */
-bool solve_linear(std::vector<std::vector<double>> A, std::vector<double> b, std::vector<double>& x) {
-    const size_t n = b.size();
-    for (size_t k = 0; k < n; ++k) {
-        size_t p = k;
-        for (size_t i = k + 1; i < n; ++i)
-            if (std::fabs(A[i][k]) > std::fabs(A[p][k])) p = i;
-        if (std::fabs(A[p][k]) < 1e-9) return false;
-        std::swap(A[k], A[p]);
-        std::swap(b[k], b[p]);
-        for (size_t i = k + 1; i < n; ++i) {
-            const double f = A[i][k] / A[k][k];
-            for (size_t j = k; j < n; ++j) A[i][j] -= f * A[k][j];
-            b[i] -= f * b[k];
-        }
-    }
-    x.assign(n, 0);
-    for (size_t k = n; k-- > 0;) {
-        double s = b[k];
-        for (size_t j = k + 1; j < n; ++j) s -= A[k][j] * x[j];
-        x[k] = s / A[k][k];
-    }
-    return true;
-}
-
 /* The tool tip touched one fixed point from every taught flange pose
  * F_i: R_i t + p_i = P. Least squares for the tip offset t and P. */
 bool tip_from_points(const std::map<int, Mat4>& pts, double tip[3]) {
