@@ -184,27 +184,13 @@ Mat4 ArmState::flange(const Joints& j) const {
 }
 
 const ToolFrame* ArmState::current_tool() const {
-    for (const auto& t : tools)
-        if (t.name == tool_current) return &t;
-    return &kDefaultTool;
+    const ToolFrame* t = find_by_name(tools, tool_current);
+    return t ? t : &kDefaultTool;
 }
 
 const WorkFrame* ArmState::current_work() const {
-    for (const auto& w : works)
-        if (w.name == work_current) return &w;
-    return &kDefaultWork;
-}
-
-ToolFrame* ArmState::find_tool(const std::string& name) {
-    for (auto& t : tools)
-        if (t.name == name) return &t;
-    return nullptr;
-}
-
-WorkFrame* ArmState::find_work(const std::string& name) {
-    for (auto& w : works)
-        if (w.name == name) return &w;
-    return nullptr;
+    const WorkFrame* w = find_by_name(works, work_current);
+    return w ? w : &kDefaultWork;
 }
 
 Mat4 ArmState::tool_in_base() const { return wire_to_mat(current_tool()->pose); }
@@ -214,8 +200,18 @@ Mat4 ArmState::tool_pose(const Joints& j) const {
     return mul(inverse(work_in_base()), mul(flange(j), tool_in_base()));
 }
 
+Mat4 ArmState::flange_target(const Mat4& tool_target) const {
+    return mul(work_in_base(), mul(tool_target, inverse(tool_in_base())));
+}
+
+bool ArmState::reaches(const Joints& j, const Mat4& F) const {
+    if (!within_limits(j)) return false;
+    const Mat4 got = flange(j);
+    return distance(got, F) < 1e-4 && angle_between(got, F) < 1e-3;
+}
+
 bool ArmState::solve(const Mat4& tool_target, const Joints& ref, Joints& out) const {
-    const Mat4 F = mul(work_in_base(), mul(tool_target, inverse(tool_in_base())));
+    const Mat4 F = flange_target(tool_target);
     float T[4][4], qref[8] = {}, qo[8] = {};
     for (int r = 0; r < 4; ++r)
         for (int c = 0; c < 4; ++c) T[r][c] = static_cast<float>(F[r][c]);
@@ -223,10 +219,71 @@ bool ArmState::solve(const Mat4& tool_target, const Joints& ref, Joints& out) co
     if (algo::arm_ik(model, qref, T, qo) != 0) return false;
     out = Joints{};
     for (int i = 0; i < dof; ++i) out[i] = qo[i] * kDeg;
-    if (!within_limits(out)) return false;
-    // Trust but verify: a solution that misses the target is no solution.
-    const Mat4 got = flange(out);
-    return distance(got, F) < 1e-3 && angle_between(got, F) < 1e-2;
+    return reaches(out, F);  // trust but verify
+}
+
+/* Levenberg-Marquardt on a numeric Jacobian, starting at ref: the damping
+ * grows whenever a step does not reduce the error (near singularities). */
+bool ArmState::track(const Mat4& tool_target, const Joints& ref, Joints& out) const {
+    constexpr double kStep = 1e-3 * kDeg, kMaxMove = 10.0; /* degrees */
+    const Mat4 F = flange_target(tool_target);
+    auto error = [&](const Joints& q, double e[6]) {
+        const Mat4 now = flange(q);
+        const std::array<double, 3> w = rotation_vector(mul(F, inverse(now)));
+        double sum = 0;
+        for (int r = 0; r < 3; ++r) {
+            e[r] = F[r][3] - now[r][3];
+            e[3 + r] = w[r];
+            sum += e[r] * e[r] + w[r] * w[r];
+        }
+        return sum;
+    };
+    Joints q = ref;
+    double e[6], err = error(q, e), damping = 1e-10;
+    for (int iter = 0; iter < 60 && err > 1e-13; ++iter) {
+        const Mat4 now = flange(q);
+        double J[6][kMaxJoints] = {};
+        for (int j = 0; j < dof; ++j) {
+            Joints qj = q;
+            qj[j] += kStep;
+            const Mat4 m = flange(qj);
+            const std::array<double, 3> dw = rotation_vector(mul(m, inverse(now)));
+            for (int r = 0; r < 3; ++r) {
+                J[r][j] = (m[r][3] - now[r][3]) / kStep;
+                J[3 + r][j] = dw[r] / kStep;
+            }
+        }
+        for (; iter < 60; ++iter) {  // raise the damping until a step helps
+            std::vector<std::vector<double>> A(6, std::vector<double>(6, 0));
+            std::vector<double> y;
+            for (int r = 0; r < 6; ++r) {
+                for (int c = 0; c < 6; ++c)
+                    for (int j = 0; j < dof; ++j) A[r][c] += J[r][j] * J[c][j];
+                A[r][r] += damping;
+            }
+            if (!solve_linear(A, std::vector<double>(e, e + 6), y)) return false;
+            Joints dq{};
+            double move = 0;
+            for (int j = 0; j < dof; ++j) {
+                for (int r = 0; r < 6; ++r) dq[j] += J[r][j] * y[r];
+                move = std::max(move, std::fabs(dq[j]));
+            }
+            Joints next = q;
+            for (int j = 0; j < dof; ++j) next[j] += dq[j] * (move > kMaxMove ? kMaxMove / move : 1.0);
+            double ne[6];
+            const double nerr = error(next, ne);
+            if (nerr < err) {
+                q = next;
+                err = nerr;
+                std::copy(ne, ne + 6, e);
+                damping = std::max(damping / 10, 1e-12);
+                break;
+            }
+            damping *= 10;
+        }
+    }
+    out = q;
+    return reaches(out, F);
 }
 
 bool ArmState::within_limits(const Joints& j) const {
@@ -287,7 +344,8 @@ bool ArmState::plan_path(const std::function<Mat4(double)>& path, double length,
     Joints ref = plan_start(), out{};
     seg.path = {ref};
     for (int k = 1; k <= n; ++k) {
-        if (!solve(path(static_cast<double>(k) / n), ref, out)) return false;
+        const Mat4 target = path(static_cast<double>(k) / n);
+        if (!track(target, ref, out) && !solve(target, ref, out)) return false;
         for (int i = 0; i < dof; ++i)
             if (std::fabs(out[i] - ref[i]) > kMaxSampleJump) return false;
         seg.path.push_back(out);
@@ -393,7 +451,7 @@ void ArmState::step_teach(double dt) {
     }
     const Mat4 next = teach_delta(teach.pose, teach.kind, teach.axis, teach.rate * dt, teach_frame == 1);
     Joints out{};
-    if (!solve(next, q, out)) {
+    if (!track(next, q, out)) {
         teach = Teach{};  // left the workspace: hold where we are
         return;
     }

@@ -144,7 +144,11 @@ struct ArmState {
     Mat4 tool_in_base() const;
     Mat4 work_in_base() const;
     Mat4 tool_pose(const Joints& j) const; /* tool in work frame */
+    /* Joints reaching the tool pose: `solve` takes the kinematics library's
+     * solution nearest to ref, `track` follows from ref by small steps (for
+     * paths and streams, where continuity matters more than reach). */
     bool solve(const Mat4& tool_target, const Joints& ref, Joints& out) const;
+    bool track(const Mat4& tool_target, const Joints& ref, Joints& out) const;
     bool within_limits(const Joints& j) const;
     WireJoints wire_joints(const Joints& j) const;
 
@@ -169,17 +173,24 @@ struct ArmState {
     void stream_to(const Joints& target, const char* status, double now);
     const char* status() const;
 
-    /* The tool frame / work frame named so, or null. */
-    ToolFrame* find_tool(const std::string& name);
-    WorkFrame* find_work(const std::string& name);
     const ToolFrame* current_tool() const;
     const WorkFrame* current_work() const;
 
 private:
+    Mat4 flange_target(const Mat4& tool_target) const;
+    bool reaches(const Joints& j, const Mat4& flange_target) const;
     bool finish_plan(Segment& seg, int v, double length, double angle) const;
     void end_segment(bool reached, Events& out);
     void step_teach(double dt);
 };
+
+/* The frame of that name in a list of tool or work frames, or null. */
+template <class Frames>
+auto find_by_name(Frames& frames, const std::string& name) -> decltype(&frames[0]) {
+    for (auto& f : frames)
+        if (f.name == name) return &f;
+    return nullptr;
+}
 
 /* The pose moved by `amount` along (kPos) or about (kOrt) one axis of the
  * work frame, or of the tool itself when tool_frame is set. */

@@ -23,14 +23,34 @@ bool can_add(const std::vector<F>& frames, const std::string& name) {
     return true;
 }
 
+/* What an update keeps of the frame it replaces. */
+void keep_extras(ToolFrame& fresh, ToolFrame& old) { fresh.envelope = std::move(old.envelope); }
+void keep_extras(WorkFrame&, WorkFrame&) {}
+
+template <class F>
+void create_frame(Ctx& c, std::vector<F>& frames, bool (*read)(const cJSON*, F&), const char* key) {
+    F f;
+    const bool ok = read(c.req, f) && can_add(frames, f.name);
+    if (ok) frames.push_back(f);
+    c.verdict(key, ok);
+}
+
+template <class F>
+void update_frame(Ctx& c, std::vector<F>& frames, bool (*read)(const cJSON*, F&)) {
+    F f;
+    F* old = read(c.req, f) ? find_by_name(frames, f.name) : nullptr;
+    if (old) {
+        keep_extras(f, *old);
+        *old = std::move(f);
+    }
+    c.verdict("update_state", old != nullptr);
+}
+
 /* Selecting or deleting by name: the frame must exist; the active one cannot go. */
 template <class F>
 void change_frame(Ctx& c, std::vector<F>& frames, std::string& current, const char* name_key, const char* key) {
     std::string name;
-    bool ok = get_str(c.req, name_key, name);
-    auto it = frames.begin();
-    while (it != frames.end() && it->name != name) ++it;
-    ok = ok && it != frames.end();
+    const bool ok = get_str(c.req, name_key, name) && find_by_name(frames, name);
     if (ok) current = name;
     c.verdict(key, ok);
 }
@@ -38,12 +58,9 @@ void change_frame(Ctx& c, std::vector<F>& frames, std::string& current, const ch
 template <class F>
 void delete_frame(Ctx& c, std::vector<F>& frames, const std::string& current, const char* name_key, const char* key) {
     std::string name;
-    bool ok = get_str(c.req, name_key, name) && name != current;
-    auto it = frames.begin();
-    while (it != frames.end() && it->name != name) ++it;
-    ok = ok && it != frames.end();
-    if (ok) frames.erase(it);
-    c.verdict(key, ok);
+    F* f = get_str(c.req, name_key, name) && name != current ? find_by_name(frames, name) : nullptr;
+    if (f) frames.erase(frames.begin() + (f - frames.data()));
+    c.verdict(key, f != nullptr);
 }
 
 template <class F>
@@ -67,53 +84,11 @@ void add_tool(cJSON* r, const ToolFrame& t) {
     add_ints(r, "position", t.com, 3);
 }
 
-void manual_tool_frame(Ctx& c) {
-    ToolFrame t;
-    const bool ok = read_tool(c.req, t) && can_add(c.arm.tools, t.name);
-    if (ok) c.arm.tools.push_back(t);
-    c.verdict("manual_tool_frame", ok);
-}
-
-void update_tool_frame(Ctx& c) {
-    ToolFrame t;
-    ToolFrame* old = read_tool(c.req, t) ? c.arm.find_tool(t.name) : nullptr;
-    if (old) {
-        t.envelope = std::move(old->envelope);
-        *old = std::move(t);
-    }
-    c.verdict("update_state", old != nullptr);
-}
-
 void auto_tool_point(Ctx& c) {
     int n = 0;
     const bool ok = get_int(c.req, "point_num", n) && n >= 1 && n <= 6;
     if (ok) c.arm.tool_points[n] = c.arm.flange(c.arm.q);
     c.verdict("auto_tool_frame", ok);
-}
-
-/* Solves A x = b (n x n, partial pivoting); false when singular. */
-bool solve_linear(std::vector<std::vector<double>> A, std::vector<double> b, std::vector<double>& x) {
-    const size_t n = b.size();
-    for (size_t k = 0; k < n; ++k) {
-        size_t p = k;
-        for (size_t i = k + 1; i < n; ++i)
-            if (std::fabs(A[i][k]) > std::fabs(A[p][k])) p = i;
-        if (std::fabs(A[p][k]) < 1e-9) return false;
-        std::swap(A[k], A[p]);
-        std::swap(b[k], b[p]);
-        for (size_t i = k + 1; i < n; ++i) {
-            const double f = A[i][k] / A[k][k];
-            for (size_t j = k; j < n; ++j) A[i][j] -= f * A[k][j];
-            b[i] -= f * b[k];
-        }
-    }
-    x.assign(n, 0);
-    for (size_t k = n; k-- > 0;) {
-        double s = b[k];
-        for (size_t j = k + 1; j < n; ++j) s -= A[k][j] * x[j];
-        x[k] = s / A[k][k];
-    }
-    return true;
 }
 
 /* The tool tip touched one fixed point from every taught flange pose
@@ -154,7 +129,7 @@ void generate_tool_frame(Ctx& c) {
 
 void given_tool_frame(Ctx& c) {
     std::string name;
-    const ToolFrame* t = get_str(c.req, "tool_name", name) ? c.arm.find_tool(name) : nullptr;
+    const ToolFrame* t = get_str(c.req, "tool_name", name) ? find_by_name(c.arm.tools, name) : nullptr;
     if (t) add_tool(c.answer("given_tool_frame"), *t);
     else c.verdict("get_state", false);
 }
@@ -163,7 +138,7 @@ void current_tool_frame(Ctx& c) { add_tool(c.answer("current_tool_frame"), *c.ar
 
 void set_envelope(Ctx& c) {
     std::string name;
-    ToolFrame* t = get_str(c.req, "tool_name", name) ? c.arm.find_tool(name) : nullptr;
+    ToolFrame* t = get_str(c.req, "tool_name", name) ? find_by_name(c.arm.tools, name) : nullptr;
     const cJSON* list = cJSON_GetObjectItemCaseSensitive(c.req, "list");
     std::vector<Ball> balls;
     bool ok = t && cJSON_IsArray(list) && static_cast<size_t>(cJSON_GetArraySize(list)) <= kMaxBalls;
@@ -181,7 +156,7 @@ void set_envelope(Ctx& c) {
 
 void get_envelope(Ctx& c) {
     std::string name;
-    const ToolFrame* t = get_str(c.req, "tool_name", name) ? c.arm.find_tool(name) : nullptr;
+    const ToolFrame* t = get_str(c.req, "tool_name", name) ? find_by_name(c.arm.tools, name) : nullptr;
     if (!t) return c.verdict("get_state", false);
     cJSON* r = c.answer();
     add_str(r, "tool_name", t->name);
@@ -208,20 +183,6 @@ bool read_work(const cJSON* req, WorkFrame& w) {
 void add_work(cJSON* r, const WorkFrame& w) {
     add_str(r, "frame_name", w.name);
     add_ints(r, "pose", w.pose, 6);
-}
-
-void manual_work_frame(Ctx& c) {
-    WorkFrame w;
-    const bool ok = read_work(c.req, w) && can_add(c.arm.works, w.name);
-    if (ok) c.arm.works.push_back(w);
-    c.verdict("manual_work_frame", ok);
-}
-
-void update_work_frame(Ctx& c) {
-    WorkFrame w;
-    WorkFrame* old = read_work(c.req, w) ? c.arm.find_work(w.name) : nullptr;
-    if (old) *old = w;
-    c.verdict("update_state", old != nullptr);
 }
 
 /* Three taught tool positions: the origin, a point on +x, a point in the
@@ -266,7 +227,7 @@ void auto_work_frame(Ctx& c) {
 
 void given_work_frame(Ctx& c) {
     std::string name;
-    const WorkFrame* w = get_str(c.req, "frame_name", name) ? c.arm.find_work(name) : nullptr;
+    const WorkFrame* w = get_str(c.req, "frame_name", name) ? find_by_name(c.arm.works, name) : nullptr;
     if (w) add_work(c.answer("given_work_frame"), *w);
     else c.verdict("get_state", false);
 }
@@ -278,28 +239,28 @@ void current_work_frame(Ctx& c) { add_work(c.answer("current_work_frame"), *c.ar
 void add_frame_commands(CommandTable& t) {
     t["set_auto_tool_frame"] = auto_tool_point;
     t["generate_auto_tool_frame"] = generate_tool_frame;
-    t["set_manual_tool_frame"] = manual_tool_frame;
+    t["set_manual_tool_frame"] = [](Ctx& c) { create_frame(c, c.arm.tools, read_tool, "manual_tool_frame"); };
     t["set_change_tool_frame"] = [](Ctx& c) {
         change_frame(c, c.arm.tools, c.arm.tool_current, "tool_name", "change_tool_frame");
     };
     t["set_delete_tool_frame"] = [](Ctx& c) {
         delete_frame(c, c.arm.tools, c.arm.tool_current, "tool_name", "delete_tool_frame");
     };
-    t["update_tool_frame"] = update_tool_frame;
+    t["update_tool_frame"] = [](Ctx& c) { update_frame(c, c.arm.tools, read_tool); };
     t["get_total_tool_frame"] = [](Ctx& c) { list_frames(c, c.arm.tools, "total_tool_frame", "tool_names"); };
     t["get_tool_frame"] = given_tool_frame;
     t["get_current_tool_frame"] = current_tool_frame;
     t["set_tool_envelope"] = set_envelope;
     t["get_tool_envelope"] = get_envelope;
     t["set_auto_work_frame"] = auto_work_frame;
-    t["set_manual_work_frame"] = manual_work_frame;
+    t["set_manual_work_frame"] = [](Ctx& c) { create_frame(c, c.arm.works, read_work, "manual_work_frame"); };
     t["set_change_work_frame"] = [](Ctx& c) {
         change_frame(c, c.arm.works, c.arm.work_current, "frame_name", "change_work_frame");
     };
     t["set_delete_work_frame"] = [](Ctx& c) {
         delete_frame(c, c.arm.works, c.arm.work_current, "frame_name", "delete_work_frame");
     };
-    t["update_work_frame"] = update_work_frame;
+    t["update_work_frame"] = [](Ctx& c) { update_frame(c, c.arm.works, read_work); };
     t["get_total_work_frame"] = [](Ctx& c) { list_frames(c, c.arm.works, "total_work_frame", "frame_names"); };
     t["get_work_frame"] = given_work_frame;
     t["get_current_work_frame"] = current_work_frame;

@@ -70,8 +70,10 @@ void movej_p(Ctx& c) {
     Joints target{};
     int v = 0, tc = 0;
     Segment seg;
+    const Joints start = c.arm.plan_start();
     const bool ok = read_move(c.req, v, tc) && read_pose(c.req, "pose", pose) &&
-                    c.arm.solve(pose, c.arm.plan_start(), target) && c.arm.plan_joint(target, v, seg);
+                    (c.arm.solve(pose, start, target) || c.arm.track(pose, start, target)) &&
+                    c.arm.plan_joint(target, v, seg);
     accept(c, ok, seg, tc, "movej", "move_J");
 }
 
@@ -260,7 +262,8 @@ void stream_pose(Ctx& c) {
     Mat4 pose{};
     Joints target{};
     ArmState& a = c.arm;
-    if (read_pose(c.req, "pose", pose) && a.can_move() && !a.moving() && a.solve(pose, a.q, target))
+    if (read_pose(c.req, "pose", pose) && a.can_move() && !a.moving() &&
+        (a.track(pose, a.q, target) || a.solve(pose, a.q, target)))
         a.stream_to(target, "move_through_pose", c.now);
 }
 

@@ -125,4 +125,35 @@ Mat4 rotation(const double axis[3], double angle) {
     return from_quat(zero, q);
 }
 
+std::array<double, 3> rotation_vector(const Mat4& m) {
+    const std::array<double, 3> w = {m[2][1] - m[1][2], m[0][2] - m[2][0], m[1][0] - m[0][1]};
+    const double angle = std::acos(std::clamp((m[0][0] + m[1][1] + m[2][2] - 1) / 2, -1.0, 1.0));
+    const double k = angle < 1e-9 ? 0.5 : angle / (2 * std::sin(angle));
+    return {k * w[0], k * w[1], k * w[2]};
+}
+
+bool solve_linear(std::vector<std::vector<double>> A, std::vector<double> b, std::vector<double>& x) {
+    const size_t n = b.size();
+    for (size_t k = 0; k < n; ++k) {
+        size_t p = k;
+        for (size_t i = k + 1; i < n; ++i)
+            if (std::fabs(A[i][k]) > std::fabs(A[p][k])) p = i;
+        if (std::fabs(A[p][k]) < 1e-12) return false;
+        std::swap(A[k], A[p]);
+        std::swap(b[k], b[p]);
+        for (size_t i = k + 1; i < n; ++i) {
+            const double f = A[i][k] / A[k][k];
+            for (size_t j = k; j < n; ++j) A[i][j] -= f * A[k][j];
+            b[i] -= f * b[k];
+        }
+    }
+    x.assign(n, 0);
+    for (size_t k = n; k-- > 0;) {
+        double s = b[k];
+        for (size_t j = k + 1; j < n; ++j) s -= A[k][j] * x[j];
+        x[k] = s / A[k][k];
+    }
+    return true;
+}
+
 }  // namespace kxsim

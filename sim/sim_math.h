@@ -7,6 +7,7 @@
 #define KX_SIM_MATH_H
 
 #include <array>
+#include <vector>
 
 namespace kxsim {
 
@@ -29,6 +30,11 @@ double distance(const Mat4& a, const Mat4& b);
 double angle_between(const Mat4& a, const Mat4& b);
 /* Rotation by `angle` about the unit axis `axis`, no translation. */
 Mat4 rotation(const double axis[3], double angle);
+
+/* Rotation vector (axis times angle) of the rotation part. */
+std::array<double, 3> rotation_vector(const Mat4& m);
+/* Solves A x = b (n x n, partial pivoting); false when singular. */
+bool solve_linear(std::vector<std::vector<double>> A, std::vector<double> b, std::vector<double>& x);
 
 }  // namespace kxsim
 

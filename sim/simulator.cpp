@@ -153,9 +153,9 @@ struct Simulator::Impl {
 
     void send_events(ArmServer& a, const Events& events) {
         for (const Event& e : events) {
-            if (a.silent) continue;
-            write(a, e.text + "\r\n");
+            // Stamped before the write, so that whoever sees the event sees the stamp.
             if (e.motion_end) a.last_end_real = Clock::now().time_since_epoch().count();
+            if (!a.silent) write(a, e.text + "\r\n");
         }
     }
 

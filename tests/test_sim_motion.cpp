@@ -197,7 +197,7 @@ TEST_F(Motion, CartesianMovesFollowTheirPath) {
     algo::arm_fk(m, q, T);
     if (algo::arm_ik(m, q, T, qo) != 0) GTEST_SKIP() << "no inverse kinematics for this model yet";
 
-    EXPECT_EQ(accepted(movej({0, 17189, 68755, 0, 45837, 0}, 100)), 1);
+    EXPECT_EQ(accepted(movej({10000, -20000, 30000, 5000, 45000, -15000}, 100)), 1);
     EXPECT_EQ(end_event(), kEndOk);
     auto pose = [&] {
         Json st = p->ask("{\"command\":\"get_current_arm_state\"}", "current_arm_state");
@@ -232,7 +232,7 @@ TEST_F(Motion, CartesianMovesFollowTheirPath) {
 
     std::string arc = "{\"command\":\"movec\",\"pose\":{\"pose_via\":[";
     auto via = start;
-    via[1] += 15000, via[2] += 15000;
+    via[1] += 21213, via[2] += 21213;  // on the quarter circle about the start
     for (int i = 0; i < 6; ++i) arc += (i ? "," : "") + std::to_string(via[i]);
     arc += "],\"pose_to\":[";
     for (int i = 0; i < 6; ++i) arc += (i ? "," : "") + std::to_string(up[i]);
