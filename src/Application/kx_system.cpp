@@ -32,6 +32,15 @@ struct EditionRule {
 constexpr EditionRule kEditions[] = {
     {"-P", KX_FORCE_TYPE_P_E}, {"-QA", KX_FORCE_TYPE_QA_E}, {"-QS", KX_FORCE_TYPE_QS_E}};
 
+/* The first rule whose tag occurs in the product string: the order of a
+ * table is its priority. */
+template <class Rule, size_t N>
+const Rule* first_tagged(const Rule (&rules)[N], const char* product) {
+    for (const Rule& rule : rules)
+        if (std::strstr(product, rule.tag) != nullptr) return &rule;
+    return nullptr;
+}
+
 /* The software-information members: where each is, where it goes, and its
  * two log lines. */
 struct VersionField {
@@ -141,23 +150,13 @@ KX_API int kx_get_arm_software_info(kx_robot_handle* handle, kx_arm_software_ver
     int result = 0;
     if (with_record(handle, [&](kx_handle_t& rec) {
             const char* product = software_info->product_version;
-            const ModelRule* model = nullptr;
-            for (const ModelRule& m : kModels)
-                if (std::strstr(product, m.tag) != nullptr) {
-                    model = &m;
-                    break;
-                }
+            const ModelRule* model = first_tagged(kModels, product);
             if (model == nullptr) {
                 kx_log_error("Unknown arm model: %s\n", product);
                 result = -1;
                 return;
             }
-            const EditionRule* edition = nullptr;
-            for (const EditionRule& e : kEditions)
-                if (std::strstr(product, e.tag) != nullptr) {
-                    edition = &e;
-                    break;
-                }
+            const EditionRule* edition = first_tagged(kEditions, product);
             if (edition == nullptr) {
                 kx_log_error("Unknown force type: %s\n", product);
                 result = -1;
