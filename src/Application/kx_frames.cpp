@@ -128,7 +128,10 @@ int get_current_frame(const char* fn, kx_robot_handle* h, bool tool, kx_frame_t*
     *out = f;
     kx_matrix_t m = kx_algo_pos2matrix(f.pose);
     static_assert(sizeof(Matrix) == sizeof(kx_matrix_t), "the library's matrix mirrors the API's");
-    std::memcpy(tool ? &Tool_Matrix : &Frame_Matrix, &m, sizeof m);
+    {
+        const kx::AlgoLock lock; /* the named matrices belong with the library's configuration */
+        std::memcpy(tool ? &Tool_Matrix : &Frame_Matrix, &m, sizeof m);
+    }
     return with_record(h, [&](kx_handle_t& rec) { (tool ? rec.tool_frame : rec.work_frame) = f; });
 }
 
