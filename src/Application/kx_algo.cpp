@@ -16,7 +16,6 @@
 
 namespace {
 
-constexpr double DEG2RAD = 0.017453292519943295;
 
 // kx_matrix_t and Matrix are the same record.
 static_assert(sizeof(kx_matrix_t) == sizeof(Matrix) && offsetof(kx_matrix_t, data) == offsetof(Matrix, data));
