@@ -101,6 +101,20 @@ bool finite_pose(const char* fn, const char* name, const kx_pose_t& p, bool by_q
     return by_quaternion ? finite_values(fn, name, q, 7) : finite_values(fn, name, v, 6);
 }
 
+// One library call under the configuration lock.
+template <class F, class... Args>
+auto locked(F f, Args... args) {
+    const kx::AlgoLock lock;
+    return f(args...);
+}
+
+// A joint-array setter: a non-finite value leaves the store as it was.
+void set_joints(const char* fn, void (*setter)(const float*), const float* values) {
+    const kx::AlgoLock lock;
+    if (values && !finite_joints(fn, "joint", values)) return;
+    setter(values);
+}
+
 void widen_redundancy_search() {
     ikine_set_solution_range_briv(3.14f);
     ikine_set_7dof_solver_search_strategy(0);
@@ -129,11 +143,12 @@ KX_API void kx_algo_init_sys_data(kx_robot_arm_model_e Mode, kx_force_type_e Typ
 }
 
 KX_API void kx_algo_set_angle(float x, float y, float z) {
+    const float deg[3] = {x, y, z};
+    if (!finite_values("kx_algo_set_angle", "angle", deg, 3)) return;
     const kx::AlgoLock lock;
     angleU = static_cast<float>(x * 3.141592653589793 / 180);
     angleV = static_cast<float>(y * 3.141592653589793 / 180);
     angleH = static_cast<float>(z * 3.141592653589793 / 180);
-    const float deg[3] = {x, y, z};
     invoke_libalgo_set_robot_install_angle(deg);
 }
 
@@ -161,8 +176,9 @@ KX_API void kx_algo_set_redundant_parameter_traversal_mode(bool mode) {
 }
 
 KX_API void kx_algo_set_workframe(const kx_frame_t* const coord_work) {
+    if (!coord_work || !finite_pose("kx_algo_set_workframe", "coord_work.pose", coord_work->pose)) return;
     const kx::AlgoLock lock;
-    if (coord_work) invoke_libalgo_set_work_cs_params(coord_of(*coord_work));
+    invoke_libalgo_set_work_cs_params(coord_of(*coord_work));
 }
 
 KX_API void kx_algo_get_curr_workframe(kx_frame_t* coord_work) {
@@ -171,8 +187,11 @@ KX_API void kx_algo_get_curr_workframe(kx_frame_t* coord_work) {
 }
 
 KX_API void kx_algo_set_toolframe(const kx_frame_t* const coord_tool) {
+    static const char* const fn = "kx_algo_set_toolframe";
+    if (!coord_tool || !finite_pose(fn, "coord_tool.pose", coord_tool->pose)) return;
+    const float payload_values[4] = {coord_tool->payload, coord_tool->x, coord_tool->y, coord_tool->z};
+    if (!finite_values(fn, "coord_tool.payload", payload_values, 4)) return;
     const kx::AlgoLock lock;
-    if (!coord_tool) return;
     invoke_libalgo_set_tool_cs_params(coord_of(*coord_tool));
     PayloadCfg payload{};
     payload.mass = coord_tool->payload;
@@ -193,38 +212,14 @@ KX_API void kx_algo_get_curr_toolframe(kx_frame_t* coord_tool) {
     coord_tool->z = payload.com[2];
 }
 
-KX_API void kx_algo_set_joint_max_limit(const float* joint_limit) {
-    const kx::AlgoLock lock;
-    invoke_libalgo_set_jointlim_max(joint_limit);
-}
-KX_API void kx_algo_get_joint_max_limit(float* joint_limit) {
-    const kx::AlgoLock lock;
-    invoke_libalgo_get_jointlim_max(joint_limit);
-}
-KX_API void kx_algo_set_joint_min_limit(const float* joint_limit) {
-    const kx::AlgoLock lock;
-    invoke_libalgo_set_jointlim_min(joint_limit);
-}
-KX_API void kx_algo_get_joint_min_limit(float* joint_limit) {
-    const kx::AlgoLock lock;
-    invoke_libalgo_get_jointlim_min(joint_limit);
-}
-KX_API void kx_algo_set_joint_max_speed(const float* v) {
-    const kx::AlgoLock lock;
-    invoke_libalgo_set_joint_vel_maxlim(v);
-}
-KX_API void kx_algo_get_joint_max_speed(float* v) {
-    const kx::AlgoLock lock;
-    invoke_libalgo_get_joint_vel_maxlim(v);
-}
-KX_API void kx_algo_set_joint_max_acc(const float* a) {
-    const kx::AlgoLock lock;
-    invoke_libalgo_set_joint_acc_maxlim(a);
-}
-KX_API void kx_algo_get_joint_max_acc(float* a) {
-    const kx::AlgoLock lock;
-    invoke_libalgo_get_joint_acc_maxlim(a);
-}
+KX_API void kx_algo_set_joint_max_limit(const float* joint_limit) { set_joints("kx_algo_set_joint_max_limit", invoke_libalgo_set_jointlim_max, joint_limit); }
+KX_API void kx_algo_get_joint_max_limit(float* joint_limit) { locked(invoke_libalgo_get_jointlim_max, joint_limit); }
+KX_API void kx_algo_set_joint_min_limit(const float* joint_limit) { set_joints("kx_algo_set_joint_min_limit", invoke_libalgo_set_jointlim_min, joint_limit); }
+KX_API void kx_algo_get_joint_min_limit(float* joint_limit) { locked(invoke_libalgo_get_jointlim_min, joint_limit); }
+KX_API void kx_algo_set_joint_max_speed(const float* v) { set_joints("kx_algo_set_joint_max_speed", invoke_libalgo_set_joint_vel_maxlim, v); }
+KX_API void kx_algo_get_joint_max_speed(float* v) { locked(invoke_libalgo_get_joint_vel_maxlim, v); }
+KX_API void kx_algo_set_joint_max_acc(const float* a) { set_joints("kx_algo_set_joint_max_acc", invoke_libalgo_set_joint_acc_maxlim, a); }
+KX_API void kx_algo_get_joint_max_acc(float* a) { locked(invoke_libalgo_get_joint_acc_maxlim, a); }
 
 KX_API int kx_algo_judgment_overpos(float* joint) {
     const kx::AlgoLock lock;
@@ -384,6 +379,10 @@ KX_API kx_dh_t kx_algo_get_dh(void) {
 }
 
 KX_API void kx_algo_set_dh(kx_dh_t dh) {
+    static const char* const fn = "kx_algo_set_dh";
+    if (!finite_values(fn, "dh.d", dh.d, 7) || !finite_values(fn, "dh.a", dh.a, 7) ||
+        !finite_values(fn, "dh.alpha", dh.alpha, 7) || !finite_values(fn, "dh.offset", dh.offset, 7))
+        return;
     const kx::AlgoLock lock;
     DH lib{};
     for (int i = 0; i < 7; ++i) {
