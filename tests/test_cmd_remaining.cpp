@@ -20,6 +20,7 @@ TEST_F(Remaining, EveryCommandAnswers) {
     start();
     float f[7] = {};
     int n = 0;
+    int versions[7] = {};
     uint8_t en[7] = {};
     struct Case {
         const char* command; /* the request's "command" */
@@ -48,7 +49,7 @@ TEST_F(Remaining, EveryCommandAnswers) {
         {"set_joint_en_state", [&] { return kx_set_joint_en_state(h(), 1, 1); }},
         {"get_joint_en_state", [&] { return kx_get_joint_en_state(h(), en); }},
         {"get_joint_odom", [&] { return kx_get_joint_odom(h(), f); }},
-        {"get_joint_software_version", [&] { return kx_get_joint_software_version(h(), &n); }},
+        {"get_joint_software_version", [&] { return kx_get_joint_software_version(h(), versions); }},
         {"get_tool_software_version", [&] { return kx_get_tool_software_version(h(), &n); }},
         {"get_teach_frame", [&] { return kx_get_teach_frame(h(), &n); }},
         {"set_joint_clear_err", [&] { return kx_set_joint_clear_err(h(), 1); }},

@@ -181,7 +181,7 @@ TEST(CoreQueue, CopiesAreBoundedByTheirDestinations) {
 
     std::string big = R"({"command":"big","pad":")" + std::string(20000, 'p') + R"("})";
     q.add(big);
-    EXPECT_EQ(KX_FIFO_FRAME_LEN, q.fifo->fifo[0].recevie_len);
+    EXPECT_EQ(KX_FIFO_FRAME_LEN, static_cast<int>(q.fifo->fifo[0].recevie_len));  // a packed field: copied
     std::string text;
     EXPECT_GT(q.get("big", &text, 100), 0);
     EXPECT_EQ(99u, text.size());

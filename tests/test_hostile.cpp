@@ -183,7 +183,8 @@ TEST_F(Hostile, LongSlowGarbledAndStrayReplies) {
     EXPECT_EQ(0, while_other_arm_works([&] { return speed(); }, kTimeout));
 
     std::string garbage = "\x01\xff}{\"command\":[\r\n\r\n\r";
-    garbage += std::string("\0\0\x80{{{{\"\\", 12) + "\n\r\n";
+    const char binary[] = "\0\0\x80{{{{\"\\";
+    garbage += std::string(binary, sizeof binary - 1) + "\n\r\n";
     sim->script_reply(0, "get_arm_max_line_speed", garbage);
     EXPECT_EQ(-2, while_other_arm_works([&] { return speed(); }, kTimeout));
 
