@@ -80,6 +80,16 @@ public:
      * real steady-clock time at which its completion event was written. */
     std::chrono::steady_clock::time_point last_motion_end(int arm) const;
 
+    /* ---- peripherals, driven from outside ---- */
+    /* Sets digital input `channel` (1..4) of the arm to `value` (0/1); false
+     * when out of range. A tool input: tool_channel 1..2. */
+    bool set_digital_input(int arm, int channel, int value);
+    bool set_tool_digital_input(int arm, int channel, int value);
+    /* Width (gripper position 1..1000) of an object between the gripper's
+     * fingers: a pick stops there and holds it (status 2); 0 = nothing, a
+     * pick then closes to the end of its route (status 3). */
+    void set_gripper_object(int arm, int width);
+
     struct Impl;
 
 private:
