@@ -3,8 +3,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include "simulator.h"
 
@@ -17,7 +19,12 @@ int usage(const char* why) {
     std::fprintf(stderr,
                  "kx_sim: %s\n"
                  "usage: kx_sim --arms N --model AVEN|BRIV|CALD|DUMO|ESKA|FIRU|GOLT[,MODEL...] "
-                 "[--edition P|QA|QS] --base-port P [--time-scale S] [--udp-ip IP] [--udp-port P]\n",
+                 "[--edition P|QA|QS] --base-port P [--time-scale S] [--udp-ip IP] [--udp-port P]\n"
+                 "              [--grip-object WIDTH]\n"
+                 "while running, lines on standard input drive the peripherals:\n"
+                 "  input ARM CHANNEL 0|1      digital input 1..4 of arm ARM (0-based)\n"
+                 "  tool-input ARM CHANNEL 0|1 tool digital input 1..2\n"
+                 "  object ARM WIDTH           gripper object width 1..1000, 0 = nothing\n",
                  why);
     return 2;
 }
@@ -37,6 +44,33 @@ bool to_int(const char* s, int lo, int hi, int& out) {
     return true;
 }
 
+/* Applies one line of the peripheral driver; false when it is not understood. */
+bool drive(kxsim::Simulator& sim, const std::string& line) {
+    std::istringstream in(line);
+    std::string what;
+    int arm = -1, a = -1, b = -1;
+    if (!(in >> what >> arm >> a)) return false;
+    if (what == "object") {
+        sim.set_gripper_object(arm, a);
+        return arm >= 0 && arm < sim.arm_count();
+    }
+    if (!(in >> b)) return false;
+    if (what == "input") return sim.set_digital_input(arm, a, b);
+    if (what == "tool-input") return sim.set_tool_digital_input(arm, a, b);
+    return false;
+}
+
+/* Reads driver lines until standard input ends; never holds up the exit. */
+void drive_from_stdin(kxsim::Simulator& sim) {
+    std::thread([&sim] {
+        for (std::string line; std::getline(std::cin, line);) {
+            if (line.empty()) continue;
+            std::printf("%s: %s\n", drive(sim, line) ? "ok" : "not understood", line.c_str());
+            std::fflush(stdout);
+        }
+    }).detach();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -44,6 +78,7 @@ int main(int argc, char** argv) {
     std::string models = "AVEN", edition = "P";
     kxsim::Options opt;
     bool have_port = false;
+    int grip_object = 0;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         if (i + 1 >= argc) return usage(("missing value for " + a).c_str());
@@ -64,6 +99,8 @@ int main(int argc, char** argv) {
             if (*end || !(opt.time_scale > 0)) return usage("bad --time-scale");
         } else if (a == "--udp-ip") {
             opt.udp_ip = v;
+        } else if (a == "--grip-object") {
+            if (!to_int(v, 0, 1000, grip_object)) return usage("--grip-object takes 0 to 1000");
         } else if (a == "--udp-port") {
             if (!to_int(v, 1, 65535, opt.udp_port)) return usage("bad --udp-port");
         } else {
@@ -96,9 +133,11 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "kx_sim: cannot listen on the requested ports: %s\n", std::strerror(errno));
         return 1;
     }
+    for (int k = 0; k < sim.arm_count(); ++k) sim.set_gripper_object(k, grip_object);
     for (int k = 0; k < sim.arm_count(); ++k)
         std::printf("arm %d listening on 127.0.0.1:%d model %s\n", k, sim.port(k), sim.product_version(k).c_str());
     std::fflush(stdout);
+    drive_from_stdin(sim);
 
     int sig = 0;
     sigwait(&stop_signals, &sig);
