@@ -108,6 +108,15 @@ TEST_F(Zones, FencesStoredByName) {
     EXPECT_EQ(-4, kx_update_electronic_fence_config(h(), bad));
     EXPECT_TRUE(logged("Configuration error for the form of the newly added electronic fence! Wrong form: 4\n"));
     EXPECT_TRUE(sim->received(0).empty());
+
+    /* A coordinate that is not a finite number is never sent. */
+    kx_fence_config_t nan_box = cube("nan", 0, 1, 0, 1, 0, 1);
+    nan_box.cube.y_max_limit = __builtin_nanf("");
+    EXPECT_EQ(-1, kx_add_electronic_fence_config(h(), nan_box));
+    EXPECT_TRUE(logged("[kx_add_electronic_fence_config] y_max_limit is not a finite number\n"));
+    kx_fence_config_t inf_ball = sphere("", 0, 0, 0, __builtin_inff());
+    EXPECT_EQ(-1, kx_set_virtual_wall_config(h(), inf_ball));
+    EXPECT_TRUE(sim->received(0).empty());
 }
 
 TEST_F(Zones, ActiveFenceWallAndSwitches) {

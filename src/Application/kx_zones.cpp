@@ -23,7 +23,6 @@ struct Field {
     float* value;
 };
 
-int to_thousandths(float v) { return wire_f(v, 1000.0f); }
 float from_thousandths(int w) { return static_cast<float>(w / 1000.0); }
 
 /* The keys of a form in the order they are sent. The cube's "z_min_limit"
@@ -81,7 +80,7 @@ int read_fields(kx_fence_config_t& c, int form, Field out[9]) {
 void pack_geometry(Request& req, const kx_fence_config_t& c, int form) {
     Field f[9];
     int n = send_fields(c, form, f);
-    for (int i = 0; i < n; ++i) req.num(f[i].key, to_thousandths(*f[i].value));
+    for (int i = 0; i < n; ++i) req.num(f[i].key, req.f(*f[i].value, 1000.0f, f[i].key));
 }
 
 /* Decodes a form's geometry from a reply: 0, or the decoder's -3. */
