@@ -205,11 +205,11 @@ void EffectorState::advance(double dt, Events& out) {
     if (stop_at > 0) gripper.target = std::max(gripper.target, stop_at);
     if (gripper.step(dt, route_min, route_max)) {
         grip_status = closing ? (stop_at > 0 && gripper.pos == stop_at ? 2 : 3) : 0;
-        if (gripper.report) out.push_back({completion_event(kGripperDevice), false});
+        if (gripper.report) out.push_back({completion_event(kGripperDevice), true});
     }
-    if (hand.step(dt, 0, 1) && hand.report) out.push_back({completion_event(kHandDevice), false});
-    if (lift.step(dt, kLiftLo, kLiftHi) && lift.report) out.push_back({completion_event(kLiftDevice), false});
-    if (expand.step(dt, kExpandLo, kExpandHi) && expand.report) out.push_back({completion_event(kExpandDevice), false});
+    if (hand.step(dt, 0, 1) && hand.report) out.push_back({completion_event(kHandDevice), true});
+    if (lift.step(dt, kLiftLo, kLiftHi) && lift.report) out.push_back({completion_event(kLiftDevice), true});
+    if (expand.step(dt, kExpandLo, kExpandHi) && expand.report) out.push_back({completion_event(kExpandDevice), true});
 }
 
 void add_effector_commands(CommandTable& t) {

@@ -83,7 +83,7 @@ public:
     std::vector<double> joints(int arm) const;
     /* Whether a planned motion is running. */
     bool moving(int arm) const;
-    /* Simulated time at which the last planned motion of the arm ended, and the
+    /* Simulated time at which the last planned motion (or effector move) of the arm ended, and the
      * real steady-clock time at which its completion event was written. */
     std::chrono::steady_clock::time_point last_motion_end(int arm) const;
 
