@@ -1,101 +1,45 @@
 /* Peripherals: how long after the simulator writes an effector's completion
  * event does the blocking call return (gripper, lift), and what a Modbus read
  * costs next to a plain query, both round trips measured in the same run. */
-#include <benchmark/benchmark.h>
-
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <memory>
-#include <thread>
-#include <vector>
 
-#include "kx_interface.h"
-#include "simulator.h"
+#include "bench_completion.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using benchrig::measure;
+using benchrig::rig;
 
-struct Rig {
-    std::unique_ptr<kxsim::Simulator> sim;
-    kx_robot_handle* h = nullptr;
-
-    Rig() {
-        kxsim::Options o;
-        o.base_port = 0;
-        o.time_scale = 50.0;
-        o.push_enabled = false;
-        sim = std::make_unique<kxsim::Simulator>(o);
-        if (!sim->start()) return;
-        kx_init(KX_DUAL_MODE_E);
-        h = kx_create_robot_arm(sim->host(0).c_str(), sim->port(0));
-        if (h != nullptr && h->id < 0) h = nullptr;
-        if (h != nullptr && kx_set_modbus_mode(h, 0, 115200, 100) != 0) h = nullptr;
-    }
-    ~Rig() {
-        kx_destory();
-        sim->stop();
-    }
-};
-
-Rig& rig() {
-    static Rig r;
-    return r;
-}
-
-void report(benchmark::State& state, std::vector<double>& us) {
-    if (us.empty()) return;
-    std::sort(us.begin(), us.end());
-    state.counters["p50_us"] = us[us.size() / 2];
-    state.counters["p99_us"] = us[std::min(us.size() - 1, us.size() * 99 / 100)];
-    state.counters["max_us"] = us.back();
-}
-
-/* Delay from the completion event's write to the blocking call's return. */
-template <class Move>
-void completion(benchmark::State& state, Move&& move) {
-    Rig& r = rig();
-    if (r.h == nullptr) return state.SkipWithError("simulator or connection failed");
-    std::vector<double> us;
-    int n = 0;
-    for (auto _ : state) {
-        auto before = r.sim->last_motion_end(0);
-        int rc = move(r.h, n++);
-        auto returned = Clock::now();
-        if (rc != 0) return state.SkipWithError("blocking effector move failed");
-        auto end = r.sim->last_motion_end(0);
-        while (end == before && Clock::now() - returned < std::chrono::milliseconds(200)) {
-            std::this_thread::yield();
-            end = r.sim->last_motion_end(0);
-        }
-        us.push_back(std::chrono::duration<double, std::micro>(returned - end).count());
-    }
-    report(state, us);
+/* The Modbus reads go to the controller's RS485 port, opened once as master. */
+kx_robot_handle* modbus_ready() {
+    static const bool opened = rig().h != nullptr && kx_set_modbus_mode(rig().h, 0, 115200, 100) == 0;
+    return opened ? rig().h : nullptr;
 }
 
 void BM_GripperCompletionToReturn(benchmark::State& state) {
-    completion(state, [](kx_robot_handle* h, int n) { return kx_set_gripper_position(h, n % 2 ? 400 : 600, true, 5); });
+    measure(state, [](kx_robot_handle* h, int n) { return kx_set_gripper_position(h, n % 2 ? 400 : 600, true, 5); });
 }
 BENCHMARK(BM_GripperCompletionToReturn)->Iterations(200)->Unit(benchmark::kMillisecond);
 
 void BM_LiftCompletionToReturn(benchmark::State& state) {
-    completion(state, [](kx_robot_handle* h, int n) { return kx_set_lift_height(h, 100, n % 2 ? 100 : 110, 1); });
+    measure(state, [](kx_robot_handle* h, int n) { return kx_set_lift_height(h, 100, n % 2 ? 100 : 110, 1); });
 }
 BENCHMARK(BM_LiftCompletionToReturn)->Iterations(100)->Unit(benchmark::kMillisecond);
 
 /* Round trips, alternating so that both see the same machine load. */
 void BM_ModbusReadBesidePlainQuery(benchmark::State& state) {
-    Rig& r = rig();
-    if (r.h == nullptr) return state.SkipWithError("simulator or connection failed");
+    kx_robot_handle* h = modbus_ready();
+    if (h == nullptr) return state.SkipWithError("simulator, connection or Modbus port failed");
     std::vector<double> modbus_us, plain_us;
     const kx_peripheral_read_write_params_t reg{0, 10, 1, 1};
     for (auto _ : state) {
         int value = 0, voltage = 0;
         auto t0 = Clock::now();
-        int a = kx_read_holding_registers(r.h, reg, &value);
+        int a = kx_read_holding_registers(h, reg, &value);
         auto t1 = Clock::now();
-        int b = kx_get_voltage(r.h, &voltage);
+        int b = kx_get_voltage(h, &voltage);
         auto t2 = Clock::now();
         if (a != 0 || b != 0) return state.SkipWithError("round trip failed");
         modbus_us.push_back(std::chrono::duration<double, std::micro>(t1 - t0).count());

@@ -4,8 +4,7 @@
 #include <chrono>
 #include <thread>
 
-#include "kx_commands_internal.h"
-#include "test_cmd_fixture.h"
+#include "test_periph_fixture.h"
 
 using namespace cmdtest;
 
@@ -16,21 +15,15 @@ const char* const kGripperDone =
 const char* const kHandDone =
     R"({"command":"current_trajectory_state","trajectory_state":true,"device":2,"trajectory_connect":0})";
 
-class Effector : public SimFixture {
-protected:
-    void reply(const std::string& command, const std::string& lines) { sim->script_reply(0, command, lines); }
-    std::string last(const std::string& command) {
-        auto r = requests(command);
-        return r.empty() ? "" : r.back();
-    }
-    kx_gripper_state_t gripper() {
-        kx_gripper_state_t st{};
-        EXPECT_EQ(0, kx_get_gripper_state(h(), &st));
-        return st;
-    }
-};
+using Effector = PeriphFixture;
 
 std::string line(const std::string& json) { return json + "\r\n"; }
+
+kx_gripper_state_t gripper_of(kx_robot_handle* h) {
+    kx_gripper_state_t st{};
+    EXPECT_EQ(0, kx_get_gripper_state(h, &st));
+    return st;
+}
 
 }  // namespace
 
@@ -40,12 +33,12 @@ TEST_F(Effector, GripperPicksWhatIsThere) {
     EXPECT_EQ(R"({"command":"set_gripper_route","min":10,"max":900})", last("set_gripper_route"));
     ASSERT_EQ(0, kx_set_gripper_release(h(), 800, true, 5));
     EXPECT_EQ(R"({"command":"set_gripper_release","speed":800,"block":true})", last("set_gripper_release"));
-    EXPECT_EQ(900, gripper().actpos);
+    EXPECT_EQ(900, gripper_of(h()).actpos);
 
     /* Nothing between the fingers: they close to the end of the route. */
     ASSERT_EQ(0, kx_set_gripper_pick(h(), 900, 300, true, 5));
     EXPECT_EQ(R"({"command":"set_gripper_pick","speed":900,"force":300,"block":true})", last("set_gripper_pick"));
-    kx_gripper_state_t st = gripper();
+    kx_gripper_state_t st = gripper_of(h());
     EXPECT_EQ(10, st.actpos);
     EXPECT_EQ(3, st.status);
     EXPECT_EQ(0, st.current_force);
@@ -56,14 +49,14 @@ TEST_F(Effector, GripperPicksWhatIsThere) {
     ASSERT_EQ(0, kx_set_gripper_pick_on(h(), 900, 250, true, 5));
     EXPECT_EQ(R"({"command":"set_gripper_pick_on","speed":900,"force":250,"block":true})",
               last("set_gripper_pick_on"));
-    st = gripper();
+    st = gripper_of(h());
     EXPECT_EQ(400, st.actpos);
     EXPECT_EQ(2, st.status);
     EXPECT_EQ(250, st.current_force);
 
     ASSERT_EQ(0, kx_set_gripper_position(h(), 600, true, 5));
     EXPECT_EQ(R"({"command":"set_gripper_position","position":600,"block":true})", last("set_gripper_position"));
-    EXPECT_EQ(600, gripper().actpos);
+    EXPECT_EQ(600, gripper_of(h()).actpos);
 
     /* Non-blocking with a timeout: only the acceptance is read; a refusal shows. */
     EXPECT_EQ(0, kx_set_gripper_position(h(), 500, false, 1));

@@ -1,17 +1,13 @@
 /* Controller and tool I/O against the simulated controller: exact requests,
  * read-back of what was set, inputs driven from outside, argument checks and
  * hostile replies. */
-#include "kx_commands_internal.h"
-#include "test_cmd_fixture.h"
+#include "test_periph_fixture.h"
 
 using namespace cmdtest;
 
 namespace {
 
-class Io : public SimFixture {
-protected:
-    void reply(const std::string& command, const std::string& json) { sim->script_reply(0, command, json + "\r\n"); }
-};
+using Io = PeriphFixture;
 
 kx_io_config_t mode_of(int io_mode, int speed = 0, int mode = 0) {
     kx_io_config_t c{};

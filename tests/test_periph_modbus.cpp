@@ -1,8 +1,7 @@
 /* RS485 modes and Modbus access through the simulated controller and its
  * emulated slave: exact requests, values written and read back, the coil
  * and register packing, absent devices and hostile replies. */
-#include "kx_commands_internal.h"
-#include "test_cmd_fixture.h"
+#include "test_periph_fixture.h"
 
 using namespace cmdtest;
 
@@ -14,14 +13,7 @@ kx_peripheral_read_write_params_t at(int port, int address, int num = 1, int dev
     return {port, address, device, num};
 }
 
-class Modbus : public SimFixture {
-protected:
-    void reply(const std::string& command, const std::string& json) { sim->script_reply(0, command, json + "\r\n"); }
-    std::string last(const std::string& command) {
-        auto r = requests(command);
-        return r.empty() ? "" : r.back();
-    }
-};
+using Modbus = PeriphFixture;
 
 }  // namespace
 

@@ -3,8 +3,7 @@
  * storage by name, hostile replies, and enforcement of the wall on moves. */
 #include <cstring>
 
-#include "kx_commands_internal.h"
-#include "test_cmd_fixture.h"
+#include "test_periph_fixture.h"
 
 using namespace cmdtest;
 
@@ -34,14 +33,7 @@ kx_fence_config_t plane(const char* name) {
     return c;
 }
 
-class Zones : public SimFixture {
-protected:
-    void reply(const std::string& command, const std::string& json) { sim->script_reply(0, command, json + "\r\n"); }
-    std::string last(const std::string& command) {
-        auto r = requests(command);
-        return r.empty() ? "" : r.back();
-    }
-};
+using Zones = PeriphFixture;
 
 }  // namespace
 
