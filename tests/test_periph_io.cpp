@@ -138,3 +138,13 @@ TEST_F(Io, HostileReplies) {
     reply("get_tool_voltage", R"({"command":"get_tool_voltage","voltage_type":2})");
     EXPECT_EQ(-2, kx_get_tool_voltage(h(), &v));
 }
+
+TEST(IoDecoding, IoStateReply) {
+    kx_io_get_t st{};
+    ASSERT_EQ(0, prase_get_IO_state(R"({"IO_state":1,"IO_Mode":14,"realtime_speed":{"speed":3,"mode":2}})", &st));
+    EXPECT_EQ(1, st.io_state);
+    EXPECT_EQ(3, st.io_config.io_real_time_config_t.speed);
+    EXPECT_EQ(2, st.io_config.io_real_time_config_t.mode);
+    EXPECT_EQ(-3, prase_get_IO_state(R"({"IO_state":1,"IO_Mode":14,"realtime_speed":{"speed":3}})", &st));
+    EXPECT_EQ(-3, prase_get_IO_state("not json", &st));
+}

@@ -157,3 +157,25 @@ TEST_F(Modbus, HostileReplies) {
     sim->delay_replies(0, "write_single_register", std::chrono::milliseconds(150));
     EXPECT_EQ(-2, kx_write_single_register(h(), at(kRtu, 0), 1));
 }
+
+TEST(ModbusDecoding, Rs485Table) {
+    KeyValue kv[3] = {};
+    kv[0].type = JSON_INT;
+    kv[0].key = "controller_RS485_mode";
+    kv[1].type = JSON_INT;
+    kv[1].key = "baudrate";
+    kv[2].type = JSON_INT;
+    kv[2].key = "modbus_timeout";
+    EXPECT_EQ(0, parse_rs485(R"({"controller_RS485_mode":1,"baudrate":9600})", kv, 3));
+    EXPECT_EQ(9600, kv[1].data.int_value);
+    EXPECT_EQ(0, kv[2].data.int_value); /* absent: left as the zeroed table had it */
+    EXPECT_EQ(-3, parse_rs485(R"({"controller_RS485_mode":1,"modbus_timeout":5})", kv, 3));
+    EXPECT_EQ(-3, parse_rs485("{", kv, 3));
+    KeyValue arr = {};
+    arr.type = JSON_ARRAY;
+    arr.key = "a";
+    arr.array_size = 2;
+    EXPECT_EQ(-3, parse_rs485(R"({"a":[1,2,3]})", &arr, 1));
+    EXPECT_EQ(0, parse_rs485(R"({"a":[1,2]})", &arr, 1));
+    EXPECT_EQ(2, arr.data.array_value[1]);
+}
