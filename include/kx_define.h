@@ -390,11 +390,11 @@ typedef struct {
 
 /** Device codes carried by the "current_trajectory_state" completion event. */
 typedef enum {
-    KX_DEVICE_ARM_E = 0,
-    KX_DEVICE_GRIPPER_E = 1,
-    KX_DEVICE_HAND_E = 2,
-    KX_DEVICE_LIFT_E = 3,
-    KX_DEVICE_EXPAND_E = 4,
+    KX_DEVICE_ARM_E = 0,     /**< the arm's own motion */
+    KX_DEVICE_GRIPPER_E = 1, /**< two-finger gripper */
+    KX_DEVICE_HAND_E = 2,    /**< dexterous hand */
+    KX_DEVICE_LIFT_E = 3,    /**< lift */
+    KX_DEVICE_EXPAND_E = 4,  /**< expansion axis */
 } kx_device_e;
 
 /** State of the two-finger gripper. */
@@ -420,40 +420,40 @@ typedef struct {
 
 /** Fence and wall forms. */
 typedef enum {
-    KX_FENCE_FORM_CUBE_E = 1,
-    KX_FENCE_FORM_PLANE_E = 2,
-    KX_FENCE_FORM_SPHERE_E = 3,
+    KX_FENCE_FORM_CUBE_E = 1,   /**< axis-aligned box */
+    KX_FENCE_FORM_PLANE_E = 2,  /**< plane through three points */
+    KX_FENCE_FORM_SPHERE_E = 3, /**< sphere */
 } kx_fence_form_e;
 
 /** Axis-aligned box, metres. */
 typedef struct {
-    float x_min_limit;
-    float x_max_limit;
-    float y_min_limit;
-    float y_max_limit;
-    float z_min_limit;
-    float z_max_limit;
+    float x_min_limit; /**< lowest x, metres */
+    float x_max_limit; /**< highest x, metres */
+    float y_min_limit; /**< lowest y, metres */
+    float y_max_limit; /**< highest y, metres */
+    float z_min_limit; /**< lowest z, metres */
+    float z_max_limit; /**< highest z, metres */
 } kx_fence_config_cube_t;
 
 /** Plane through three points, metres. */
 typedef struct {
-    float x1;
-    float y1;
-    float z1;
-    float x2;
-    float y2;
-    float z2;
-    float x3;
-    float y3;
-    float z3;
+    float x1; /**< first point, metres */
+    float y1; /**< first point, metres */
+    float z1; /**< first point, metres */
+    float x2; /**< second point, metres */
+    float y2; /**< second point, metres */
+    float z2; /**< second point, metres */
+    float x3; /**< third point, metres */
+    float y3; /**< third point, metres */
+    float z3; /**< third point, metres */
 } kx_fence_config_plane_t;
 
 /** Sphere: centre and radius, metres. */
 typedef struct {
-    float x;
-    float y;
-    float z;
-    float radius;
+    float x;      /**< centre, metres */
+    float y;      /**< centre, metres */
+    float z;      /**< centre, metres */
+    float radius; /**< metres */
 } kx_fence_config_sphere_t;
 
 /** One named fence (or the active fence, or the virtual wall). */
@@ -467,17 +467,17 @@ typedef struct {
 
 /** A fence name, not necessarily zero-terminated when 12 characters long. */
 typedef struct {
-    char name[12];
+    char name[12]; /**< fence name */
 } kx_fence_names_t;
 
 /** Every stored fence. */
 typedef struct {
-    kx_fence_config_t config[10];
+    kx_fence_config_t config[10]; /**< the fences, in the controller's order */
 } kx_fence_config_list_t;
 
 /** Whether a fence or the virtual wall is enforced, and how. */
 typedef struct {
-    bool enable_state;
+    bool enable_state;    /**< enforced */
     int in_out_side;      /**< controller's side code: 0 stay inside, 1 stay outside */
     int effective_region; /**< controller's region code */
 } kx_electronic_fence_enable_t;
