@@ -40,10 +40,13 @@ const char kHelp[] =
     "  --no-push            start with realtime push disabled\n"
     "  --grip-object W      width (gripper position 1..1000) of an object between\n"
     "                       every gripper's fingers; 0 = nothing (default)\n"
+    "  --stdin-commands     read the lines below from standard input while running\n"
+    "                       (off by default: a background job reading its terminal\n"
+    "                       would be stopped)\n"
     "  --help               print this text and exit\n"
     "  --version            print the version and exit\n"
     "\n"
-    "while it runs, lines on standard input drive the peripherals of arm K (1..5):\n"
+    "with --stdin-commands, lines drive the peripherals of arm K (1..5):\n"
     "  input K CHANNEL 0|1        digital input 1..4\n"
     "  tool-input K CHANNEL 0|1   tool digital input 1..2\n"
     "  object K WIDTH             gripper object width 1..1000, 0 = nothing\n"
@@ -117,6 +120,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> models{"AVEN"}, editions{"P"}, ports{"8080"};
     kxsim::Options opt;
     int grip_object = 0;
+    bool stdin_commands = false;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         if (a == "--help" || a == "-h") {
@@ -129,6 +133,10 @@ int main(int argc, char** argv) {
         }
         if (a == "--no-push") {
             opt.push_enabled = false;
+            continue;
+        }
+        if (a == "--stdin-commands") {
+            stdin_commands = true;
             continue;
         }
         static const char* const kWithValue[] = {"--arms",       "--model",  "--edition", "--port",
@@ -190,7 +198,7 @@ int main(int argc, char** argv) {
         std::printf("arm %d listening on %s:%d model %s\n", k + 1, sim.host(k).c_str(), sim.port(k),
                     sim.product_version(k).c_str());
     std::fflush(stdout);
-    drive_from_stdin(sim);
+    if (stdin_commands) drive_from_stdin(sim);
 
     int sig = 0;
     sigwait(&stop_signals, &sig);
