@@ -10,7 +10,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-#include "kx_interface.h"
+#include "example_connect.h"
 
 static int step(const char* what, int rc) {
     printf("%-40s -> %d\n", what, rc);
@@ -18,17 +18,8 @@ static int step(const char* what, int rc) {
 }
 
 int main(int argc, char** argv) {
-    if (argc < 3) {
-        fprintf(stderr, "usage: %s IP PORT\n", argv[0]);
-        return 2;
-    }
-    kx_init(KX_DUAL_MODE_E);
-    kx_robot_handle* arm = kx_create_robot_arm(argv[1], atoi(argv[2]));
-    if (arm == NULL || arm->id < 0) {
-        fprintf(stderr, "could not connect to %s:%s\n", argv[1], argv[2]);
-        kx_destory();
-        return 1;
-    }
+    kx_robot_handle* arm = example_connect(argc, argv);
+    if (arm == NULL) return argc < 3 ? 2 : 1;
 
     const float above_pick[7] = {0, 20, 70, 0, 90, 0, 0};
     const float above_place[7] = {45, 20, 70, 0, 90, 0, 0};
