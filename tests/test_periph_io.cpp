@@ -148,3 +148,18 @@ TEST(IoDecoding, IoStateReply) {
     EXPECT_EQ(-3, prase_get_IO_state(R"({"IO_state":1,"IO_Mode":14,"realtime_speed":{"speed":3}})", &st));
     EXPECT_EQ(-3, prase_get_IO_state("not json", &st));
 }
+
+/* Each arm has its own I/O: an input driven on the second arm is seen there only. */
+TEST_F(Io, PerArm) {
+    SimSetup s;
+    s.products = {"AVEN-P", "GOLT-P"};
+    start(s);
+    ASSERT_TRUE(sim->set_digital_input(1, 4, 1));
+    int din[4] = {};
+    ASSERT_EQ(0, kx_get_IO_input(h(1), din));
+    EXPECT_EQ(1, din[3]);
+    ASSERT_EQ(0, kx_get_IO_input(h(0), din));
+    EXPECT_EQ(0, din[3]);
+    EXPECT_FALSE(sim->set_digital_input(0, 5, 1));
+    EXPECT_FALSE(sim->set_digital_input(0, 1, 2));
+}

@@ -1,6 +1,7 @@
 /* Safety zones: named electronic fences, the active fence, the virtual wall
  * and self-collision detection. Geometry travels in thousandths of a metre;
  * which keys a record carries depends on its form. */
+#include <cstddef>
 #include <cstring>
 
 #include "MIO_JSON.h"
@@ -17,82 +18,83 @@ constexpr int kInfoBuf = 2048; /* the full fence list is longer than an ordinary
 
 /* ---- geometry --------------------------------------------------------------- */
 
-/* A key and the address of its field inside a record. */
-struct Field {
+/* A geometry key and where its value lives in kx_fence_config_t. */
+struct GeoKey {
     const char* key;
-    float* value;
+    size_t offset;
 };
+#define KX_GEO(key, member) {key, offsetof(kx_fence_config_t, member)}
 
-float from_thousandths(int w) { return static_cast<float>(w / 1000.0); }
+/* Keys in the order they are sent. The cube's "z_min_limit" carries
+ * x_min_limit: the controller reads it so. */
+constexpr GeoKey kCubeSent[] = {KX_GEO("x_max_limit", cube.x_max_limit), KX_GEO("x_min_limit", cube.x_min_limit),
+                                KX_GEO("y_max_limit", cube.y_max_limit), KX_GEO("y_min_limit", cube.y_min_limit),
+                                KX_GEO("z_max_limit", cube.z_max_limit), KX_GEO("z_min_limit", cube.x_min_limit)};
+constexpr GeoKey kPlane[] = {KX_GEO("x1", plan.x1), KX_GEO("y1", plan.y1), KX_GEO("z1", plan.z1),
+                             KX_GEO("x2", plan.x2), KX_GEO("y2", plan.y2), KX_GEO("z2", plan.z2),
+                             KX_GEO("x3", plan.x3), KX_GEO("y3", plan.y3), KX_GEO("z3", plan.z3)};
+constexpr GeoKey kSphereSent[] = {KX_GEO("radius", sphere.radius), KX_GEO("x", sphere.x), KX_GEO("y", sphere.y),
+                                  KX_GEO("z", sphere.z)};
+/* Keys in the order they are read back, each into its own field. */
+constexpr GeoKey kCubeRead[] = {KX_GEO("x_min_limit", cube.x_min_limit), KX_GEO("x_max_limit", cube.x_max_limit),
+                                KX_GEO("y_min_limit", cube.y_min_limit), KX_GEO("y_max_limit", cube.y_max_limit),
+                                KX_GEO("z_min_limit", cube.z_min_limit), KX_GEO("z_max_limit", cube.z_max_limit)};
+constexpr GeoKey kSphereRead[] = {KX_GEO("x", sphere.x), KX_GEO("y", sphere.y), KX_GEO("z", sphere.z),
+                                  KX_GEO("radius", sphere.radius)};
+#undef KX_GEO
 
-/* The keys of a form in the order they are sent. The cube's "z_min_limit"
- * carries x_min_limit: the controller reads it so. */
-int send_fields(const kx_fence_config_t& c, int form, Field out[9]) {
-    auto* cfg = const_cast<kx_fence_config_t*>(&c);
+struct GeoKeys {
+    const GeoKey* keys;
+    int n;
+};
+template <size_t N>
+constexpr GeoKeys keys_of(const GeoKey (&k)[N]) {
+    return {k, static_cast<int>(N)};
+}
+
+GeoKeys sent_keys(int form) {
     switch (form) {
-    case KX_FENCE_FORM_CUBE_E: {
-        kx_fence_config_cube_t& b = cfg->cube;
-        const Field f[] = {{"x_max_limit", &b.x_max_limit}, {"x_min_limit", &b.x_min_limit},
-                           {"y_max_limit", &b.y_max_limit}, {"y_min_limit", &b.y_min_limit},
-                           {"z_max_limit", &b.z_max_limit}, {"z_min_limit", &b.x_min_limit}};
-        std::memcpy(out, f, sizeof f);
-        return 6;
-    }
-    case KX_FENCE_FORM_PLANE_E: {
-        kx_fence_config_plane_t& p = cfg->plan;
-        const Field f[] = {{"x1", &p.x1}, {"y1", &p.y1}, {"z1", &p.z1}, {"x2", &p.x2}, {"y2", &p.y2},
-                           {"z2", &p.z2}, {"x3", &p.x3}, {"y3", &p.y3}, {"z3", &p.z3}};
-        std::memcpy(out, f, sizeof f);
-        return 9;
-    }
-    case KX_FENCE_FORM_SPHERE_E: {
-        kx_fence_config_sphere_t& s = cfg->sphere;
-        const Field f[] = {{"radius", &s.radius}, {"x", &s.x}, {"y", &s.y}, {"z", &s.z}};
-        std::memcpy(out, f, sizeof f);
-        return 4;
-    }
-    default: return 0;
+    case KX_FENCE_FORM_CUBE_E: return keys_of(kCubeSent);
+    case KX_FENCE_FORM_PLANE_E: return keys_of(kPlane);
+    case KX_FENCE_FORM_SPHERE_E: return keys_of(kSphereSent);
+    default: return {nullptr, 0};
     }
 }
 
-/* The keys of a form in the order they are read back, each into its own field. */
-int read_fields(kx_fence_config_t& c, int form, Field out[9]) {
+GeoKeys read_keys(int form) {
     switch (form) {
-    case KX_FENCE_FORM_CUBE_E: {
-        kx_fence_config_cube_t& b = c.cube;
-        const Field f[] = {{"x_min_limit", &b.x_min_limit}, {"x_max_limit", &b.x_max_limit},
-                           {"y_min_limit", &b.y_min_limit}, {"y_max_limit", &b.y_max_limit},
-                           {"z_min_limit", &b.z_min_limit}, {"z_max_limit", &b.z_max_limit}};
-        std::memcpy(out, f, sizeof f);
-        return 6;
+    case KX_FENCE_FORM_CUBE_E: return keys_of(kCubeRead);
+    case KX_FENCE_FORM_PLANE_E: return keys_of(kPlane);
+    case KX_FENCE_FORM_SPHERE_E: return keys_of(kSphereRead);
+    default: return {nullptr, 0};
     }
-    case KX_FENCE_FORM_SPHERE_E: {
-        kx_fence_config_sphere_t& s = c.sphere;
-        const Field f[] = {{"x", &s.x}, {"y", &s.y}, {"z", &s.z}, {"radius", &s.radius}};
-        std::memcpy(out, f, sizeof f);
-        return 4;
-    }
-    default: return send_fields(c, form, out); /* the plane reads as it is sent */
-    }
+}
+
+float geo(const kx_fence_config_t& c, const GeoKey& k) {
+    float v;
+    std::memcpy(&v, reinterpret_cast<const char*>(&c) + k.offset, sizeof v);
+    return v;
+}
+void set_geo(kx_fence_config_t& c, const GeoKey& k, int thousandths) {
+    const float v = static_cast<float>(thousandths / 1000.0);
+    std::memcpy(reinterpret_cast<char*>(&c) + k.offset, &v, sizeof v);
 }
 
 /* Appends a form's geometry, encoded, to a request. */
 void pack_geometry(Request& req, const kx_fence_config_t& c, int form) {
-    Field f[9];
-    int n = send_fields(c, form, f);
-    for (int i = 0; i < n; ++i) req.num(f[i].key, req.f(*f[i].value, 1000.0f, f[i].key));
+    const GeoKeys g = sent_keys(form);
+    for (int i = 0; i < g.n; ++i) req.num(g.keys[i].key, req.f(geo(c, g.keys[i]), 1000.0f, g.keys[i].key));
 }
 
 /* Decodes a form's geometry from a reply: 0, or the decoder's -3. */
 int decode_geometry(const char* fn, const char* text, kx_fence_config_t& c, int form) {
-    Field f[9];
-    int n = read_fields(c, form, f);
-    if (n == 0) return 0;
+    const GeoKeys g = read_keys(form);
+    if (g.n == 0) return 0;
     KeyValue kv[9];
-    for (int i = 0; i < n; ++i) kv[i] = kv_int(f[i].key);
-    int r = common_json_parse(fn, text, kv, n);
+    for (int i = 0; i < g.n; ++i) kv[i] = kv_int(g.keys[i].key);
+    int r = common_json_parse(fn, text, kv, g.n);
     if (r != 0) return r;
-    for (int i = 0; i < n; ++i) *f[i].value = from_thousandths(kv[i].data.int_value);
+    for (int i = 0; i < g.n; ++i) set_geo(c, g.keys[i], kv[i].data.int_value);
     return 0;
 }
 
@@ -174,12 +176,11 @@ bool parse_info(const cJSON* item, kx_fence_config_t& c) {
     if (!cJSON_IsString(name) || !cJSON_IsNumber(form)) return false;
     std::strncpy(c.name, name->valuestring, sizeof c.name);
     c.form = form->valueint;
-    Field f[9];
-    int n = read_fields(c, c.form, f);
-    for (int i = 0; i < n; ++i) {
-        const cJSON* v = MIO_JSON_GetObjectItem(item, f[i].key);
+    const GeoKeys g = read_keys(c.form);
+    for (int i = 0; i < g.n; ++i) {
+        const cJSON* v = MIO_JSON_GetObjectItem(item, g.keys[i].key);
         if (!cJSON_IsNumber(v)) return false;
-        *f[i].value = from_thousandths(v->valueint);
+        set_geo(c, g.keys[i], v->valueint);
     }
     return true;
 }
