@@ -17,8 +17,9 @@ struct ExampleTarget {
     kx_robot_handle* arm = nullptr;
 
     /* kx_init must have run. Returns false (after a message) when no arm
-     * could be connected. */
-    bool connect(int argc, char** argv, double time_scale) {
+     * could be connected. A built-in simulator plays `product` (model and
+     * edition, e.g. "BRIV-P"). */
+    bool connect(int argc, char** argv, double time_scale, const char* product = "AVEN-P") {
         const char* ip = "127.0.0.1";
         int port = 0;
         if (argc >= 3) {
@@ -28,6 +29,7 @@ struct ExampleTarget {
             kxsim::Options o;
             o.time_scale = time_scale;
             o.push_enabled = false;
+            o.arms[0].product_version = product;
             sim = std::make_unique<kxsim::Simulator>(o);
             if (!sim->start()) {
                 std::fprintf(stderr, "the simulator did not start\n");
