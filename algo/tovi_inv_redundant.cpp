@@ -187,13 +187,13 @@ constexpr double ACCEPT = 1e-6;
 constexpr double LOCAL_TRUST = 0.1;  // largest local step, seconds at each joint's speed limit
 constexpr int LOCAL_ITER = 50;       // slow only near a singularity, where it is needed
 constexpr int LOCAL_PATIENCE = 12;   // iterations after which a large error means a far reference
-constexpr double NEAR_POSE = 0.25;   // pose error (m or rad) of a reference worth a closer look
+constexpr double NEAR_POSE = 0.6;    // pose error (m or rad) of a reference worth a closer look
 constexpr double CLOSE = 0.15;       // a local answer this near the reference (every joint) is taken
 constexpr double NEIGHBOURHOOD = 0.2; // redundancy looked through around a far or failed local answer
 constexpr double CLOSE_RANGE = 0.1;  // ... at least, even in the narrow search
 constexpr double SCAN_STEP = 0.05;   // redundancy sampling
 constexpr int GOLDEN_STEPS = 6;
-constexpr int SCAN_WINDOW = 10;      // redundancy steps scanned past the first solution
+constexpr int SCAN_WINDOW = 3;       // redundancy steps scanned past the first solution
 
 // The S-R-S arm for one target: shoulder S, wrist W, the circle the elbow
 // runs on (centre C, radius rho, in-plane axes v, w about the S-W line).
@@ -447,14 +447,18 @@ struct Redundancy {
     int solve(double* q_out) {
         for (int j = 0; j < 7; ++j) ref_theta[j] = q_ref[j] + k.offset[j];
         // Locally from the reference: the usual answer, nearest it and
-        // continuous along a path.
-        double q[8] = {}, best_q[8] = {}, best = ALGO_NO_JOINT;
+        // continuous along a path. From a far reference (the target far
+        // from the reference's pose) no solution is near anyway, and the
+        // closed-form branches below are quicker.
+        double q[8] = {}, best_q[8] = {}, best = ALGO_NO_JOINT, e0[6];
         std::copy(q_ref, q_ref + k.dof, q);
+        pose_error(chain_fk(k, q_ref), target, e0);
+        const bool near = error_norm(e0) < NEAR_POSE;
         LocalOptions opt;
         opt.trust = LOCAL_TRUST;
         opt.max_iter = LOCAL_ITER;
         opt.patience = LOCAL_PATIENCE;
-        if (local_solve(k, target, q, opt) < ACCEPT) {
+        if (near && local_solve(k, target, q, opt) < ACCEPT) {
             if (max_deviation(k, q, q_ref) <= CLOSE) {
                 std::copy(q, q + k.dof, q_out);
                 return 0;
@@ -472,19 +476,15 @@ struct Redundancy {
         auto settled = [&] { return best < ALGO_NO_JOINT && max_deviation(k, best_q, q_ref) <= CLOSE; };
         // Near a singularity or a limit the local answer may be far, or
         // missing, although a nearer one exists: the closed-form branch at
-        // the redundancy value where the local search ended and at the
-        // reference's own, and failing that a look around both.
-        const double centres[2] = {param(q), param(q_ref)};
-        for (double centre : centres) {
+        // the reference's redundancy value and at the one where the local
+        // search ended, and failing that a look around both.
+        const double centres[2] = {param(q_ref), param(q)};
+        for (int i = 0; i < (near ? 2 : 1); ++i) {
             double c[8];
-            if (branch_at(centre, c) < ALGO_NO_JOINT && polish(k, target, c)) consider(c);
+            if (branch_at(centres[i], c) < ALGO_NO_JOINT && polish(k, target, c)) consider(c);
         }
         const double half = std::min(NEIGHBOURHOOD, std::max(k.theta_v, CLOSE_RANGE));
-        // From a far reference (the target far from the reference's pose)
-        // no solution is near anyway: the branches above will do.
-        double e0[6];
-        pose_error(chain_fk(k, q_ref), target, e0);
-        for (int i = 0; i < 2 && !settled() && error_norm(e0) < NEAR_POSE; ++i) {
+        for (int i = 0; i < 2 && near && !settled(); ++i) {
             double c[8];
             if (nearest_around(centres[i], half, SCAN_STEP, c) < ALGO_NO_JOINT && polish(k, target, c)) consider(c);
         }
