@@ -210,7 +210,8 @@ bool srs_setup(const Kin& k, const Frame& target, SrsTarget& g) {
     g.W = add_scaled({target.p[0], target.p[1], target.p[2]}, -k.d[6], z7);
     const Vec3 sw = sub(g.W, g.S);
     const double L = std::sqrt(dot(sw, sw));
-    if (!(L > 0) || L > g.L1 + g.L2 + 1e-9 || L < std::fabs(g.L1 - g.L2) - 1e-9) return false;
+    // A single-precision target of a stretched arm may lie a hair beyond reach.
+    if (!(L > 0) || L > g.L1 + g.L2 + 1e-6 || L < std::fabs(g.L1 - g.L2) - 1e-6) return false;
     g.u = unit(sw);
     // The arm angle is measured from the plane through S-W and the base's
     // vertical (or x, when S-W is vertical).
@@ -518,8 +519,8 @@ int redundancy_search(const Kin& k, const Frame& target, const double* q_ref, do
 
 // S-R-S seven-joint arm: all a = 0, d2 = d4 = d6 = 0, alpha0 = 0, the other
 // alphas +-90. The arm angle psi (elbow on its circle about the
-// shoulder-wrist line) parametrises the redundancy; it is searched outward
-// from the reference's own arm angle, within +-theta_v.
+// shoulder-wrist line) parametrises the redundancy for the closed-form
+// branches that back up the local search.
 int ik_srs(const Kin& k, const Frame& target, const double* q_ref, double* q_out) {
     SrsTarget g;
     if (!srs_setup(k, target, g)) return -1;
@@ -534,8 +535,8 @@ int ik_srs(const Kin& k, const Frame& target, const double* q_ref, double* q_out
         });
 }
 
-// Seven-joint arm with link offsets: theta7 parametrises the redundancy and
-// is searched outward from the reference's within +-theta_v.
+// Seven-joint arm with link offsets: theta7 parametrises the redundancy for
+// the closed-form branches.
 int ik_offset7(const Kin& k, const Frame& target, const double* q_ref, double* q_out) {
     return redundancy_search(
         k, target, q_ref, q_out,

@@ -47,6 +47,11 @@ struct ExampleTarget {
         return true;
     }
 
+    /* Moves the arm to `ready` (degrees, blocking) and reads its state there. */
+    bool start_at(const float ready[7], kx_current_arm_state_t& st) {
+        return kx_movej(arm, ready, 30, 0, 0, 1) == 0 && kx_get_current_arm_state(arm, &st) == 0;
+    }
+
     /* Releases the library before the simulator goes away. */
     int finish(int rc) {
         kx_destory();

@@ -21,10 +21,8 @@ int main(int argc, char** argv) {
     if (!target.connect(argc, argv, 1.0, "BRIV-P")) return target.finish(1);
     kx_robot_handle* arm = target.arm;
     const float ready[7] = {10, 40, 10, 80, 10, 50, 0};
-    if (kx_movej(arm, ready, 30, 0, 0, 1) != 0) return target.finish(1);
-
     kx_current_arm_state_t st;
-    if (kx_get_current_arm_state(arm, &st) != 0) return target.finish(1);
+    if (!target.start_at(ready, st)) return target.finish(1);
     const kx_pose_t start = st.pose;
     const double radius = 0.05, step = 0.001; /* metres */
     const int steps = static_cast<int>(std::ceil(2 * M_PI * radius / step));
