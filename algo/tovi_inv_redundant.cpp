@@ -185,7 +185,7 @@ Vec3 column(const double R[3][3], int c) { return {R[0][c], R[1][c], R[2][c]}; }
 
 constexpr double ACCEPT = 1e-6;
 constexpr double LOCAL_TRUST = 0.1;  // largest local step, seconds at each joint's speed limit
-constexpr int LOCAL_ITER = 50;       // slow only near a singularity, where it is needed
+constexpr int LOCAL_ITER = 120;      // slow only near a singularity, where it is needed
 constexpr int LOCAL_PATIENCE = 12;   // iterations after which a large error means a far reference
 constexpr double NEAR_POSE = 0.6;    // pose error (m or rad) of a reference worth a closer look
 constexpr double CLOSE = 0.15;       // a local answer this near the reference (every joint) is taken
@@ -241,12 +241,15 @@ int srs_candidates(const Kin& k, const Frame& target, const SrsTarget& g, double
     const Vec3 f = sub(g.W, E);
     const Vec3 fperp = add_scaled(f, -dot(f, z3), z3);
     const double s4abs = std::sqrt(std::max(0.0, 1 - g.c4 * g.c4));
-    if (s4abs < 1e-9) return 0;  // stretched arm: no elbow plane
+    // A straight elbow has no elbow plane: the arm angle turns the upper
+    // arm's frame about the shoulder-wrist line instead.
+    const Vec3 turn = add_scaled(add_scaled(Vec3{0, 0, 0}, std::cos(psi), g.v), std::sin(psi), g.w);
+    const Vec3 straight = unit(add_scaled(turn, -dot(turn, z3), z3));
     int n = 0;
     for (int el = 0; el < 2; ++el) {
         const double st4 = el == 0 ? s4abs : -s4abs;
         const double t4 = std::atan2(st4, g.c4);
-        const Vec3 x3 = unit(add_scaled(Vec3{0, 0, 0}, k.sa[4] * st4, fperp));
+        const Vec3 x3 = s4abs < 1e-6 ? straight : unit(add_scaled(Vec3{0, 0, 0}, k.sa[4] * st4, fperp));
         const Vec3 y3 = cross(z3, x3);
         const double R3[3][3] = {{x3[0], y3[0], z3[0]}, {x3[1], y3[1], z3[1]}, {x3[2], y3[2], z3[2]}};
         double sh[2][3];
@@ -459,7 +462,8 @@ struct Redundancy {
         opt.trust = LOCAL_TRUST;
         opt.max_iter = LOCAL_ITER;
         opt.patience = LOCAL_PATIENCE;
-        if (near && local_solve(k, target, q, opt) < ACCEPT) {
+        const double local_err = near ? local_solve(k, target, q, opt) : ALGO_NO_JOINT;
+        if (local_err < ACCEPT) {
             if (max_deviation(k, q, q_ref) <= CLOSE) {
                 std::copy(q, q + k.dof, q_out);
                 return 0;
@@ -488,6 +492,14 @@ struct Redundancy {
         for (int i = 0; i < 2 && near && !settled(); ++i) {
             double c[8];
             if (nearest_around(centres[i], half, SCAN_STEP, c) < ALGO_NO_JOINT && polish(k, target, c)) consider(c);
+        }
+        // Near a straight elbow or aligned axes the reference's redundancy
+        // value says little: the whole range, if the mode allows it and the
+        // local search came close (the reference is near a solution).
+        if (local_err < opt.hopeless && !settled() && k.theta_v > half) {
+            double c[8];
+            if (nearest_around(centres[0], k.theta_v, SCAN_STEP, c) < ALGO_NO_JOINT && polish(k, target, c))
+                consider(c);
         }
         // Still nothing: the whole range +-theta_v, outward from the
         // reference's value, ending a window past the first solution.
