@@ -10,16 +10,22 @@ namespace algo {
 
 void pose_error(const Frame& T, const Frame& target, double e[6]) {
     for (int i = 0; i < 3; ++i) e[i] = target.p[i] - T.p[i];
-    // 0.5 · sum over axes of (current axis x target axis).
-    double w[3] = {0, 0, 0};
+    // 0.5 · sum over axes of (current axis x target axis) is sin(angle)·axis;
+    // scaled to angle·axis, so that a half turn does not read as no error.
+    double w[3] = {0, 0, 0}, trace = 0;
     for (int c = 0; c < 3; ++c) {
         const double a0 = T.R[0][c], a1 = T.R[1][c], a2 = T.R[2][c];
         const double b0 = target.R[0][c], b1 = target.R[1][c], b2 = target.R[2][c];
         w[0] += a1 * b2 - a2 * b1;
         w[1] += a2 * b0 - a0 * b2;
         w[2] += a0 * b1 - a1 * b0;
+        trace += a0 * b0 + a1 * b1 + a2 * b2;
     }
-    for (int i = 0; i < 3; ++i) e[3 + i] = 0.5 * w[i];
+    const double sine = 0.5 * std::sqrt(w[0] * w[0] + w[1] * w[1] + w[2] * w[2]), cosine = 0.5 * (trace - 1);
+    const double angle = std::atan2(sine, cosine);
+    const double scale = sine > 1e-9 ? angle / sine : 1.0;
+    for (int i = 0; i < 3; ++i) e[3 + i] = 0.5 * w[i] * scale;
+    if (sine <= 1e-9 && cosine < 0) e[3] = angle;  // a half turn about an axis w cannot tell
 }
 
 double error_norm(const double e[6]) {
@@ -513,6 +519,12 @@ struct Redundancy {
             if (d == ALGO_NO_JOINT || !polish(k, target, c)) continue;
             if (best == ALGO_NO_JOINT) last = std::min(last, i + 2 * SCAN_WINDOW);
             consider(c);
+        }
+        // Last, from a far reference, whatever the local search reaches.
+        if (best == ALGO_NO_JOINT && !near) {
+            std::copy(q_ref, q_ref + k.dof, q);
+            opt.patience = LOCAL_ITER;
+            if (local_solve(k, target, q, opt) < ACCEPT) consider(q);
         }
         if (best == ALGO_NO_JOINT) return -2;
         std::copy(best_q, best_q + k.dof, q_out);

@@ -123,7 +123,7 @@ TEST(AlgoIk7, CartesianPathsOfMillimetreStepsMoveNoJointFarInOneStep) {
     }
 }
 
-TEST(AlgoIk7, NearSingularConfigurationsStillGetTheNearbySolution) {
+TEST(AlgoIk7, NearSingularConfigurationsAndFarReferencesStillGetAnAnswerThatReaches) {
     // Straight elbow, shoulder axes aligned and the wrist at zero: the
     // redundancy parameter degenerates, the nearby solution does not.
     const float d = static_cast<float>(kDeg);
@@ -144,4 +144,13 @@ TEST(AlgoIk7, NearSingularConfigurationsStillGetTheNearbySolution) {
             EXPECT_LE(largest_change(7, out, ref), 10 * kDeg);
         }
     }
+    // From a far reference whose branch turns the flange by half a turn: a
+    // half turn must read as the largest orientation error, not as none.
+    ikine_set_7dof_solver_search_strategy(0);
+    const float q[8] = {75.915f * d, -98.767f * d, 61.533f * d, -17.965f * d, -61.563f * d, 60.198f * d, 5.892f * d, 0};
+    const float ref[8] = {70.93f * d, -97.079f * d, 156.497f * d, 111.252f * d, -3.052f * d, -110.15f * d, -346.586f * d, 0};
+    const Pose target = forward_kinematics(q);
+    float out[8] = {};
+    ASSERT_EQ(inverse_kinematics(ref, &target, out, 2), 0);
+    EXPECT_TRUE(reaches(out, target));
 }
