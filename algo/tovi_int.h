@@ -133,7 +133,7 @@ inline double nearest_equivalent(double ref, double* cand, const double* margin,
 bool pick_nearest(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double* q_out);
 
 /* Pose error of T against target: position difference and the rotation
- * vector (angle·axis, base frame) taking T's orientation to target's. */
+ * vector (sin(angle)·axis, base frame) taking T's orientation to target's. */
 void pose_error(const Frame& T, const Frame& target, double e[6]);
 double error_norm(const double e[6]); /* max of |position| and |rotation| */
 

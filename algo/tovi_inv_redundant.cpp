@@ -10,23 +10,36 @@ namespace algo {
 
 void pose_error(const Frame& T, const Frame& target, double e[6]) {
     for (int i = 0; i < 3; ++i) e[i] = target.p[i] - T.p[i];
-    // 0.5 · sum over axes of (current axis x target axis) is sin(angle)·axis;
-    // scaled to angle·axis, so that a half turn does not read as no error.
-    double w[3] = {0, 0, 0}, trace = 0;
+    // 0.5 · sum over axes of (current axis x target axis).
+    double w[3] = {0, 0, 0};
     for (int c = 0; c < 3; ++c) {
         const double a0 = T.R[0][c], a1 = T.R[1][c], a2 = T.R[2][c];
         const double b0 = target.R[0][c], b1 = target.R[1][c], b2 = target.R[2][c];
         w[0] += a1 * b2 - a2 * b1;
         w[1] += a2 * b0 - a0 * b2;
         w[2] += a0 * b1 - a1 * b0;
-        trace += a0 * b0 + a1 * b1 + a2 * b2;
     }
-    const double sine = 0.5 * std::sqrt(w[0] * w[0] + w[1] * w[1] + w[2] * w[2]), cosine = 0.5 * (trace - 1);
-    const double angle = std::atan2(sine, cosine);
-    const double scale = sine > 1e-9 ? angle / sine : 1.0;
-    for (int i = 0; i < 3; ++i) e[3 + i] = 0.5 * w[i] * scale;
-    if (sine <= 1e-9 && cosine < 0) e[3] = angle;  // a half turn about an axis w cannot tell
+    for (int i = 0; i < 3; ++i) e[3 + i] = 0.5 * w[i];
 }
+
+namespace {
+
+// pose_error with the rotation part as angle·axis: sin(angle)·axis vanishes
+// at a half turn, which must read as the largest error, not as none.
+void solver_error(const Frame& T, const Frame& target, double e[6]) {
+    pose_error(T, target, e);
+    double trace = 0;
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c) trace += T.R[r][c] * target.R[r][c];
+    const double sine = std::sqrt(e[3] * e[3] + e[4] * e[4] + e[5] * e[5]);
+    const double angle = std::atan2(sine, 0.5 * (trace - 1));
+    if (sine > 1e-9)
+        for (int i = 3; i < 6; ++i) e[i] *= angle / sine;
+    else if (trace < 1)
+        e[3] = angle;
+}
+
+}  // namespace
 
 double error_norm(const double e[6]) {
     return std::max(std::sqrt(e[0] * e[0] + e[1] * e[1] + e[2] * e[2]),
@@ -124,7 +137,7 @@ double dls_refine(const Kin& k, const Frame& target, double* q, const DlsOptions
     const int n = k.dof;
     for (int it = 0;; ++it) {
         chain_frames(k, q, F);
-        pose_error(F[n], target, e);
+        solver_error(F[n], target, e);
         err = error_norm(e);
         if (err < opt.tol || it >= opt.max_iter) break;
         // A full step that no longer halves the error has reached the noise
@@ -147,7 +160,7 @@ double local_solve(const Kin& k, const Frame& target, double* q, const LocalOpti
     Frame F[9], G[9];
     double e[6], f[6];
     chain_frames(k, q, F);
-    pose_error(F[n], target, e);
+    solver_error(F[n], target, e);
     double cost = 0, lambda2 = opt.damping;
     for (double v : e) cost += v * v;
     for (int it = 0; it < opt.max_iter && error_norm(e) >= opt.tol; ++it) {
@@ -157,7 +170,7 @@ double local_solve(const Kin& k, const Frame& target, double* q, const LocalOpti
         if (!dls_step(J, n, e, lambda2, dq)) break;
         step_within_limits(k, q, dq, step_scale(k, dq, opt.trust), qn);
         chain_frames(k, qn, G);
-        pose_error(G[n], target, f);
+        solver_error(G[n], target, f);
         double c = 0;
         for (double v : f) c += v * v;
         if (c < cost) {
@@ -462,7 +475,7 @@ struct Redundancy {
         // closed-form branches below are quicker.
         double q[8] = {}, best_q[8] = {}, best = ALGO_NO_JOINT, e0[6];
         std::copy(q_ref, q_ref + k.dof, q);
-        pose_error(chain_fk(k, q_ref), target, e0);
+        solver_error(chain_fk(k, q_ref), target, e0);
         const bool near = error_norm(e0) < NEAR_POSE;
         LocalOptions opt;
         opt.trust = LOCAL_TRUST;
