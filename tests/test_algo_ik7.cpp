@@ -154,3 +154,19 @@ TEST(AlgoIk7, NearSingularConfigurationsAndFarReferencesStillGetAnAnswerThatReac
     ASSERT_EQ(inverse_kinematics(ref, &target, out, 2), 0);
     EXPECT_TRUE(reaches(out, target));
 }
+
+TEST(AlgoIk7, OverspeedCheckComparesEachJointStepWithItsLimitOverOneCycle) {
+    libalgo_set_robot_and_sensor_type(BRIV, _P);
+    float vmax[8] = {}, q[8] = {}, step[8] = {};
+    libalgo_get_joint_vel_maxlim(vmax);
+    const float cycle = libalgo_get_control_loop_period();
+    for (int i = 0; i < 7; ++i) step[i] = 0.9f * vmax[i] * cycle;
+    EXPECT_EQ(joint_overspeed_judgment(q, step, 1.0f), 0);
+    step[2] = 1.1f * vmax[2] * cycle;
+    EXPECT_EQ(joint_overspeed_judgment(q, step, 1.0f), 3);
+    EXPECT_EQ(joint_overspeed_judgment(q, step, 2.0f), 0);
+    // A negative factor counts as zero: any motion of joint 1 is too fast.
+    float nudge[8] = {1e-6f};
+    EXPECT_EQ(joint_overspeed_judgment(q, nudge, -1.0f), 1);
+    EXPECT_EQ(joint_overspeed_judgment(q, q, -1.0f), 0);
+}
