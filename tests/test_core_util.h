@@ -101,6 +101,19 @@ inline int bound_port(int type) {
 }
 inline int free_udp_port() { return bound_port(SOCK_DGRAM); }
 
+// The address arm k (0-based) of a simulator answers on: its own when the
+// simulator gives each arm one, else the shared loopback address.
+template <class Sim>
+std::string arm_ip(const Sim& sim, int arm) {
+    if constexpr (requires { std::string(sim.ip(arm)); }) return std::string(sim.ip(arm));
+    else if constexpr (requires { std::string(sim.address(arm)); }) return std::string(sim.address(arm));
+    else return "127.0.0.1";
+}
+template <class Sim>
+kx_robot_handle* connect_arm(const Sim& sim, int arm) {
+    return kx_create_robot_arm(arm_ip(sim, arm).c_str(), sim.port(arm));
+}
+
 // The library's record behind a handle (tests inspect its fields).
 inline kx_handle_t* record_of(kx_robot_handle* handle) {
     kx_rdlock_lock();
