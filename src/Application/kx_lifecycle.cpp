@@ -203,7 +203,8 @@ std::shared_ptr<Conn> conn_of_fifo(const kx_socket_fifo_handle* fifo) {
 ConnUse::ConnUse(kx_robot_handle* handle) {
     kx_rdlock_lock();
     if (kx_handle_t* record = kx_get_kx_handle_by_robot_handle(handle)) {
-        std::lock_guard lock(table_mutex());
+        // The table changes only under the write lock, so the read lock
+        // suffices here (the receive thread, without it, takes table_mutex).
         for (auto& conn : table()) {
             if (conn && conn->record == record) {
                 conn->users.fetch_add(1);
