@@ -386,6 +386,23 @@ TEST_F(MultiArm, ASlowCallbackDelaysNoReplyAndDropsAreCounted) {
     EXPECT_GT(g_events.load(), 200);
 }
 
+TEST_F(MultiArm, DestroyReturnsWhileACallbackIsStuck) {
+    auto sim = start_sim(1);
+    kx_robot_handle* arm = connect_arm(*sim, 0);
+    ASSERT_TRUE(arm && arm->id > 0);
+    kx_get_arm_event_call_back(gated_callback);
+    set_gate(false);
+    g_in_callback = false;
+    sim->send_raw(0, program_event(7));
+    while (!g_in_callback) std::this_thread::yield();
+    auto destroying = std::async(std::launch::async, [] { return kx_destory(); });
+    bool returned = ready(destroying, 5s);
+    set_gate(true);
+    EXPECT_TRUE(returned);
+    EXPECT_EQ(0, destroying.get());
+    ASSERT_EQ(0, kx_init(KX_DUAL_MODE_E));  // for TearDown
+}
+
 TEST_F(MultiArm, DestroyReturnsWhileACallbackWaitsForAReply) {
     auto sim = start_sim(1);
     g_arm = connect_arm(*sim, 0);

@@ -1,6 +1,7 @@
 // Controller events pushed on the command connection, and the arm event callback.
 #include <pthread.h>
 #include <string.h>
+#include <time.h>
 
 #include <condition_variable>
 #include <mutex>
@@ -23,6 +24,8 @@ namespace {
 // other threads) and a slow one holds up no reading. What does not fit in
 // the queue is dropped and counted.
 constexpr size_t kQueueCapacity = 1024;
+// How long a shutdown waits for a callback that is still running.
+constexpr long kJoinGraceMs = 500;
 
 struct Item {
     bool is_event;
@@ -164,10 +167,18 @@ void kx::stop_dispatcher() {
         d.running = false;
     }
     d.cv.notify_all();
-    if (pthread_equal(d.thread, pthread_self()))
-        pthread_detach(d.thread);  // shut down from a callback: it ends when the callback returns
-    else
-        pthread_join(d.thread, nullptr);
+    if (pthread_equal(d.thread, pthread_self())) {
+        pthread_detach(d.thread);  // shut down from a callback: the thread ends when it returns
+        return;
+    }
+    // A callback that does not return in time is left to finish on its own;
+    // the thread then ends without touching anything a later start made.
+    struct timespec until;
+    clock_gettime(CLOCK_REALTIME, &until);
+    until.tv_nsec += kJoinGraceMs * 1000000L;
+    until.tv_sec += until.tv_nsec / 1000000000L;
+    until.tv_nsec %= 1000000000L;
+    if (pthread_timedjoin_np(d.thread, nullptr, &until) != 0) pthread_detach(d.thread);
 }
 
 unsigned long long kx::dispatch_drops() {
