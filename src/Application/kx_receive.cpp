@@ -1,5 +1,8 @@
 // The TCP receive side: framing, the per-connection reply queues and the
-// waits that take replies from them (or, in single mode, from the socket).
+// waits that take replies from them. One thread at a time reads a
+// connection: the receive thread (events, replies nobody waits for) or a
+// caller waiting for a reply there, which frames its own reply and so needs
+// no second thread to wake it. In single mode the waiting call reads alone.
 #include <errno.h>
 #include <poll.h>
 #include <string.h>
