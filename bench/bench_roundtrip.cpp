@@ -37,11 +37,11 @@ double percentile(std::vector<double> v, double p) {
     return v[std::min(v.size() - 1, static_cast<size_t>(p * static_cast<double>(v.size())))];
 }
 
-int connect_loopback(int port) {
+int connect_loopback(int port, const std::string& host = "127.0.0.1") {
     int fd = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in addr{};
     addr.sin_family = AF_INET;
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    inet_pton(AF_INET, host.c_str(), &addr.sin_addr);
     addr.sin_port = htons(static_cast<uint16_t>(port));
     if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
         close(fd);
@@ -55,7 +55,7 @@ int connect_loopback(int port) {
 // A minimal client on a blocking socket: write the request, read until "\r\n".
 class Direct {
 public:
-    explicit Direct(int port) : fd_(connect_loopback(port)) {}
+    Direct(const std::string& host, int port) : fd_(connect_loopback(port, host)) {}
     ~Direct() {
         if (fd_ >= 0) close(fd_);
     }
@@ -161,8 +161,8 @@ bool sample(std::vector<double>& samples, Call call) {
 void BM_RoundTrips(benchmark::State& state) {
     auto sim = start_sim(2);
     kx_init(KX_DUAL_MODE_E);
-    kx_robot_handle* handle = kx_create_robot_arm("127.0.0.1", sim->port(0));
-    Direct direct(sim->port(1));
+    kx_robot_handle* handle = kx_create_robot_arm(sim->host(0).c_str(), sim->port(0));
+    Direct direct(sim->host(1), sim->port(1));
     RawLoopback raw;
     kx_arm_software_version_t info;
     kx_realtime_push_config_t config;
@@ -214,7 +214,7 @@ void BM_FiveArmsConcurrently(benchmark::State& state) {
         auto sim = start_sim(5);
         kx_init(KX_DUAL_MODE_E);
         std::vector<LibClient> libs;
-        for (int i = 0; i < 5; ++i) libs.push_back({kx_create_robot_arm("127.0.0.1", sim->port(i))});
+        for (int i = 0; i < 5; ++i) libs.push_back({kx_create_robot_arm(sim->host(i).c_str(), sim->port(i))});
         std::vector<LibClient*> one{&libs[0]}, five;
         for (auto& l : libs) five.push_back(&l);
         g_alone_lib = concurrent_p50(one, rounds);
@@ -223,7 +223,7 @@ void BM_FiveArmsConcurrently(benchmark::State& state) {
 
         // The same with direct clients, on fresh connections.
         std::vector<std::unique_ptr<Direct>> directs;
-        for (int i = 0; i < 5; ++i) directs.push_back(std::make_unique<Direct>(sim->port(i)));
+        for (int i = 0; i < 5; ++i) directs.push_back(std::make_unique<Direct>(sim->host(i), sim->port(i)));
         std::vector<Direct*> d_one{directs[0].get()}, d_five;
         for (auto& d : directs) d_five.push_back(d.get());
         g_alone_direct = concurrent_p50(d_one, rounds);

@@ -101,17 +101,9 @@ inline int bound_port(int type) {
 }
 inline int free_udp_port() { return bound_port(SOCK_DGRAM); }
 
-// The address arm k (0-based) of a simulator answers on: its own when the
-// simulator gives each arm one, else the shared loopback address.
-template <class Sim>
-std::string arm_ip(const Sim& sim, int arm) {
-    if constexpr (requires { std::string(sim.ip(arm)); }) return std::string(sim.ip(arm));
-    else if constexpr (requires { std::string(sim.address(arm)); }) return std::string(sim.address(arm));
-    else return "127.0.0.1";
-}
-template <class Sim>
-kx_robot_handle* connect_arm(const Sim& sim, int arm) {
-    return kx_create_robot_arm(arm_ip(sim, arm).c_str(), sim.port(arm));
+// Connects to arm k (0-based) of a simulator, at its own address.
+inline kx_robot_handle* connect_arm(const kxsim::Simulator& sim, int arm) {
+    return kx_create_robot_arm(sim.host(arm).c_str(), sim.port(arm));
 }
 
 // The library's record behind a handle (tests inspect its fields).
@@ -133,8 +125,13 @@ public:
     }
     // The items once there are at least n (fewer after 10 s).
     std::vector<T> wait_for(size_t n) {
+        return wait_until([n](const std::vector<T>& items) { return items.size() >= n; });
+    }
+    // The items once `done(items)` holds (or after 10 s).
+    template <class Done>
+    std::vector<T> wait_until(Done done) {
         std::unique_lock lock(mutex_);
-        cv_.wait_for(lock, std::chrono::seconds(10), [&] { return items_.size() >= n; });
+        cv_.wait_for(lock, std::chrono::seconds(10), [&] { return done(items_); });
         return items_;
     }
 
