@@ -183,13 +183,13 @@ int get_num(const char* fn, kx_robot_handle* h, const char* request, const char*
 int get_scaled(const char* fn, kx_robot_handle* h, const char* request, const char* reply, const char* field,
                Scale scale, float* out);
 
-/* A request that expects no reply: sends, then pauses `pause_ms` still
- * holding the registry read lock. 0, or -1 when it could not be sent. */
+/* A request that expects no reply: sends, then pauses `pause_ms` (without
+ * the registry lock). 0, or -1 when it could not be sent. */
 int send_only(const char* fn, kx_robot_handle* h, const Request& req, int pause_ms);
 
 /* Sends a request this family built itself: printed unformatted, "\r\n"
  * appended in a buffer of `buf_size` bytes, written with the connection's
- * non-blocking send under the registry read lock. Takes ownership of root.
+ * send while the call holds the connection (not the registry lock). Takes ownership of root.
  * 0, or -1 (unknown handle, too long, not sent). */
 int send_built(kx_robot_handle* h, ::cJSON* root, size_t buf_size);
 
@@ -238,6 +238,26 @@ struct JointQuery {
 int get_joints(const JointQuery& q, kx_robot_handle* h, float* out);
 
 /* ---- motion completion ---------------------------------------------------- */
+
+/* The completion events of one connection as a blocking wait sees them.
+ * A pause is spent waiting for the next event rather than sleeping blind: an
+ * event that arrives meanwhile is held and is the first one the next wait
+ * sees, exactly as if it had stayed queued, but the loop resumes at once. */
+class Completion {
+public:
+    Completion(const char* fn, kx_robot_handle* h) : fn_(fn), h_(h) {}
+    /* True when an event is in hand within `timeout` ms. */
+    bool next(int timeout);
+    void pause(int ms);
+    const char* text() const { return buf_.text; }
+
+private:
+    int receive(int timeout);
+    const char* fn_;
+    kx_robot_handle* h_;
+    ReplyBuf buf_;
+    bool held_ = false;
+};
 
 /* The two shapes of the blocking wait: event-first (movej, movel, moves,
  * movec) waits for the completion event and falls back to the trajectory
