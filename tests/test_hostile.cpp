@@ -159,6 +159,14 @@ TEST_F(Hostile, NumbersNoIntHoldsAreEachDecodersError) {
     EXPECT_EQ(-1, kx_get_arm_current_trajectory(h(), &type, data));
     EXPECT_TRUE(logged("[kx_get_arm_current_trajectory] Get arm current trajectory parse err\n"));
 
+    kx_fence_config_list_t fences;
+    int fence_count = 0;
+    EXPECT_EQ(-3, Parser_Get_Electronic_Fence_List_Info(
+                      R"({"info_list":[{"form_name":"s","form":3,"x":1e10,"y":0,"z":0,"radius":1}]})", &fences,
+                      &fence_count));
+    EXPECT_EQ(-3, Parser_Get_Electronic_Fence_List_Info(R"({"info_list":[{"form_name":"s","form":-1e999}]})",
+                                                        &fences, &fence_count));
+
     kx_envelope_balls_list_t env;
     EXPECT_EQ(-3, Parser_Get_Tool_Envelope(
                       R"({"tool_name":"g","list":[{"name":"b","radius":4294967296,"x":0,"y":0,"z":0}]})", &env));
