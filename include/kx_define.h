@@ -358,6 +358,119 @@ typedef struct {
     char ssid[32];
 } kx_wifi_net_t;
 
+/* ---- force sensing and drag teaching --------------------------------- */
+
+/** Six-axis force/torque readings: Fx, Fy, Fz in newtons, then Mx, My, Mz in newton-metres. */
+typedef struct {
+    float force_data[6];           /**< raw sensor values */
+    float zero_force_data[6];      /**< values after zeroing, in the sensor frame */
+    float work_zero_force_data[6]; /**< zeroed values in the work frame */
+    float tool_zero_force_data[6]; /**< zeroed values in the tool frame */
+} kx_force_data_t;
+
+/** One-axis (Fz) sensor readings, newtons. */
+typedef struct {
+    float Fz;           /**< raw value */
+    float zero_Fz;      /**< after zeroing, sensor frame */
+    float work_zero_Fz; /**< zeroed, work frame */
+    float tool_zero_Fz; /**< zeroed, tool frame */
+} kx_fz_data_t;
+
+/** Constraints of multi-frame drag teaching. */
+typedef struct {
+    int free_axes[6];  /**< one flag per Cartesian axis (x, y, z, rx, ry, rz); six-axis arms only */
+    int frame;         /**< reference frame of the constraint */
+    int singular_wall; /**< six-axis arms only */
+} kx_multi_drag_teach_t;
+
+/** Static force-position control parameters. */
+typedef struct {
+    int sensor;
+    int mode;
+    int control_mode[6];
+    float desired_force[6]; /**< newtons / newton-metres */
+    float limit_vel[6];
+} kx_force_position_t;
+
+/** One streamed force-position target. */
+typedef struct {
+    int flag;         /**< 0: joint target, otherwise Cartesian target */
+    kx_pose_t pose;   /**< Cartesian target */
+    float joint[7];   /**< joint target, degrees */
+    int sensor;
+    int mode;
+    bool follow;
+    int control_mode[6];
+    float desired_force[6];
+    float limit_vel[6];
+    int trajectory_mode;
+    int radio;
+} kx_force_position_move_t;
+
+/* ---- programs and waypoints ------------------------------------------- */
+
+/** A program upload (passed by value). */
+typedef struct {
+    char project_path[300]; /**< file on this machine; on return the program name that was announced */
+    int project_path_len;   /**< characters of project_path to use */
+    int plan_speed;         /**< planning speed ratio */
+    int only_save;          /**< 0 run, 1 only save on the controller */
+    int save_id;            /**< program slot on the controller */
+    int step_flag;          /**< step mode */
+    int auto_start;         /**< not sent */
+    int project_type;       /**< 0 program file; non-zero drag-teach trajectory file to convert first */
+} kx_send_project_t;
+
+/** One entry of the controller's program library. */
+typedef struct {
+    int id;
+    int size;
+    int speed;
+    char trajectory_name[32];
+} kx_trajectory_data_t;
+
+/** One page of the program library. */
+typedef struct {
+    int page_num;
+    int page_size;
+    int list_size;
+    char vague_search[32];
+    kx_trajectory_data_t trajectory_list[100];
+} kx_program_trajectorys_t;
+
+/** State of the program being run. */
+typedef struct {
+    int run_state; /**< 0 idle, 1 running, other values the controller's */
+    int id;
+    int edit_id;
+    int plan_num;
+    int total_loop;
+    int step_mode;
+    int plan_speed;
+    int loop_num[100];
+    int loop_cont[100];
+} kx_program_run_state_t;
+
+/** A global waypoint. */
+typedef struct {
+    char point_name[20];
+    float joint[7];   /**< degrees, the arm's joint count used */
+    kx_pose_t pose;   /**< position (m) and Euler angles (rad); the quaternion is neither sent nor filled */
+    char work_frame[12];
+    char tool_frame[12];
+    char time[50];    /**< "YYYY-MM-DD hh:mm:ss" */
+} kx_waypoint_t;
+
+/** One page of global waypoints. */
+typedef struct {
+    int page_num;
+    int page_size;
+    int total_size;
+    char vague_search[32];
+    int list_len;
+    kx_waypoint_t points_list[100];
+} kx_waypoint_list_t;
+
 /* ---- local algorithms ------------------------------------------------- */
 
 typedef struct {
