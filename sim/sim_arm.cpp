@@ -434,6 +434,7 @@ void ArmState::advance(double now, Events& out) {
             if (done) end_segment(!seg.braking && s >= 1.0, out);
         }
     }
+    advance_families(*this, dt, out);
     for (int i = 0; i < dof; ++i) {
         odom[i] += std::fabs(q[i] - before[i]);
         qd[i] = (q[i] - before[i]) / dt;
@@ -462,6 +463,7 @@ void ArmState::step_teach(double dt) {
 void ArmState::stop(bool slow, double now, Events& out) {
     advance(now, out);
     teach = Teach{};
+    stop_program(*this, out);
     if (!running()) {
         queue.clear();
         paused = false;
@@ -567,6 +569,10 @@ std::string handle_request(ArmState& arm, const cJSON* req, double now, Events& 
         add_system_commands(t);
         add_push_commands(t);
         add_dh_commands(t);
+        add_force_commands(t);
+        add_drag_commands(t);
+        add_program_commands(t);
+        add_waypoint_commands(t);
         return t;
     }();
     std::string cmd;
