@@ -240,6 +240,7 @@ size_t take_upload(ArmState& a, const char* data, size_t n, double, std::string&
     const size_t m = std::min(n, static_cast<size_t>(p.upload_left));
     p.upload.append(data, m);
     p.upload_left -= static_cast<long>(m);
+    p.last_upload = p.upload; /* visible while it arrives */
     if (p.upload_left == 0) reply = finish_upload(a);
     return m;
 }

@@ -96,7 +96,7 @@ public:
      * (1-based, header lines included): no "program_run_finish" follows. An
      * upload acknowledgement that never comes: drop_replies(arm, "download_project"). */
     void fail_program_at(int arm, int line);
-    /* The raw bytes of the arm's last complete program upload. */
+    /* The raw bytes of the arm's last program upload (so far, while one arrives). */
     std::string last_upload(int arm) const;
     /* Number of points of the recorded drag-teach path. */
     size_t recorded_points(int arm) const;
