@@ -217,8 +217,14 @@ void advance_program(ArmState& a, Events& out) {
     bool ok;
     if (cJSON_GetObjectItemCaseSensitive(o.get(), "point")) {
         size_t to = p.next;
-        Segment seg;
+        Segment seg, approach;
         ok = plan_points(a, p.next, to, seg);
+        /* a recorded path starts with a joint move to its first point */
+        if (ok && a.plan_joint(seg.path[1], 20, approach)) {
+            seg.path.erase(seg.path.begin());
+            if (seg.path.size() < 2) seg.path.push_back(seg.path.front());
+            a.enqueue(std::move(approach), a.last_t, out);
+        }
         if (ok) a.enqueue(std::move(seg), a.last_t, out);
         p.next = to;
     } else {
