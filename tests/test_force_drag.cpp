@@ -6,6 +6,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "kx_commands_internal.h"
 #include "test_cmd_fixture.h"
 
 using namespace cmdtest;
@@ -112,6 +113,19 @@ TEST_F(Drag, SaveFailures) {
     EXPECT_EQ(-6, kx_save_trajectory(h(), path_.c_str(), &num));
     EXPECT_TRUE(logged("Error: 'point' is not an array. {\"point\":\"malformed\"}\n"));
     EXPECT_EQ(1, drag_teach_save_state);
+}
+
+TEST(SaveReply, Decoding) {
+    int num = -7;
+    drag_teach_total_num = 0;
+    EXPECT_EQ(0, parse_kx_save_trajectory("t", R"({"command":"save_trajectory","save_state":true,"total_num":12})", &num));
+    EXPECT_EQ(12, num);
+    EXPECT_EQ(12, drag_teach_total_num);
+    num = -7;
+    EXPECT_EQ(1, parse_kx_save_trajectory("t", R"({"save_state":false,"total_num":12})", &num));
+    EXPECT_EQ(-7, num); /* read only when saving */
+    EXPECT_EQ(-3, parse_kx_save_trajectory("t", R"({"save_state":true})", &num));
+    EXPECT_EQ(-3, parse_kx_save_trajectory("t", "{\"save_state\":", &num));
 }
 
 TEST_F(Drag, SingleModeSaveEndsBySilence) {
