@@ -40,7 +40,7 @@ void BM_IdleFiveConnections(benchmark::State& state) {
         kxsim::Simulator sim(options);
         sim.start();
         kx_init(KX_TRIPLE_MODE_E);
-        for (int i = 0; i < 5; ++i) kx_create_robot_arm("127.0.0.1", sim.port(i));
+        for (int i = 0; i < 5; ++i) kx_create_robot_arm(sim.host(i).c_str(), sim.port(i));
         std::this_thread::sleep_for(std::chrono::milliseconds(200));  // past the set-up traffic
         double lib0 = thread_cpu_seconds(thread_id) + thread_cpu_seconds(thread_udp_id);
         double proc0 = process_cpu_seconds();

@@ -26,7 +26,7 @@ struct Rig {
         sim = std::make_unique<kxsim::Simulator>(o);
         if (!sim->start()) return;
         kx_init(KX_DUAL_MODE_E);
-        h = kx_create_robot_arm("127.0.0.1", sim->port(0));
+        h = kx_create_robot_arm(sim->host(0).c_str(), sim->port(0));
         if (h != nullptr && h->id < 0) h = nullptr;
     }
     ~Rig() {

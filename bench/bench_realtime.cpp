@@ -49,7 +49,7 @@ void BM_FiveArmsAt1kHz(benchmark::State& state) {
         sim.start();
         kx_realtime_arm_state_call_back(on_state);
         kx_init(KX_TRIPLE_MODE_E);
-        for (int i = 0; i < 5; ++i) kx_create_robot_arm("127.0.0.1", sim.port(i));
+        for (int i = 0; i < 5; ++i) kx_create_robot_arm(sim.host(i).c_str(), sim.port(i));
         // Count only what is pushed once the port is being listened to.
         unsigned long long start_pushed = 0;
         for (int i = 0; i < 5; ++i) start_pushed += sim.datagrams_sent(i);

@@ -36,7 +36,7 @@ struct Library {
         sim = std::make_unique<kxsim::Simulator>(options);
         sim->start();
         kx_init(KX_DUAL_MODE_E);
-        handle = kx_create_robot_arm("127.0.0.1", sim->port(0));
+        handle = kx_create_robot_arm(sim->host(0).c_str(), sim->port(0));
     }
     ~Library() {
         kx_destory();

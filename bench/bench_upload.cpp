@@ -53,8 +53,8 @@ struct Rig {
         sim = std::make_unique<kxsim::Simulator>(o);
         sim->start();
         kx_init(KX_DUAL_MODE_E);
-        uploader = kx_create_robot_arm("127.0.0.1", sim->port(0));
-        other = kx_create_robot_arm("127.0.0.1", sim->port(1));
+        uploader = kx_create_robot_arm(sim->host(0).c_str(), sim->port(0));
+        other = kx_create_robot_arm(sim->host(1).c_str(), sim->port(1));
     }
     ~Rig() {
         kx_destory();

@@ -117,16 +117,17 @@ int main() {
     for (int i = 0; i < 2; ++i) {
         ArmInfo& arm = g_arms[i];
         arm.port = sim.port(i);
-        arm.handle = kx_create_robot_arm("127.0.0.1", arm.port);
+        const std::string host = sim.host(i);
+        arm.handle = kx_create_robot_arm(host.c_str(), arm.port);
         if (arm.handle == nullptr || arm.handle->id < 0) {
-            std::fprintf(stderr, "could not connect to 127.0.0.1:%d\n", arm.port);
+            std::fprintf(stderr, "could not connect to %s:%d\n", host.c_str(), arm.port);
             kx_destory();
             return 1;
         }
         kx_get_arm_dof(arm.handle, &arm.dof);
         kx_arm_software_version_t v;
         kx_get_arm_software_info(arm.handle, &v);
-        std::printf("arm %d at 127.0.0.1:%d: %s, %d joints, controller %s, planner %s\n", arm.handle->id, arm.port,
+        std::printf("arm %d at %s:%d: %s, %d joints, controller %s, planner %s\n", arm.handle->id, host.c_str(), arm.port,
                     v.product_version, arm.dof, v.ctrl_info.version, v.plan_info.version);
     }
 

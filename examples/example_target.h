@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <string>
 
 #include "kx_interface.h"
 #include "simulator.h"
@@ -19,7 +20,7 @@ struct ExampleTarget {
     /* kx_init must have run. Returns false (after a message) when no arm
      * could be connected. */
     bool connect(int argc, char** argv, double time_scale) {
-        const char* ip = "127.0.0.1";
+        std::string ip;
         int port = 0;
         if (argc >= 3) {
             ip = argv[1];
@@ -33,11 +34,12 @@ struct ExampleTarget {
                 std::fprintf(stderr, "the simulator did not start\n");
                 return false;
             }
+            ip = sim->host(0);
             port = sim->port(0);
         }
-        arm = kx_create_robot_arm(ip, port);
+        arm = kx_create_robot_arm(ip.c_str(), port);
         if (arm == nullptr || arm->id < 0) {
-            std::fprintf(stderr, "could not connect to %s:%d\n", ip, port);
+            std::fprintf(stderr, "could not connect to %s:%d\n", ip.c_str(), port);
             return false;
         }
         return true;

@@ -4,7 +4,7 @@
  *   force_readout IP PORT [COUNT]
  *
  * Try it without an arm (the simulator pushes 20 N down and 5 N sideways on the tool):
- *   kx_sim --arms 1 --model AVEN --edition QS --base-port 8080 --push 5,0,-20 &
+ *   kx_sim --arms 1 --model AVEN --edition QS --port 8080 --push 5,0,-20 &
  *   force_readout 127.0.0.1 8080
  */
 #include <stdio.h>

@@ -6,7 +6,7 @@
  *   teach_to_program IP PORT [SECONDS]
  *
  * Try it without an arm (the simulated hand moves joints 1 and 2 while teaching):
- *   kx_sim --arms 1 --model AVEN --edition QS --base-port 8080 --hand 5,-3 &
+ *   kx_sim --arms 1 --model AVEN --edition QS --port 8080 --hand 5,-3 &
  *   teach_to_program 127.0.0.1 8080
  */
 #include <stdio.h>

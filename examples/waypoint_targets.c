@@ -4,7 +4,7 @@
  *   waypoint_targets IP PORT
  *
  * Try it without an arm:
- *   kx_sim --arms 1 --model AVEN --base-port 8080 --time-scale 5 &
+ *   kx_sim --arms 1 --model AVEN --port 8080 --time-scale 5 &
  *   waypoint_targets 127.0.0.1 8080
  */
 #include <stdio.h>

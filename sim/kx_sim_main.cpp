@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "kx_version.h"
 #include "simulator.h"
 
 namespace {
@@ -15,16 +16,41 @@ namespace {
 const char* const kModels[] = {"AVEN", "BRIV", "CALD", "DUMO", "ESKA", "FIRU", "GOLT"};
 const char* const kEditions[] = {"P", "QA", "QS"};
 
-int usage(const char* why) {
-    std::fprintf(stderr,
-                 "kx_sim: %s\n"
-                 "usage: kx_sim --arms N --model AVEN|BRIV|CALD|DUMO|ESKA|FIRU|GOLT[,MODEL...] "
-                 "[--edition P|QA|QS] --base-port P [--time-scale S] [--udp-ip IP] [--udp-port P]\n"
-                 "       [--push FX,FY,FZ[,MX,MY,MZ]] [--surface Z] [--hand RATE1,RATE2,...]\n"
-                 "  --push: external wrench on every arm's tool (N, N m, base frame)\n"
-                 "  --surface: height (m) of the surface force-position control presses against\n"
-                 "  --hand: joint rates (deg/s) the operator's hand moves the arm at while drag teaching\n",
-                 why);
+const char kHelp[] =
+    "usage: kx_sim [options]\n"
+    "\n"
+    "Simulates 1 to 5 arm controllers on this machine until Ctrl-C. Arm K (1..5)\n"
+    "listens for its command connection on 127.0.0.K and sends its realtime state\n"
+    "datagrams from 127.0.0.K, as separate controllers would. Connect to it with\n"
+    "kx_create_robot_arm(\"127.0.0.K\", PORT).\n"
+    "\n"
+    "options (a comma-separated list gives one value per arm; the last value\n"
+    "repeats for the remaining arms):\n"
+    "  --arms N             number of arms, 1 to 5 (default 1)\n"
+    "  --model M[,M...]     arm model: AVEN, BRIV, CALD, DUMO, ESKA, FIRU (6 joints)\n"
+    "                       or GOLT (7 joints) (default AVEN)\n"
+    "  --edition E[,E...]   force edition: P (no sensor), QA (one-axis Fz sensor),\n"
+    "                       QS (six-axis sensor) (default P)\n"
+    "  --port P[,P...]      TCP command port, 0 = any free port (default 8080)\n"
+    "  --time-scale S       simulated seconds per real second (default 1)\n"
+    "  --udp-ip IP          initial realtime push address (default 127.0.0.1;\n"
+    "                       anything outside 127.0.0.0/8 is sent to 127.0.0.1)\n"
+    "  --udp-port P         initial realtime push port (default 8089)\n"
+    "  --no-push            start with realtime push disabled\n"
+    "  --push FX,FY,FZ[,MX,MY,MZ]  external wrench on every arm's tool (N, N m,\n"
+    "                       base frame), felt by the force sensor\n"
+    "  --surface Z          height (m, base frame) of the stiff surface that\n"
+    "                       force-position control presses against (default: at the tool)\n"
+    "  --hand R1,R2,...     joint rates (deg/s) at which the operator's hand moves\n"
+    "                       the arm while drag teaching\n"
+    "  --help               print this text and exit\n"
+    "  --version            print the version and exit\n"
+    "\n"
+    "example: kx_sim --arms 2 --model AVEN,GOLT --edition QS,P\n"
+    "prints one line per arm, e.g. \"arm 1 listening on 127.0.0.1:8080 model AVEN-QS\".\n";
+
+int usage(const std::string& why) {
+    std::fprintf(stderr, "kx_sim: %s\n(kx_sim --help lists the options)\n", why.c_str());
     return 2;
 }
 
@@ -35,83 +61,106 @@ bool one_of(const std::string& s, const char* const (&names)[N]) {
     return false;
 }
 
-/* A comma-separated list of numbers. */
-bool to_list(const char* s, std::vector<double>& out) {
+/* A comma-separated list of at most `max_n` finite numbers. */
+bool to_list(const std::string& s, size_t max_n, std::vector<double>& out) {
     out.clear();
     std::stringstream ss(s);
     for (std::string item; std::getline(ss, item, ',');) {
         char* end = nullptr;
         const double v = std::strtod(item.c_str(), &end);
-        if (item.empty() || *end || !(v == v)) return false;
+        if (item.empty() || *end || !std::isfinite(v)) return false;
         out.push_back(v);
     }
-    return !out.empty();
+    return !out.empty() && out.size() <= max_n;
 }
 
-bool to_int(const char* s, int lo, int hi, int& out) {
+bool to_int(const std::string& s, int lo, int hi, int& out) {
     char* end = nullptr;
-    const long v = std::strtol(s, &end, 10);
-    if (!*s || *end || v < lo || v > hi) return false;
+    const long v = std::strtol(s.c_str(), &end, 10);
+    if (s.empty() || *end || v < lo || v > hi) return false;
     out = static_cast<int>(v);
     return true;
+}
+
+std::vector<std::string> split(const std::string& list) {
+    std::vector<std::string> out;
+    std::stringstream ss(list);
+    for (std::string item; std::getline(ss, item, ',');) out.push_back(item);
+    return out;
+}
+
+/* Value for arm index k of a per-arm list: the last one repeats. */
+const std::string& for_arm(const std::vector<std::string>& list, int k) {
+    return list[std::min(static_cast<size_t>(k), list.size() - 1)];
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     int arms = 1;
-    std::string models = "AVEN", edition = "P";
+    std::vector<std::string> models{"AVEN"}, editions{"P"}, ports{"8080"};
     kxsim::Options opt;
-    bool have_port = false;
-    std::vector<double> push, hand;
-    double surface = NAN;
+    std::vector<double> push, hand, surface;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
-        if (i + 1 >= argc) return usage(("missing value for " + a).c_str());
-        const char* v = argv[++i];
+        if (a == "--help" || a == "-h") {
+            std::fputs(kHelp, stdout);
+            return 0;
+        }
+        if (a == "--version") {
+            std::printf("kx_sim %s (kinematics %s)\n", KX_API_VERSION_STRING, KX_ALGO_VERSION_STRING);
+            return 0;
+        }
+        if (a == "--no-push") {
+            opt.push_enabled = false;
+            continue;
+        }
+        static const char* const kWithValue[] = {"--arms",       "--model",  "--edition", "--port",
+                                                 "--time-scale", "--udp-ip", "--udp-port", "--push",
+                                                 "--surface",    "--hand"};
+        if (!one_of(a, kWithValue)) return usage("unknown option " + a);
+        if (i + 1 >= argc) return usage("missing value for " + a);
+        const std::string v = argv[++i];
         if (a == "--arms") {
             if (!to_int(v, 1, 5, arms)) return usage("--arms takes 1 to 5");
         } else if (a == "--model") {
-            models = v;
+            models = split(v);
+            for (const std::string& m : models)
+                if (!one_of(m, kModels)) return usage("unknown model '" + m + "'");
         } else if (a == "--edition") {
-            edition = v;
-            if (!one_of(edition, kEditions)) return usage("--edition takes P, QA or QS");
-        } else if (a == "--base-port") {
-            if (!to_int(v, 0, 65530, opt.base_port)) return usage("bad --base-port");
-            have_port = true;
+            editions = split(v);
+            for (const std::string& e : editions)
+                if (!one_of(e, kEditions)) return usage("--edition takes P, QA or QS, not '" + e + "'");
+        } else if (a == "--port") {
+            ports = split(v);
+            int p = 0;
+            for (const std::string& s : ports)
+                if (!to_int(s, 0, 65535, p)) return usage("bad --port '" + s + "'");
         } else if (a == "--time-scale") {
             char* end = nullptr;
-            opt.time_scale = std::strtod(v, &end);
+            opt.time_scale = std::strtod(v.c_str(), &end);
             if (*end || !(opt.time_scale > 0)) return usage("bad --time-scale");
+        } else if (a == "--push") {
+            if (!to_list(v, 6, push)) return usage("--push takes up to six numbers");
+        } else if (a == "--hand") {
+            if (!to_list(v, 7, hand)) return usage("--hand takes up to seven joint rates");
+        } else if (a == "--surface") {
+            if (!to_list(v, 1, surface)) return usage("bad --surface");
         } else if (a == "--udp-ip") {
             opt.udp_ip = v;
-        } else if (a == "--push") {
-            if (!to_list(v, push) || push.size() > 6) return usage("--push takes up to six numbers");
-        } else if (a == "--hand") {
-            if (!to_list(v, hand) || hand.size() > 7) return usage("--hand takes up to seven joint rates");
-        } else if (a == "--surface") {
-            std::vector<double> z;
-            if (!to_list(v, z) || z.size() != 1) return usage("bad --surface");
-            surface = z[0];
         } else if (a == "--udp-port") {
             if (!to_int(v, 1, 65535, opt.udp_port)) return usage("bad --udp-port");
-        } else {
-            return usage(("unknown option " + a).c_str());
         }
     }
-    if (!have_port) return usage("--base-port is required");
+    if (models.empty() || editions.empty() || ports.empty()) return usage("an empty per-arm list");
 
-    // One model for all arms, or one per arm (the last repeats).
-    std::vector<std::string> list;
-    std::stringstream ss(models);
-    for (std::string m; std::getline(ss, m, ',');) {
-        if (!one_of(m, kModels)) return usage(("unknown model " + m).c_str());
-        list.push_back(m);
-    }
-    if (list.empty()) return usage("--model is empty");
     opt.arms.clear();
-    for (int k = 0; k < arms; ++k)
-        opt.arms.push_back({list[std::min<size_t>(static_cast<size_t>(k), list.size() - 1)] + "-" + edition});
+    for (int k = 0; k < arms; ++k) {
+        kxsim::ArmOptions arm;
+        arm.product_version = for_arm(models, k) + "-" + for_arm(editions, k);
+        to_int(for_arm(ports, k), 0, 65535, arm.port);
+        opt.arms.push_back(arm);
+    }
 
     // Block the stop signals before any thread starts, then wait for them here.
     sigset_t stop_signals;
@@ -128,10 +177,11 @@ int main(int argc, char** argv) {
     for (int k = 0; k < sim.arm_count(); ++k) {
         if (!push.empty()) sim.set_external_force(k, push);
         if (!hand.empty()) sim.set_hand_motion(k, hand);
-        sim.set_surface_height(k, surface);
+        if (!surface.empty()) sim.set_surface_height(k, surface[0]);
     }
     for (int k = 0; k < sim.arm_count(); ++k)
-        std::printf("arm %d listening on 127.0.0.1:%d model %s\n", k, sim.port(k), sim.product_version(k).c_str());
+        std::printf("arm %d listening on %s:%d model %s\n", k + 1, sim.host(k).c_str(), sim.port(k),
+                    sim.product_version(k).c_str());
     std::fflush(stdout);
 
     int sig = 0;

@@ -368,7 +368,10 @@ struct Simulator::Impl {
 
     /* ---- lifecycle ---- */
 
-    bool open_arm(ArmServer& a, int k) {
+    /* Arm index k (arm K = k + 1) lives at 127.0.0.K. */
+    static in_addr_t arm_address(int k) { return htonl(INADDR_LOOPBACK + static_cast<uint32_t>(k)); }
+
+    bool open_arm(ArmServer& a, int k, int port) {
         a.listen_fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         a.udp_fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
         a.wake_fd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
@@ -377,14 +380,16 @@ struct Simulator::Impl {
         ::setsockopt(a.listen_fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
         sockaddr_in addr{};
         addr.sin_family = AF_INET;
-        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        addr.sin_port = htons(static_cast<uint16_t>(opt.base_port > 0 ? opt.base_port + k : 0));
+        addr.sin_addr.s_addr = arm_address(k);
+        addr.sin_port = htons(static_cast<uint16_t>(port));
         socklen_t len = sizeof addr;
         if (::bind(a.listen_fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
             ::listen(a.listen_fd, 8) != 0 || ::getsockname(a.listen_fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0)
             return false;
         a.port = ntohs(addr.sin_port);
-        return true;
+        // Datagrams leave from the arm's own address too.
+        addr.sin_port = 0;
+        return ::bind(a.udp_fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
     }
 
     void close_arm(ArmServer& a) {
@@ -436,8 +441,11 @@ bool Simulator::start() {
     Impl& im = *impl_;
     if (im.running) return true;
     for (size_t k = 0; k < im.arms.size(); ++k)
-        if (!im.open_arm(*im.arms[k], static_cast<int>(k))) {
+        if (!im.open_arm(*im.arms[k], static_cast<int>(k),
+                         im.opt.arms[k].port >= 0 ? im.opt.arms[k].port : std::max(0, im.opt.base_port))) {
+            const int err = errno;
             for (auto& a : im.arms) im.close_arm(*a);
+            errno = err;
             return false;
         }
     im.running = true;
@@ -452,6 +460,14 @@ bool Simulator::start() {
 void Simulator::stop() { impl_->stop(); }
 
 int Simulator::arm_count() const { return static_cast<int>(impl_->arms.size()); }
+
+std::string Simulator::host(int arm) const {
+    if (!impl_->at(arm)) return {};
+    char text[INET_ADDRSTRLEN] = "";
+    const in_addr a{Impl::arm_address(arm)};
+    ::inet_ntop(AF_INET, &a, text, sizeof text);
+    return text;
+}
 
 int Simulator::port(int arm) const {
     const ArmServer* a = impl_->at(arm);

@@ -1,8 +1,10 @@
 /*
  * kx_sim: a controller simulator that speaks the arm controller's protocol.
  *
- * One Simulator hosts up to five arms, each on its own loopback TCP port, and
- * pushes their realtime state over UDP. It is an independent peer of the
+ * One Simulator hosts up to five arms. Arm K (1..5; index K-1 in this API)
+ * lives at its own loopback address 127.0.0.K, as separate controllers would:
+ * it listens for the command connection there and sends its realtime state
+ * datagrams from there, so a client tells arms apart by address. It is an independent peer of the
  * client library (it shares no code with src/), usable in-process by tests
  * and examples or through the kx_sim program.
  */
@@ -20,11 +22,12 @@ struct ArmOptions {
     /* Product string reported by "get_arm_software_info", e.g. "AVEN-P",
      * "BRIV-QA", "CALD-QS". The model and edition decide the kinematics. */
     std::string product_version = "AVEN-P";
+    int port = -1; /* TCP command port; -1 = Options::base_port */
 };
 
 struct Options {
     std::vector<ArmOptions> arms{ArmOptions{}}; /* 1..5 arms */
-    int base_port = 0;           /* arm k listens on base_port + k; 0 = any free ports */
+    int base_port = 0;           /* every arm's command port (each at its own address); 0 = any free port */
     double time_scale = 1.0;     /* simulated seconds per real second */
     std::string udp_ip = "127.0.0.1"; /* initial realtime push address */
     int udp_port = 8089;         /* initial realtime push port */
@@ -43,7 +46,11 @@ public:
     void stop();
 
     int arm_count() const;
-    int port(int arm) const; /* TCP port of arm 0..arm_count()-1 */
+    /* Where arm index 0..arm_count()-1 (arm K = index + 1) listens: its
+     * loopback address "127.0.0.K" and its TCP command port. The realtime
+     * datagrams of the arm come from the same address. */
+    std::string host(int arm) const;
+    int port(int arm) const;
 
     /* ---- observation, for wire-level tests ---- */
     /* Every request line received by the arm, without its "\r\n", in order. */

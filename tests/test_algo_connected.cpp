@@ -43,7 +43,7 @@ protected:
         ASSERT_TRUE(sim_->start());
         ASSERT_EQ(kx_init(KX_DUAL_MODE_E), 0);
         kx_set_log_call_back(capture, LOG_LEVEL_DEBUG);
-        handle_ = kx_create_robot_arm("127.0.0.1", sim_->port(0));
+        handle_ = kx_create_robot_arm(sim_->host(0).c_str(), sim_->port(0));
         ASSERT_NE(handle_, nullptr);
         ASSERT_GT(handle_->id, 0);
     }

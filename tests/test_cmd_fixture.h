@@ -69,7 +69,7 @@ protected:
         ASSERT_EQ(0, kx_init(s.mode));
         inited = true;
         for (int i = 0; i < sim->arm_count(); ++i) {
-            kx_robot_handle* h = kx_create_robot_arm("127.0.0.1", sim->port(i));
+            kx_robot_handle* h = kx_create_robot_arm(sim->host(i).c_str(), sim->port(i));
             ASSERT_NE(nullptr, h);
             handles.push_back(h);
         }

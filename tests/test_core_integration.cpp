@@ -1,6 +1,8 @@
 // The connection core against the controller simulator over loopback.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <thread>
 
 #include "simulator.h"
@@ -23,7 +25,7 @@ class CoreIntegration : public kxtest::ModeTest {};
 
 TEST_P(CoreIntegration, ConnectsQueriesAndSurvivesAnySegmentation) {
     auto sim = start_sim(1);
-    kx_robot_handle* handle = kx_create_robot_arm("127.0.0.1", sim->port(0));
+    kx_robot_handle* handle = kx_create_robot_arm(sim->host(0).c_str(), sim->port(0));
     ASSERT_NE(nullptr, handle);
     EXPECT_EQ(1, handle->id);
     m_nOutTime = 60000;
@@ -46,7 +48,7 @@ TEST_P(CoreIntegration, ConnectsQueriesAndSurvivesAnySegmentation) {
 TEST_P(CoreIntegration, SilenceAndClosingGiveNoReply) {
     LogCapture::install(LOG_LEVEL_ERROR);
     auto sim = start_sim(1);
-    kx_robot_handle* handle = kx_create_robot_arm("127.0.0.1", sim->port(0));
+    kx_robot_handle* handle = kx_create_robot_arm(sim->host(0).c_str(), sim->port(0));
     ASSERT_NE(nullptr, handle);
     kx_realtime_push_config_t config;
     sim->set_silent(0, true);
@@ -71,8 +73,8 @@ TEST_P(CoreIntegration, SilenceAndClosingGiveNoReply) {
 
 TEST_P(CoreIntegration, DestroyReturnsWithCallsInFlight) {
     auto sim = start_sim(2);
-    kx_robot_handle* a = kx_create_robot_arm("127.0.0.1", sim->port(0));
-    kx_robot_handle* b = kx_create_robot_arm("127.0.0.1", sim->port(1));
+    kx_robot_handle* a = kx_create_robot_arm(sim->host(0).c_str(), sim->port(0));
+    kx_robot_handle* b = kx_create_robot_arm(sim->host(1).c_str(), sim->port(1));
     ASSERT_TRUE(a && b);
     sim->set_silent(0, true);
     sim->set_silent(1, true);
@@ -100,11 +102,11 @@ TEST(CoreIntegrationTable, FiveArmsThenNoSlotThenAnUnreachableOne) {
     auto sim = start_sim(5);
     kx_robot_handle* handles[5];
     for (int i = 0; i < 5; ++i) {
-        handles[i] = kx_create_robot_arm("127.0.0.1", sim->port(i));
+        handles[i] = kx_create_robot_arm(sim->host(i).c_str(), sim->port(i));
         ASSERT_NE(nullptr, handles[i]);
         EXPECT_EQ(i + 1, handles[i]->id);
     }
-    EXPECT_EQ(nullptr, kx_create_robot_arm("127.0.0.1", sim->port(0)));
+    EXPECT_EQ(nullptr, kx_create_robot_arm(sim->host(0).c_str(), sim->port(0)));
     EXPECT_TRUE(LogCapture::has_line("[kx_create_robot_arm] robot num is max"));
 
     // Each connection gets its own replies, concurrently.
@@ -123,10 +125,10 @@ TEST(CoreIntegrationTable, FiveArmsThenNoSlotThenAnUnreachableOne) {
     // A freed slot taken by an unreachable controller stays taken until deleted.
     EXPECT_EQ(0, kx_delete_robot_arm(handles[3]));
     sim->stop();
-    kx_robot_handle* dead = kx_create_robot_arm("127.0.0.1", sim->port(3));
+    kx_robot_handle* dead = kx_create_robot_arm(sim->host(3).c_str(), sim->port(3));
     ASSERT_NE(nullptr, dead);
     EXPECT_EQ(-1, dead->id);
-    EXPECT_EQ(nullptr, kx_create_robot_arm("127.0.0.1", sim->port(3)));
+    EXPECT_EQ(nullptr, kx_create_robot_arm(sim->host(3).c_str(), sim->port(3)));
     EXPECT_EQ(0, kx_delete_robot_arm(dead));
     EXPECT_EQ(0, kx_destory());
 }
@@ -138,8 +140,8 @@ TEST(CoreIntegrationEvents, EventsReachTheCallbackWhileQueued) {
     kx_get_arm_event_call_back([](kx_event_push_data_t e) { g_events.add(e); });
     ASSERT_EQ(0, kx_init(KX_DUAL_MODE_E));
     auto sim = start_sim(2);
-    kx_robot_handle* a = kx_create_robot_arm("127.0.0.1", sim->port(0));
-    kx_robot_handle* b = kx_create_robot_arm("127.0.0.1", sim->port(1));
+    kx_robot_handle* a = kx_create_robot_arm(sim->host(0).c_str(), sim->port(0));
+    kx_robot_handle* b = kx_create_robot_arm(sim->host(1).c_str(), sim->port(1));
     ASSERT_TRUE(a && b);
     sim->send_raw(1, std::string(R"({"command":"program_run_finish","finish_id":12})") + "\r\n");
     auto events = g_events.wait_for(1);
@@ -157,15 +159,25 @@ TEST(CoreIntegrationRealtime, DatagramsAreDecodedAndDeliveredInTripleMode) {
     kx_realtime_arm_state_call_back([](kx_realtime_arm_joint_state_t s) { g_states.add(s); });
     ASSERT_EQ(0, kx_init(KX_TRIPLE_MODE_E));
     int port = kxtest::free_udp_port();
-    auto sim = start_sim({"AVEN-P"}, port, true);
-    kx_robot_handle* handle = kx_create_robot_arm("127.0.0.1", sim->port(0));
-    ASSERT_NE(nullptr, handle);
-    EXPECT_EQ(port, record_of(handle)->udp_port);
-    auto states = g_states.wait_for(5);
-    ASSERT_GE(states.size(), 5u);
+    // Each simulated arm pushes from its own address, so arm_ip tells them apart.
+    auto sim = start_sim({"AVEN-P", "GOLT-P"}, port, true);
+    ASSERT_EQ("127.0.0.1", sim->host(0));
+    ASSERT_EQ("127.0.0.2", sim->host(1));
+    for (int k = 0; k < 2; ++k) {
+        kx_robot_handle* handle = kx_create_robot_arm(sim->host(k).c_str(), sim->port(k));
+        ASSERT_NE(nullptr, handle);
+        EXPECT_EQ(port, record_of(handle)->udp_port);
+    }
+    auto from = [](const std::vector<kx_realtime_arm_joint_state_t>& states, const char* ip) {
+        return std::count_if(states.begin(), states.end(),
+                             [ip](const kx_realtime_arm_joint_state_t& s) { return std::strcmp(s.arm_ip, ip) == 0; });
+    };
+    auto states = g_states.wait_until([&](const auto& s) { return from(s, "127.0.0.1") >= 5 && from(s, "127.0.0.2") >= 5; });
+    ASSERT_GE(from(states, "127.0.0.1"), 5);
+    ASSERT_GE(from(states, "127.0.0.2"), 5);
+    EXPECT_EQ(states.size(), static_cast<size_t>(from(states, "127.0.0.1") + from(states, "127.0.0.2")));
     for (auto& s : states) {
         EXPECT_EQ(0, s.errCode);
-        EXPECT_STREQ("127.0.0.1", s.arm_ip);
         const kx_quat_t& q = s.waypoint.quaternion;
         EXPECT_NEAR(1.0, q.w * q.w + q.x * q.x + q.y * q.y + q.z * q.z, 1e-3);  // a unit quaternion
     }

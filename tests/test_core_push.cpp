@@ -17,7 +17,7 @@ protected:
         port_ = kxtest::free_udp_port();
         sim_ = kxtest::start_sim({"AVEN-P", "AVEN-QA", "AVEN-QS"}, port_, true);
         for (int i = 0; i < 3; ++i) {
-            arms_[i] = kx_create_robot_arm("127.0.0.1", sim_->port(i));
+            arms_[i] = kx_create_robot_arm(sim_->host(i).c_str(), sim_->port(i));
             ASSERT_NE(nullptr, arms_[i]);
             ASSERT_EQ(i + 1, arms_[i]->id);
         }

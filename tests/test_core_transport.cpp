@@ -22,7 +22,7 @@ class CoreTransport : public kxtest::ModeTest {};
 TEST_P(CoreTransport, HostileRepliesNeverBreakTheStream) {
     LogCapture::install(LOG_LEVEL_ERROR);
     auto sim = kxtest::start_sim();
-    kx_robot_handle* handle = kx_create_robot_arm("127.0.0.1", sim->port(0));
+    kx_robot_handle* handle = kx_create_robot_arm(sim->host(0).c_str(), sim->port(0));
     ASSERT_NE(nullptr, handle);
     m_nOutTime = 60000;
     kx_realtime_push_config_t config;
@@ -49,7 +49,7 @@ INSTANTIATE_TEST_SUITE_P(Modes, CoreTransport, testing::Values(KX_SINGLE_MODE_E,
 TEST(CoreTransportThreaded, UnterminatedCompleteReplyIsAccepted) {
     ASSERT_EQ(0, kx_init(KX_DUAL_MODE_E));
     auto sim = kxtest::start_sim();
-    kx_robot_handle* handle = kx_create_robot_arm("127.0.0.1", sim->port(0));
+    kx_robot_handle* handle = kx_create_robot_arm(sim->host(0).c_str(), sim->port(0));
     ASSERT_NE(nullptr, handle);
     m_nOutTime_max = 60000;
     char set[] = "set_v", key[] = "v";
@@ -91,7 +91,7 @@ TEST(CoreRegistry, SlotsHandlesAndLocks) {
 
     EXPECT_EQ(0, kx_delete_robot_arm(handles[2]));
     auto sim = kxtest::start_sim();
-    kx_robot_handle* live = kx_create_robot_arm("127.0.0.1", sim->port(0));
+    kx_robot_handle* live = kx_create_robot_arm(sim->host(0).c_str(), sim->port(0));
     ASSERT_NE(nullptr, live);
     EXPECT_EQ(3, live->id);  // the lowest free slot
     EXPECT_EQ(gHandleList[2], kxtest::record_of(live));
@@ -116,7 +116,7 @@ TEST(CoreSocket, RecordArgumentsAndNonBlockingReads) {
 
     auto sim = kxtest::start_sim();
     sim->set_silent(0, true);
-    kx_socket_handle* sock = kx_socket_handle_init("127.0.0.1", sim->port(0));
+    kx_socket_handle* sock = kx_socket_handle_init(sim->host(0).c_str(), sim->port(0));
     ASSERT_GT(sock->init(sock), 0);
     uint8_t byte = 'x';
     EXPECT_EQ(-1, sock->send(sock, &byte, 0));
@@ -147,7 +147,7 @@ TEST(CoreTransportSingle, DragTeachPointsAreWrittenByTheWaitingCall) {
     LogCapture::install(LOG_LEVEL_DEBUG);
     ASSERT_EQ(0, kx_init(KX_SINGLE_MODE_E));
     auto sim = kxtest::start_sim();
-    kx_robot_handle* handle = kx_create_robot_arm("127.0.0.1", sim->port(0));
+    kx_robot_handle* handle = kx_create_robot_arm(sim->host(0).c_str(), sim->port(0));
     ASSERT_NE(nullptr, handle);
     F_SaveDragTeach = tmpfile();
     sim->send_raw(0, R"({"point":[1,2,3,4,5,6]})" "\r\n" R"({"command":"other"})" "\r\n" R"({"point":[6,5,4,3,2,1]})" "\r\n");

@@ -120,8 +120,13 @@ public:
     }
     // The items once there are at least n (fewer after 10 s).
     std::vector<T> wait_for(size_t n) {
+        return wait_until([n](const std::vector<T>& items) { return items.size() >= n; });
+    }
+    // The items once `done(items)` holds (or after 10 s).
+    template <class Done>
+    std::vector<T> wait_until(Done done) {
         std::unique_lock lock(mutex_);
-        cv_.wait_for(lock, std::chrono::seconds(10), [&] { return items_.size() >= n; });
+        cv_.wait_for(lock, std::chrono::seconds(10), [&] { return done(items_); });
         return items_;
     }
 

@@ -213,3 +213,34 @@ TEST_F(Force, CommandedForceSettlesOnTheSurface) {
     ASSERT_EQ(0, kx_get_force_data(h(), &d));
     EXPECT_NEAR(0.0f, d.tool_zero_force_data[2], 0.01f);
 }
+
+TEST_F(Force, NonFiniteArgumentsAreNeverSent) {
+    start(SimSetup{{"AVEN-QS"}});
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity();
+    sim->clear_received(0);
+    clear_log();
+    EXPECT_EQ(-1, kx_set_force_position(h(), 1, 0, 2, nan));
+    EXPECT_TRUE(logged("[kx_set_force_position] N is not a finite number\n"));
+    kx_force_position_t p{};
+    p.limit_vel[4] = inf;
+    EXPECT_EQ(-1, kx_set_force_position_new(h(), p));
+    EXPECT_TRUE(logged("[kx_set_force_position_new] limit_vel[4] is not a finite number\n"));
+    float joint[7] = {0, 0, nan, 0, 0, 0, 0};
+    EXPECT_EQ(-1, kx_force_position_move_joint(h(), joint, 0, 0, 2, 1, false));
+    EXPECT_EQ(-1, kx_manual_set_force(h(), 1, joint, false));
+    EXPECT_TRUE(logged("[kx_manual_set_force] joint[2] is not a finite number\n"));
+    kx_pose_t pose = pose_of(0.3f, inf, 0.4f, 0, 0, 0);
+    EXPECT_EQ(-1, kx_force_position_move_pose(h(), pose, 1, 0, 2, 1, false));
+    kx_force_position_move_t m{};
+    m.flag = 1;
+    m.pose = pose_of(0.3f, 0, 0.4f, 0, 0, 0);
+    m.desired_force[0] = nan;
+    EXPECT_EQ(-1, kx_force_position_move(h(), m));
+    kx_waypoint_t w{};
+    std::snprintf(w.point_name, sizeof w.point_name, "P");
+    w.pose.euler.rz = nan;
+    EXPECT_EQ(-1, kx_add_global_waypoint(h(), w));
+    EXPECT_TRUE(logged("[kx_add_global_waypoint] pose.euler.rz is not a finite number\n"));
+    EXPECT_TRUE(sim->received(0).empty());
+}

@@ -50,12 +50,14 @@ inline int flag(const cJSON* j, const char* key) {
 
 class Peer {
 public:
-    explicit Peer(int port) {
+    /* Connects to arm index `arm` of `sim`, at its own address. */
+    Peer(const kxsim::Simulator& sim, int arm) : Peer(sim.port(arm), sim.host(arm).c_str()) {}
+    explicit Peer(int port, const char* host = "127.0.0.1") {
         fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in a{};
         a.sin_family = AF_INET;
         a.sin_port = htons(static_cast<uint16_t>(port));
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        ::inet_pton(AF_INET, host, &a.sin_addr);
         if (::connect(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
             ::close(fd_);
             fd_ = -1;

@@ -12,8 +12,8 @@ struct Commands : ::testing::Test {
     std::unique_ptr<Peer> p, p7;
     void SetUp() override {
         ASSERT_TRUE(sim.start());
-        p = std::make_unique<Peer>(sim.port(0));
-        p7 = std::make_unique<Peer>(sim.port(1));
+        p = std::make_unique<Peer>(sim, 0);
+        p7 = std::make_unique<Peer>(sim, 1);
     }
     /* The outcome boolean `key` of the reply to `req` named `reply`. */
     int verdict(const std::string& req, const std::string& reply, const char* key) {

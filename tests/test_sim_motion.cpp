@@ -28,7 +28,7 @@ struct Motion : ::testing::Test {
     std::unique_ptr<Peer> p;
     void SetUp() override {
         ASSERT_TRUE(sim.start());
-        p = std::make_unique<Peer>(sim.port(0));
+        p = std::make_unique<Peer>(sim, 0);
     }
     int accepted(const std::string& req, const std::string& reply = "") {
         Json j = p->ask(req, reply);

@@ -54,7 +54,7 @@ TEST(Push, EveryOptionalMemberFitsInOneDatagram) {
     kxsim::Simulator sim(pushing({"BRIV-QA", "GOLT-QS"}, sink.port()));
     ASSERT_TRUE(sim.start());
     for (int arm = 0; arm < 2; ++arm) {
-        Peer p(sim.port(arm));
+        Peer p(sim, arm);
         Json ok = p.ask("{\"command\":\"set_realtime_push\",\"custom\":{\"joint_speed\":true,\"lift_state\":true,"
                         "\"expand_state\":true,\"arm_current_status\":true,\"aloha_state\":true,\"hand\":true}}");
         ASSERT_EQ(flag(ok.get(), "state"), 1);
@@ -95,7 +95,7 @@ TEST(Push, ConfigurationRedirectsAndMotionShows) {
     kxsim::Simulator sim(options({"AVEN-P"}, 10.0));  // push off at start
     ASSERT_TRUE(sim.start());
     EXPECT_EQ(sim.datagrams_sent(0), 0u);
-    Peer p(sim.port(0));
+    Peer p(sim, 0);
     // A non-loopback address is kept in the configuration, but the simulated
     // controller only ever pushes to this machine.
     const std::string set = "{\"command\":\"set_realtime_push\",\"enable\":true,\"cycle\":1,\"port\":" +

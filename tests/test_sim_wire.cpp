@@ -19,7 +19,7 @@ const char* kQuery = "{\"command\":\"get_install_pose\"}";
 }  // namespace
 
 TEST_F(Wire, FramingSurvivesAnyReadBoundaryAndBadLines) {
-    Peer p(sim.port(0));
+    Peer p(sim, 0);
     ASSERT_TRUE(p.ok());
     // One byte per write, the terminator split between writes.
     for (char ch : std::string(kQuery) + "\r\n") p.send_bytes(std::string(1, ch));
@@ -53,9 +53,9 @@ TEST_F(Wire, FramingSurvivesAnyReadBoundaryAndBadLines) {
 }
 
 TEST_F(Wire, NewConnectionReplacesTheOld) {
-    Peer first(sim.port(0));
+    Peer first(sim, 0);
     ASSERT_TRUE(first.ask(kQuery, "install_pose"));
-    Peer second(sim.port(0));
+    Peer second(sim, 0);
     ASSERT_TRUE(second.ask(kQuery, "install_pose"));
     EXPECT_EQ(first.line(), "");
     EXPECT_TRUE(first.eof());
@@ -63,12 +63,12 @@ TEST_F(Wire, NewConnectionReplacesTheOld) {
     sim.close_connection(0);
     EXPECT_EQ(second.line(), "");
     EXPECT_TRUE(second.eof());
-    Peer third(sim.port(0));
+    Peer third(sim, 0);
     EXPECT_TRUE(third.ask(kQuery, "install_pose"));
 }
 
 TEST_F(Wire, DropDelaySplitAndScriptApplyToTheNamedRepliesOnly) {
-    Peer p(sim.port(0));
+    Peer p(sim, 0);
     sim.drop_replies(0, "get_install_pose", 2);
     p.send_line(kQuery);
     p.send_line(kQuery);
@@ -93,7 +93,7 @@ TEST_F(Wire, DropDelaySplitAndScriptApplyToTheNamedRepliesOnly) {
 }
 
 TEST_F(Wire, SilentArmRecordsButNeverAnswers) {
-    Peer p(sim.port(0));
+    Peer p(sim, 0);
     sim.set_silent(0, true);
     p.send_line(kQuery);
     ASSERT_TRUE(sim.wait_received(0, 1, milliseconds(3000)));
@@ -110,7 +110,7 @@ TEST(WireLifecycle, PortsAreDistinctAndStopIsPromptAndRepeatable) {
     ASSERT_EQ(sim.arm_count(), 5);
     for (int i = 0; i < 5; ++i)
         for (int j = i + 1; j < 5; ++j) EXPECT_NE(sim.port(i), sim.port(j));
-    Peer p(sim.port(4));
+    Peer p(sim, 4);
     auto info = p.ask("{\"command\":\"get_arm_software_info\"}", "arm_software_info");
     ASSERT_TRUE(info);
     EXPECT_STREQ(cJSON_GetObjectItem(info.get(), "Product_version")->valuestring, "GOLT-QS");

@@ -17,12 +17,13 @@ int calibrate(const char* fn, kx_robot_handle* h, const Request& req, bool block
     return set_command(fn, h, req, kCalibrationReply, "set_state", kCalibrationTimeout);
 }
 
-/* Joint angles x 1000 in double precision; the joint count, or -1. */
-int encode_joints(const char* fn, kx_robot_handle* h, const float* joint, int (&wire)[7]) {
-    int dof = checked_dof(fn, h);
-    if (dof < 0 || joint == nullptr) return -1;
-    for (int i = 0; i < dof; ++i) wire[i] = wire_d(joint[i], 1000.0);
-    return dof;
+/* Adds `dof` joint angles (x 1000, double precision) as `key`. */
+bool add_joints(Request& req, const char* key, const float* joint, int dof) {
+    if (joint == nullptr) return false;
+    int wire[7];
+    req.joints(joint, dof, wire, key);
+    req.ints(key, wire, dof);
+    return true;
 }
 
 const char* const kManualPoses[4] = {"manual_set_force_pose1", "manual_set_force_pose2", "manual_set_force_pose3",
@@ -57,12 +58,11 @@ KX_API int kx_set_force_sensor(kx_robot_handle* handle, bool block) {
 
 KX_API int kx_manual_set_force(kx_robot_handle* handle, int count, float* joint, bool block) {
     static const char* const fn = "kx_manual_set_force";
-    int wire[7];
-    int dof = encode_joints(fn, handle, joint, wire);
+    int dof = checked_dof(fn, handle);
     if (dof < 0) return -1;
     if (count < 1 || count > 4) return -4;
     Request req(kManualPoses[count - 1]);
-    req.ints("joint", wire, dof);
+    if (!add_joints(req, "joint", joint, dof)) return -1;
     return calibrate(fn, handle, req, block && count == 4);
 }
 
@@ -97,11 +97,9 @@ KX_API int kx_auto_set_Fz(kx_robot_handle* handle, bool block) {
 
 KX_API int kx_manual_set_Fz(kx_robot_handle* handle, float* joint1, float* joint2, bool block) {
     static const char* const fn = "kx_manual_set_Fz";
-    int pose1[7], pose2[7];
-    int dof = encode_joints(fn, handle, joint1, pose1);
-    if (dof < 0 || encode_joints(fn, handle, joint2, pose2) < 0) return -1;
+    int dof = checked_dof(fn, handle);
     Request req("manual_set_Fz");
-    req.ints("pose1", pose1, dof).ints("pose2", pose2, dof);
+    if (dof < 0 || !add_joints(req, "pose1", joint1, dof) || !add_joints(req, "pose2", joint2, dof)) return -1;
     return calibrate(fn, handle, req, block);
 }
 

@@ -11,10 +11,12 @@ constexpr const char* kMove = "Force_Position_Move";
 
 /* Two force scalings are kept apart on purpose: these truncate the force
  * first (2.7 N -> 20), the record forms scale first (2.7 N -> 27). */
-int force_truncated_first(float n) { return trunc_wire(static_cast<double>(trunc_wire(n)) * 10.0); }
+int force_truncated_first(Request& req, float n, const char* name) {
+    return req.check(n, name) ? trunc_wire(static_cast<double>(trunc_wire(n)) * 10.0) : 0;
+}
 
-void encode6(const float* in, float k, int (&out)[6]) {
-    for (int i = 0; i < 6; ++i) out[i] = wire_f(in[i], k);
+void encode6(Request& req, const float* in, float k, const char* name, int (&out)[6]) {
+    for (int i = 0; i < 6; ++i) out[i] = req.f(in[i], k, name, i);
 }
 
 /* A sensor-less arm has no force drag mode: refused here, nothing sent. */
@@ -31,7 +33,7 @@ bool has_force_sensor(kx_robot_handle* h) {
 int send_target(const char* fn, kx_robot_handle* h, Request& req, bool follow, int sensor, int mode, int dir,
                 float force) {
     req.flag("follow", follow).num("sensor", sensor).num("mode", mode).num("dir", dir).num(
-        "force", force_truncated_first(force));
+        "force", force_truncated_first(req, force, "force"));
     return send_only(fn, h, req, 0);
 }
 
@@ -41,15 +43,15 @@ extern "C" {
 
 KX_API int kx_set_force_position(kx_robot_handle* handle, int sensor, int mode, int direction, float N) {
     Request req("set_force_position");
-    req.num("sensor", sensor).num("mode", mode).num("direction", direction).num("N", force_truncated_first(N));
+    req.num("sensor", sensor).num("mode", mode).num("direction", direction).num("N", force_truncated_first(req, N, "N"));
     return set_command("kx_set_force_position", handle, req, "set_force_position", "set_state");
 }
 
 KX_API int kx_set_force_position_new(kx_robot_handle* handle, kx_force_position_t param) {
     int force[6], vel[6];
-    encode6(param.desired_force, 10.0f, force);
-    encode6(param.limit_vel, 1000.0f, vel);
     Request req("set_force_position");
+    encode6(req, param.desired_force, 10.0f, "desired_force", force);
+    encode6(req, param.limit_vel, 1000.0f, "limit_vel", vel);
     req.num("mode", param.mode)
         .num("sensor", param.sensor)
         .ints("desired_force", force, 6)
@@ -86,8 +88,8 @@ KX_API int kx_force_position_move_joint(kx_robot_handle* handle, const float* jo
     int dof = checked_dof(fn, handle);
     if (dof < 0 || joint == nullptr) return -1;
     int wire[7];
-    for (int i = 0; i < dof; ++i) wire[i] = wire_d(joint[i], 1000.0);
     Request req(kMove);
+    req.joints(joint, dof, wire, "joint");
     req.ints("joint", wire, dof);
     return send_target(fn, handle, req, follow, sensor, mode, dir, force);
 }
@@ -103,9 +105,10 @@ KX_API int kx_force_position_move(kx_robot_handle* handle, kx_force_position_mov
     static const char* const fn = "kx_force_position_move";
     check_radio(fn, "[%s] kx_force_position_move_t param warn, invaild radio: %d!\n", param.trajectory_mode,
                 param.radio);
-    int vel[6];
-    encode6(param.limit_vel, 1000.0f, vel);
+    int vel[6], unsent[6];
     Request req(kMove);
+    encode6(req, param.limit_vel, 1000.0f, "limit_vel", vel);
+    encode6(req, param.desired_force, 10.0f, "desired_force", unsent); /* checked, though never sent */
     req.flag("follow", param.follow)
         .num("sensor", param.sensor)
         .num("mode", param.mode)
@@ -120,7 +123,7 @@ KX_API int kx_force_position_move(kx_robot_handle* handle, kx_force_position_mov
         int dof = checked_dof(fn, handle);
         if (dof < 0) return -1;
         int wire[7];
-        for (int i = 0; i < dof; ++i) wire[i] = wire_f(param.joint[i], 1000.0f);
+        for (int i = 0; i < dof; ++i) wire[i] = req.f(param.joint[i], 1000.0f, "joint", i);
         req.ints("joint", wire, dof);
     }
     req.ints("limit_vel", vel, 6);

@@ -32,8 +32,9 @@ int store_waypoint(const char* fn, const char* command, const char* verdict, kx_
     int dof = checked_dof(fn, h);
     if (dof < 0) return -1;
     int joint[7], pose[6];
-    for (int i = 0; i < dof; ++i) joint[i] = wire_d(wp.joint[i], 1000.0);
-    pose_to_wire(wp.pose, pose);
+    Request req(command);
+    req.joints(wp.joint, dof, joint, "joint");
+    req.pose(wp.pose, pose, "pose");
     char stamp[50];
     time_t now = time(nullptr);
     struct tm t {};
@@ -42,7 +43,6 @@ int store_waypoint(const char* fn, const char* command, const char* verdict, kx_
                   t.tm_hour, t.tm_min, t.tm_sec);
     Text name(wp.point_name);
     Text work(wp.work_frame), tool(wp.tool_frame);
-    Request req(command);
     req.str("point_name", name.text)
         .ints("joint", joint, dof)
         .ints("pose", pose, 6)
