@@ -48,16 +48,18 @@ bool in_contact(const ArmState& a) {
     return tool[2][3] <= a.force.surface_z + kContactReach;
 }
 
-/* The zeroed wrench in the work and tool frames. */
-void frame_wrenches(const ArmState& a, double work[6], double tool[6]) {
-    double raw[6], zeroed[6];
-    sensor_wrench(a, raw, zeroed);
-    const Mat4 flange = a.flange(a.q);
-    double base[6];
-    wrench_fwd(flange, zeroed, base);
-    wrench_back(a.work_in_base(), base, work);
-    wrench_back(a.tool_in_base(), zeroed, tool);
-}
+/* One reading of the sensor: raw and zeroed in the sensor frame, zeroed in
+ * the work and tool frames. */
+struct Reading {
+    double raw[6], zeroed[6], work[6], tool[6];
+    explicit Reading(const ArmState& a) {
+        sensor_wrench(a, raw, zeroed);
+        double base[6];
+        wrench_fwd(a.flange(a.q), zeroed, base);
+        wrench_back(a.work_in_base(), base, work);
+        wrench_back(a.tool_in_base(), zeroed, tool);
+    }
+};
 
 void add_scaled(cJSON* r, const char* key, const double* v, size_t n) {
     int w[6];
@@ -74,26 +76,22 @@ bool has(Ctx& c, Edition e, const char* key) {
 
 void get_force_data(Ctx& c) {
     if (!has(c, kEditionQS, "set_state")) return;
-    double raw[6], zeroed[6], work[6], tool[6];
-    sensor_wrench(c.arm, raw, zeroed);
-    frame_wrenches(c.arm, work, tool);
+    const Reading f(c.arm);
     cJSON* r = c.answer();
-    add_scaled(r, "force_data", raw, 6);
-    add_scaled(r, "zero_force_data", zeroed, 6);
-    add_scaled(r, "work_zero_force_data", work, 6);
-    add_scaled(r, "tool_zero_force_data", tool, 6);
+    add_scaled(r, "force_data", f.raw, 6);
+    add_scaled(r, "zero_force_data", f.zeroed, 6);
+    add_scaled(r, "work_zero_force_data", f.work, 6);
+    add_scaled(r, "tool_zero_force_data", f.tool, 6);
 }
 
 void get_fz(Ctx& c) {
     if (!has(c, kEditionQA, "set_state")) return;
-    double raw[6], zeroed[6], work[6], tool[6];
-    sensor_wrench(c.arm, raw, zeroed);
-    frame_wrenches(c.arm, work, tool);
+    const Reading f(c.arm);
     cJSON* r = c.answer();
-    add_int(r, "Fz", to_wire(raw[2], 1000));
-    add_int(r, "zero_Fz", to_wire(zeroed[2], 1000));
-    add_int(r, "work_zero_Fz", to_wire(work[2], 1000));
-    add_int(r, "tool_zero_Fz", to_wire(tool[2], 1000));
+    add_int(r, "Fz", to_wire(f.raw[2], 1000));
+    add_int(r, "zero_Fz", to_wire(f.zeroed[2], 1000));
+    add_int(r, "work_zero_Fz", to_wire(f.work[2], 1000));
+    add_int(r, "tool_zero_Fz", to_wire(f.tool[2], 1000));
 }
 
 /* Zeroing takes the present reading as the new offset. */

@@ -223,8 +223,10 @@ TEST_F(Upload, TrajectoryBecomesAProgramThatRuns) {
     EXPECT_NE(std::string::npos, announce.find("\"file_size\":" + std::to_string(converted.size()) + ","));
 
     /* It runs and ends with its finish event. */
-    std::vector<kx_event_push_data_t> events = Finished::events().wait_for(1);
-    ASSERT_FALSE(events.empty());
+    /* its motions end first (the move to the path's start, the path) */
+    std::vector<kx_event_push_data_t> events = Finished::events().wait_for(3);
+    ASSERT_EQ(3u, events.size());
+    EXPECT_EQ(KX_CURRENT_TRAJECTORY_STATE_E, events[0].event_type);
     EXPECT_EQ(KX_PROGRAM_RUN_FINISH_E, events.back().event_type);
     EXPECT_EQ(4, events.back().program_id);
     EXPECT_EQ(1, events.back().handle_id);

@@ -182,6 +182,14 @@ int exchange_into(const char* fn, kx_robot_handle* h, const Request* req, const 
                             reinterpret_cast<uint8_t*>(buf), buf_len, resolve_timeout(timeout));
 }
 
+int list_page(const char* fn, kx_robot_handle* h, const char* command, int page_num, int page_size,
+              const char* vague_search, char* buf, int buf_len, int timeout) {
+    Request req(command);
+    if (vague_search) req.str("vague_search", vague_search);
+    req.num("page_num", page_num).num("page_size", page_size);
+    return exchange_into(fn, h, &req, command, buf, buf_len, timeout);
+}
+
 void add_pose_or_quat(Request& req, const kx_pose_t& pose) {
     int wire[7];
     const kx_quat_t& q = pose.quaternion;

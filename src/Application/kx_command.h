@@ -169,6 +169,12 @@ inline constexpr int kListBuf = 10240;
 int exchange_into(const char* fn, kx_robot_handle* h, const Request* req, const char* reply, char* buf, int buf_len,
                   int timeout);
 
+/* One page of a controller-side list: {"command", "vague_search" (left out
+ * when null), "page_num", "page_size"}, answered under the same name into
+ * `buf`. The reply length or the failure code. */
+int list_page(const char* fn, kx_robot_handle* h, const char* command, int page_num, int page_size,
+              const char* vague_search, char* buf, int buf_len, int timeout);
+
 /* A set command: the reply's boolean `key` decides 0 (true), 1 (false) or -3. */
 int set_command(const char* fn, kx_robot_handle* h, const Request& req, const char* reply, const char* key,
                 int timeout = kOutTime, int buf_len = kReplyBuf);

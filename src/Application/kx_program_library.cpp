@@ -138,11 +138,9 @@ KX_API int kx_get_program_trajectory_list(kx_robot_handle* handle, int page_num,
                                           const char* vague_search, kx_program_trajectorys_t* trajectorys) {
     static const char* const fn = "kx_get_program_trajectory_list";
     if (trajectorys == nullptr) return -1;
-    Request req("get_program_trajectory_list");
-    if (vague_search) req.str("vague_search", vague_search);
-    req.num("page_num", page_num).num("page_size", page_size);
     static thread_local char buf[kListBuf];
-    int r = exchange_into(fn, handle, &req, "get_program_trajectory_list", buf, sizeof buf, kOutTime);
+    int r = list_page(fn, handle, "get_program_trajectory_list", page_num, page_size, vague_search, buf, sizeof buf,
+                      kOutTime);
     if (r < 1) return r;
     KeyValue kv[4] = {kv_int("page_num"), kv_int("page_size"), kv_int("total_size"), kv_str("vague_search")};
     if (common_json_parse(fn, buf, kv, 4) != 0) {

@@ -154,11 +154,9 @@ KX_API int kx_get_global_waypoints_list(kx_robot_handle* handle, int page_num, i
     if (point_list == nullptr) return -1;
     int dof = checked_dof(fn, handle);
     if (dof < 0) return -1;
-    Request req("get_global_waypoints_list");
-    if (vague_search) req.str("vague_search", vague_search);
-    req.num("page_num", page_num).num("page_size", page_size);
     static thread_local char buf[kListBuf];
-    int r = exchange_into(fn, handle, &req, "get_global_waypoints_list", buf, sizeof buf, kListTimeout);
+    int r = list_page(fn, handle, "get_global_waypoints_list", page_num, page_size, vague_search, buf, sizeof buf,
+                      kListTimeout);
     if (r < 1) return r;
     return parser_get_point_list(fn, buf, dof, point_list);
 }
