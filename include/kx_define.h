@@ -385,26 +385,26 @@ typedef struct {
 
 /** Static force-position control parameters. */
 typedef struct {
-    int sensor;
-    int mode;
-    int control_mode[6];
-    float desired_force[6]; /**< newtons / newton-metres */
-    float limit_vel[6];
+    int sensor;             /**< sensor used for the control (the controller's numbering) */
+    int mode;               /**< reference frame of the control (the controller's numbering) */
+    int control_mode[6];    /**< per Cartesian axis (x, y, z, rx, ry, rz): 0 position, otherwise force controlled */
+    float desired_force[6]; /**< per axis: N for x, y, z; N·m for rx, ry, rz */
+    float limit_vel[6];     /**< per axis speed limit while force controlled (m/s, rad/s) */
 } kx_force_position_t;
 
 /** One streamed force-position target. */
 typedef struct {
-    int flag;         /**< 0: joint target, otherwise Cartesian target */
-    kx_pose_t pose;   /**< Cartesian target */
-    float joint[7];   /**< joint target, degrees */
-    int sensor;
-    int mode;
-    bool follow;
-    int control_mode[6];
-    float desired_force[6];
-    float limit_vel[6];
-    int trajectory_mode;
-    int radio;
+    int flag;               /**< 0: joint target, otherwise Cartesian target */
+    kx_pose_t pose;         /**< Cartesian target: position (m), quaternion or Euler angles (rad) */
+    float joint[7];         /**< joint target, degrees (the arm's joint count used) */
+    int sensor;             /**< sensor used for the control */
+    int mode;               /**< reference frame of the control */
+    bool follow;            /**< follow mode flag */
+    int control_mode[6];    /**< per Cartesian axis: 0 position, otherwise force controlled */
+    float desired_force[6]; /**< per axis, N or N·m (never sent by kx_force_position_move) */
+    float limit_vel[6];     /**< per axis speed limit while force controlled */
+    int trajectory_mode;    /**< the controller's trajectory mode 0, 1 or 2 */
+    int radio;              /**< smoothing coefficient; range depends on trajectory_mode */
 } kx_force_position_move_t;
 
 /* ---- programs and waypoints ------------------------------------------- */
@@ -423,52 +423,52 @@ typedef struct {
 
 /** One entry of the controller's program library. */
 typedef struct {
-    int id;
-    int size;
-    int speed;
-    char trajectory_name[32];
+    int id;                   /**< library number */
+    int size;                 /**< program size, bytes */
+    int speed;                /**< planning speed ratio, percent */
+    char trajectory_name[32]; /**< program name */
 } kx_trajectory_data_t;
 
 /** One page of the program library. */
 typedef struct {
-    int page_num;
-    int page_size;
-    int list_size;
-    char vague_search[32];
-    kx_trajectory_data_t trajectory_list[100];
+    int page_num;                              /**< page returned */
+    int page_size;                             /**< entries per page */
+    int list_size;                             /**< programs matching in total */
+    char vague_search[32];                     /**< the search text echoed (filled only when one was given) */
+    kx_trajectory_data_t trajectory_list[100]; /**< the page's entries */
 } kx_program_trajectorys_t;
 
 /** State of the program being run. */
 typedef struct {
-    int run_state; /**< 0 idle, 1 running, other values the controller's */
-    int id;
-    int edit_id;
-    int plan_num;
-    int total_loop;
-    int step_mode;
-    int plan_speed;
-    int loop_num[100];
-    int loop_cont[100];
+    int run_state;      /**< 0 idle, 1 running, other values the controller's */
+    int id;             /**< program running */
+    int edit_id;        /**< program being edited */
+    int plan_num;       /**< line being executed */
+    int total_loop;     /**< entries of loop_num */
+    int step_mode;      /**< 1 when running step by step */
+    int plan_speed;     /**< planning speed ratio, percent */
+    int loop_num[100];  /**< iterations of each loop */
+    int loop_cont[100]; /**< iterations done of each loop */
 } kx_program_run_state_t;
 
 /** A global waypoint. */
 typedef struct {
-    char point_name[20];
-    float joint[7];   /**< degrees, the arm's joint count used */
-    kx_pose_t pose;   /**< position (m) and Euler angles (rad); the quaternion is neither sent nor filled */
-    char work_frame[12];
-    char tool_frame[12];
-    char time[50];    /**< "YYYY-MM-DD hh:mm:ss" */
+    char point_name[20]; /**< waypoint name (16 characters read back) */
+    float joint[7];      /**< degrees, the arm's joint count used */
+    kx_pose_t pose;      /**< position (m) and Euler angles (rad); the quaternion is neither sent nor filled */
+    char work_frame[12]; /**< work frame name (10 characters read back) */
+    char tool_frame[12]; /**< tool frame name (10 characters read back) */
+    char time[50];       /**< "YYYY-MM-DD hh:mm:ss", stamped when stored */
 } kx_waypoint_t;
 
 /** One page of global waypoints. */
 typedef struct {
-    int page_num;
-    int page_size;
-    int total_size;
-    char vague_search[32];
-    int list_len;
-    kx_waypoint_t points_list[100];
+    int page_num;                   /**< not filled by the list call */
+    int page_size;                  /**< not filled by the list call */
+    int total_size;                 /**< waypoints matching in total */
+    char vague_search[32];          /**< not filled by the list call */
+    int list_len;                   /**< entries of points_list filled */
+    kx_waypoint_t points_list[100]; /**< the page's entries */
 } kx_waypoint_list_t;
 
 /* ---- local algorithms ------------------------------------------------- */

@@ -252,12 +252,16 @@ KX_API int kx_stop_set_force_sensor(kx_robot_handle* handle);
 /** Reads the one-axis (Fz) sensor, newtons. Blocks at most 500 ms.
  *  0 read; -1 unknown handle or send failure; -2 no reply; -3 undecodable; -4 the arm has no one-axis sensor (nothing sent). */
 KX_API int kx_get_Fz(kx_robot_handle* handle, kx_fz_data_t* data);
-/** Zeroes the one-axis sensor. Blocks at most 500 ms. 0 done; 1 refused; -1; -2 no reply; -3 undecodable. */
+/** Zeroes the one-axis sensor. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_clear_Fz(kx_robot_handle* handle);
-/** Automatic calibration of the one-axis sensor; blocking rule and codes as kx_set_force_sensor (30 s at most). */
+/** Starts the automatic calibration of the one-axis sensor. With block, waits up to 30 s for the outcome:
+ *  0 calibrated; 1 refused (for example no one-axis sensor); -2 no outcome within 30 s; -3 undecodable. Without
+ *  block, returns 0 about 10 ms after sending. -1 unknown handle or send failure. */
 KX_API int kx_auto_set_Fz(kx_robot_handle* handle, bool block);
-/** Manual calibration of the one-axis sensor from two poses (joint count angles each, degrees); blocking rule and
- *  codes as kx_set_force_sensor; -1 also when the joint count is not 6 or 7 or a pose is null. */
+/** Manual calibration of the one-axis sensor from two poses (the arm's joint count of angles each, degrees). With
+ *  block, waits up to 30 s: 0 calibrated; 1 refused; -2 no outcome within 30 s; -3 undecodable. Without block,
+ *  returns 0 about 10 ms after sending. -1 unknown handle, send failure, joint count not 6 or 7, a null pose or a
+ *  non-finite angle. */
 KX_API int kx_manual_set_Fz(kx_robot_handle* handle, float* joint1, float* joint2, bool block);
 
 /* ---- drag teaching and trajectory saving ------------------------------- */
@@ -265,16 +269,16 @@ KX_API int kx_manual_set_Fz(kx_robot_handle* handle, float* joint1, float* joint
 /** Starts drag teaching; trajectory_record 1 has the controller record the path. Blocks at most 500 ms.
  *  0 started; 1 refused; -1 unknown handle or send failure; -2 no reply; -3 undecodable. */
 KX_API int kx_start_drag_teach(kx_robot_handle* handle, int trajectory_record);
-/** Stops drag teaching. Blocks at most 500 ms. Codes as kx_start_drag_teach. */
+/** Stops drag teaching. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_stop_drag_teach(kx_robot_handle* handle);
-/** Starts multi-frame drag teaching in `mode`. Blocks at most 500 ms. Codes as kx_start_drag_teach. */
+/** Starts multi-frame drag teaching in `mode`. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_start_multi_drag_teach(kx_robot_handle* handle, int mode, int singular_wall);
 /** Starts multi-frame drag teaching with per-axis freedom; free_axes and singular_wall are sent only to six-axis
- *  force arms (a warning is logged otherwise). Blocks at most 500 ms. Codes as kx_start_drag_teach. */
+ *  force arms (a warning is logged otherwise). Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_start_multi_drag_teach_new(kx_robot_handle* handle, kx_multi_drag_teach_t teach_state);
-/** Sets the drag sensitivity grade. Blocks at most 1000 ms. 0 set; 1 refused; -1; -2 no reply; -3 undecodable. */
+/** Sets the drag sensitivity grade. Blocks at most 1000 ms. 0 set; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_set_drag_teach_sensitivity(kx_robot_handle* handle, int grade);
-/** Reads the drag sensitivity grade. Blocks at most 500 ms. 0 read; -1; -2 no reply; -3 undecodable. */
+/** Reads the drag sensitivity grade. Blocks at most 500 ms. 0 read; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_get_drag_teach_sensitivity(kx_robot_handle* handle, int* grade);
 /** Moves to the start of the recorded path. block 0 returns about 10 ms after sending (0 sent, -1 not sent);
  *  otherwise waits without time limit for the motion's end: 0 arrived; 1 the motion failed; -3 event undecodable;
@@ -284,11 +288,11 @@ KX_API int kx_drag_trajectory_origin(kx_robot_handle* handle, int block);
  *  waits while the replay runs and then up to 1 s for the verdict: 0 done; 1 refused; -1 send failure or unknown
  *  handle; -2 no verdict; -3 undecodable. */
 KX_API int kx_run_drag_trajectory(kx_robot_handle* handle, int timeout);
-/** Pauses the replay. Blocks at most 500 ms. 0; 1 refused; -1; -2 no reply; -3 undecodable. */
+/** Pauses the replay. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_pause_drag_trajectory(kx_robot_handle* handle);
-/** Continues a paused replay. Blocks at most 500 ms. Codes as kx_pause_drag_trajectory. */
+/** Continues a paused replay. Blocks at most 500 ms. 0 done; 1 refused (nothing replaying, or not paused); -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_continue_drag_trajectory(kx_robot_handle* handle);
-/** Stops the replay. Blocks at most 500 ms. Codes as kx_pause_drag_trajectory. */
+/** Stops the replay. Blocks at most 500 ms. 0 done; 1 refused (nothing replaying, or not paused); -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_stop_drag_trajectory(kx_robot_handle* handle);
 /** Saves the recorded path to `file_name` (one JSON point line per sample, CR LF ends); `*num` receives the number
  *  of points announced. One save at a time per process. Blocks 2 s plus the streaming time (threaded modes) or
@@ -303,17 +307,17 @@ KX_API int kx_save_trajectory(kx_robot_handle* handle, const char* file_name, in
  *  Blocks at most 500 ms. 0 started; 1 refused; -1 unknown handle, send failure or non-finite N; -2 no reply; -3 undecodable. */
 KX_API int kx_set_force_position(kx_robot_handle* handle, int sensor, int mode, int direction, float N);
 /** Starts static force-position control with per-axis parameters (forces ×10 then truncated, velocity limits ×1000).
- *  Blocks at most 500 ms. Codes as kx_set_force_position. */
+ *  Blocks at most 500 ms. 0 started; 1 refused; -1 unknown handle, send failure or a non-finite value; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_set_force_position_new(kx_robot_handle* handle, kx_force_position_t param);
-/** Ends static force-position control. Blocks at most 500 ms. 0; 1 refused; -1; -2 no reply; -3 undecodable. */
+/** Ends static force-position control. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_stop_force_position(kx_robot_handle* handle);
-/** Sets the force drag mode. Blocks at most 1000 ms. 0; 1 refused; -1; -2; -3; -4 the arm has no force sensor (nothing sent). */
+/** Sets the force drag mode. Blocks at most 1000 ms. 0 set; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable; -4 the arm has no force sensor (nothing sent). */
 KX_API int kx_set_force_drag_mode(kx_robot_handle* handle, int mode);
-/** Reads the force drag mode. Blocks at most 500 ms. 0; -1; -2; -3; -4 the arm has no force sensor (nothing sent). */
+/** Reads the force drag mode. Blocks at most 500 ms. 0 read; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable; -4 the arm has no force sensor (nothing sent). */
 KX_API int kx_get_force_drag_mode(kx_robot_handle* handle, int* mode);
-/** Enters force-position streaming. Blocks at most 500 ms. 0; 1 refused; -1; -2 no reply; -3 undecodable. */
+/** Enters force-position streaming. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_start_force_position_move(kx_robot_handle* handle);
-/** Leaves force-position streaming. Blocks at most 500 ms. Codes as kx_start_force_position_move. */
+/** Leaves force-position streaming. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_stop_force_position_move(kx_robot_handle* handle);
 /** Streams a joint target (joint count angles, degrees) with force (N, truncated then ×10). Never waits.
  *  0 sent; -1 unknown handle, send failure, null joint or joint count not 6 or 7. */
@@ -352,41 +356,42 @@ KX_API int countLinesInFile(const char* filename);
 
 /* ---- program library --------------------------------------------------- */
 
-/** Sets the planning speed ratio of the running program. Blocks at most 500 ms. 0; 1 refused; -1; -2 no reply; -3 undecodable. */
+/** Sets the planning speed ratio of the running program. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_set_plan_speed(kx_robot_handle* handle, int speed);
 /** Reads one page of the program library (at most 100 entries; vague_search null for all). Blocks at most 500 ms.
  *  0 read; -1 unknown handle, send failure or null record; -2 no reply; -3 undecodable. */
 KX_API int kx_get_program_trajectory_list(kx_robot_handle* handle, int page_num, int page_size,
                                           const char* vague_search, kx_program_trajectorys_t* trajectorys);
-/** Reads the program run state. Blocks at most 500 ms. 0; -1; -2 no reply; -3 undecodable. */
+/** Reads the program run state. Blocks at most 500 ms. 0 read; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_get_program_run_state(kx_robot_handle* handle, kx_program_run_state_t* run_state);
-/** Deletes stored program `id`. Blocks at most 500 ms. 0; 1 refused; -1; -2; -3. */
+/** Deletes stored program `id`. Blocks at most 500 ms. 0 done; 1 refused (for example no such program or waypoint); -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_delete_program_trajectory(kx_robot_handle* handle, int id);
-/** Renames and re-speeds stored program `id`. Blocks at most 500 ms. 0; 1 refused; -1; -2; -3. */
+/** Renames and re-speeds stored program `id`. Blocks at most 500 ms. 0 done; 1 refused (for example no such program or waypoint); -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_update_program_trajectory(kx_robot_handle* handle, int id, int speed, const char* name);
-/** Sets the program run by default. Blocks at most 500 ms. 0; 1 refused; -1; -2; -3. */
+/** Sets the program run by default. Blocks at most 500 ms. 0 done; 1 refused (for example no such program or waypoint); -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_set_default_run_program(kx_robot_handle* handle, int id);
-/** Reads the program run by default. Blocks at most 500 ms. 0; -1; -2; -3. */
+/** Reads the program run by default. Blocks at most 500 ms. 0 read; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_get_default_run_program(kx_robot_handle* handle, int* id);
 /** Starts stored program `id` (speed 0 keeps its own). block 0 returns the verdict; otherwise waits for its
  *  "program_run_finish" (single mode: block is the timeout in seconds; threaded modes: without limit).
- *  0 started / finished; 1 refused; -1; -2 no reply; -3 undecodable; -4 no finish message or another program finished. */
+ *  0 started (block 0) or finished; 1 refused (no such program, or one is running); -1 unknown handle or send
+ *  failure; -2 no reply to the start in time; -3 reply not decodable; -4 no finish message, or another program finished. */
 KX_API int kx_set_program_id_run(kx_robot_handle* handle, int id, int speed, int block);
 
 /* ---- global waypoints -------------------------------------------------- */
 
 /** Stores a global waypoint; its time is stamped with the local time. Blocks at most 500 ms.
- *  0; 1 refused; -1 unknown handle, send failure or joint count not 6 or 7; -2 no reply; -3 undecodable. */
+ *  0 stored; 1 refused (for example the name exists already, or does not exist for an update); -1 unknown handle, send failure, joint count not 6 or 7 or a non-finite value; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_add_global_waypoint(kx_robot_handle* handle, kx_waypoint_t waypoint);
-/** Replaces the global waypoint of the same name; codes as kx_add_global_waypoint. */
+/** Replaces the global waypoint of the same name; codes as kx_add_global_waypoint (1: no waypoint of that name). */
 KX_API int kx_update_global_waypoint(kx_robot_handle* handle, kx_waypoint_t waypoint);
-/** Deletes a global waypoint. Blocks at most 500 ms. 0; 1 refused; -1; -2; -3. */
+/** Deletes a global waypoint. Blocks at most 500 ms. 0 done; 1 refused (for example no such program or waypoint); -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_delete_global_waypoint(kx_robot_handle* handle, const char* point_name);
-/** Reads one global waypoint. Blocks at most 500 ms. 0; 1 no such waypoint; -1 unknown handle, send failure or joint
+/** Reads one global waypoint. Blocks at most 500 ms. 0 read; 1 no such waypoint; -1 unknown handle, send failure or joint
  *  count not 6 or 7; -2 no reply; -3 undecodable. */
 KX_API int kx_get_given_global_waypoint(kx_robot_handle* handle, const char* name, kx_waypoint_t* point);
 /** Reads one page of global waypoints (at most 100; vague_search null for all). Blocks at most 2000 ms.
- *  0; 1 refused; -1 unknown handle, send failure or joint count not 6 or 7; -2 no reply; -3 undecodable. */
+ *  0 stored; 1 refused (for example the name exists already, or does not exist for an update); -1 unknown handle, send failure, joint count not 6 or 7 or a non-finite value; -2 no reply in time; -3 reply not decodable. */
 KX_API int kx_get_global_waypoints_list(kx_robot_handle* handle, int page_num, int page_size,
                                         const char* vague_search, kx_waypoint_list_t* point_list);
 

@@ -199,7 +199,10 @@ struct Simulator::Impl {
                 consumed = loose_line(a.state, line, sim_now(), ack);
             }
             if (!ack.empty()) send_reply(a, "download_project", ack + "\r\n");
-            if (consumed) return;
+            if (consumed) {
+                kick();  // a complete upload may start a run
+                return;
+            }
         }
         cJSON* req = cJSON_ParseWithLength(line.data(), line.size());
         std::string cmd;

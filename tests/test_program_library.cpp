@@ -234,6 +234,15 @@ TEST_F(Library, WaypointsStoredListedAndUsedAsTargets) {
     ASSERT_EQ(0, kx_movej(h(), got.joint, 50, 0, 0, 1));
     EXPECT_NEAR(-15.0, sim->joints(0)[0], 1e-3);
 
+    /* A program line may name a waypoint as its target. */
+    const float home[7] = {};
+    ASSERT_EQ(0, kx_movej(h(), home, 50, 0, 0, 1));
+    const std::string prog = "{\"file\":6}\r\n{\"name\":\"Folder\",\"num\":1,\"type\":1,\"enabled\":true,\"parent_number\":0}\r\n"
+                             "{\"command\":\"movej\",\"v\":50,\"point_name\":\"P2\",\"r\":0,\"trajectory_connect\":0}\r\n";
+    int err_line = 0;
+    ASSERT_EQ(0, kx_send_project_lock(h(), prog.data(), static_cast<int>(prog.size()), &err_line));
+    EXPECT_TRUE(eventually([&] { return std::fabs(sim->joints(0)[0] + 15.0) < 1e-3 && !sim->moving(0); }));
+
     ASSERT_EQ(0, kx_delete_global_waypoint(h(), "P1"));
     EXPECT_EQ(R"({"command":"delete_global_waypoint","point_name":"P1"})", last_request());
     EXPECT_EQ(1, kx_delete_global_waypoint(h(), "P1"));

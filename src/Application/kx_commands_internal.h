@@ -42,16 +42,16 @@ KX_API int kx_movecmd_singlemode_parse(kx_robot_handle* handle, int block, int t
 
 /* ---- force, programs, waypoints ---- */
 
-/* "save_trajectory" reply: 0 (saving, *num and drag_teach_total_num set),
+/** "save_trajectory" reply: 0 (saving, *num and drag_teach_total_num set),
  * 1 (refused) or -3 (not JSON, no boolean "save_state", negative count). */
 KX_API int parse_kx_save_trajectory(const char* caller_function_name, const char* json_str, int* num);
 
-/* "get_program_run_state" reply: 0, or -3 without "run_state" or with a
+/** "get_program_run_state" reply: 0, or -3 without "run_state" or with a
  * loop member that is not an array. Loop arrays are cut at 100 entries. */
 KX_API int Parser_Get_Program_Run_State(const char* caller_function_name, const char* json_str,
                                         kx_program_run_state_t* run_state);
 
-/* "get_global_waypoints_list" reply for an arm of `dof` joints: 0, 1
+/** "get_global_waypoints_list" reply for an arm of `dof` joints: 0, 1
  * ("get_state" false) or -3. At most 100 entries are filled. */
 KX_API int parser_get_point_list(const char* caller_function_name, const char* json_str, int dof,
                                  kx_waypoint_list_t* point_list);
