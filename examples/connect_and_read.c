@@ -8,20 +8,11 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-#include "kx_interface.h"
+#include "example_connect.h"
 
 int main(int argc, char** argv) {
-    if (argc < 3) {
-        fprintf(stderr, "usage: %s IP PORT\n", argv[0]);
-        return 2;
-    }
-    kx_init(KX_DUAL_MODE_E);
-    kx_robot_handle* arm = kx_create_robot_arm(argv[1], atoi(argv[2]));
-    if (arm == NULL || arm->id < 0) {
-        fprintf(stderr, "could not connect to %s:%s\n", argv[1], argv[2]);
-        kx_destory();
-        return 1;
-    }
+    kx_robot_handle* arm = example_connect(argc, argv);
+    if (arm == NULL) return argc < 3 ? 2 : 1;
 
     kx_arm_software_version_t info;
     if (kx_get_arm_software_info(arm, &info) == 0)

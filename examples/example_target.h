@@ -18,8 +18,9 @@ struct ExampleTarget {
     kx_robot_handle* arm = nullptr;
 
     /* kx_init must have run. Returns false (after a message) when no arm
-     * could be connected. */
-    bool connect(int argc, char** argv, double time_scale) {
+     * could be connected. A built-in simulator plays `product` (model and
+     * edition, e.g. "BRIV-P"). */
+    bool connect(int argc, char** argv, double time_scale, const char* product = "AVEN-P") {
         std::string ip;
         int port = 0;
         if (argc >= 3) {
@@ -29,6 +30,7 @@ struct ExampleTarget {
             kxsim::Options o;
             o.time_scale = time_scale;
             o.push_enabled = false;
+            o.arms[0].product_version = product;
             sim = std::make_unique<kxsim::Simulator>(o);
             if (!sim->start()) {
                 std::fprintf(stderr, "the simulator did not start\n");
@@ -43,6 +45,11 @@ struct ExampleTarget {
             return false;
         }
         return true;
+    }
+
+    /* Moves the arm to `ready` (degrees, blocking) and reads its state there. */
+    bool start_at(const float ready[7], kx_current_arm_state_t& st) {
+        return kx_movej(arm, ready, 30, 0, 0, 1) == 0 && kx_get_current_arm_state(arm, &st) == 0;
     }
 
     /* Releases the library before the simulator goes away. */

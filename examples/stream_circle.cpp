@@ -20,10 +20,8 @@ int main(int argc, char** argv) {
     if (!target.connect(argc, argv, 1.0)) return target.finish(1);
     kx_robot_handle* arm = target.arm;
     const float ready[7] = {0, 20, 70, 0, 90, 0, 0};
-    if (kx_movej(arm, ready, 30, 0, 0, 1) != 0) return target.finish(1);
-
     kx_current_arm_state_t st;
-    if (kx_get_current_arm_state(arm, &st) != 0) return target.finish(1);
+    if (!target.start_at(ready, st)) return target.finish(1);
     const kx_pose_t centre = st.pose;
     const float radius = 0.03f;
     const int steps = 200; /* 2 s around */

@@ -338,7 +338,8 @@ struct Simulator::Impl {
                 {
                     std::lock_guard<std::mutex> l(a.mu);
                     a.state.advance(t, events);
-                    if (a.state.moving() || families_busy(a.state)) next = std::min(next, now + kMotionTick);
+                    if (a.state.moving() || a.state.effectors.busy() || families_busy(a.state))
+                        next = std::min(next, now + kMotionTick);
                     if (a.state.push.enable) {
                         const auto period = std::max<Clock::duration>(
                             std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double, std::milli>(
@@ -643,6 +644,37 @@ std::vector<int> Simulator::program_ids(int arm) const {
         for (const auto& entry : s.program.library) ids.push_back(entry.first);
         return ids;
     });
+}
+
+/* ---- peripherals, driven from outside ---- */
+
+namespace {
+bool set_input(ArmServer* a, int* inputs, int n, int channel, int value) {
+    if (!a || channel < 1 || channel > n || (value != 0 && value != 1)) return false;
+    inputs[channel - 1] = value;
+    return true;
+}
+}  // namespace
+
+bool Simulator::set_digital_input(int arm, int channel, int value) {
+    ArmServer* a = impl_->at(arm);
+    if (!a) return false;
+    std::lock_guard<std::mutex> l(a->mu);
+    return set_input(a, a->state.io.in, IoState::kChannels, channel, value);
+}
+
+bool Simulator::set_tool_digital_input(int arm, int channel, int value) {
+    ArmServer* a = impl_->at(arm);
+    if (!a) return false;
+    std::lock_guard<std::mutex> l(a->mu);
+    return set_input(a, a->state.io.tool_in, IoState::kToolChannels, channel, value);
+}
+
+void Simulator::set_gripper_object(int arm, int width) {
+    if (ArmServer* a = impl_->at(arm)) {
+        std::lock_guard<std::mutex> l(a->mu);
+        a->state.effectors.object_width = std::clamp(width, 0, 1000);
+    }
 }
 
 }  // namespace kxsim
