@@ -358,6 +358,119 @@ typedef struct {
     char ssid[32];
 } kx_wifi_net_t;
 
+/* ---- force sensing and drag teaching --------------------------------- */
+
+/** Six-axis force/torque readings: Fx, Fy, Fz in newtons, then Mx, My, Mz in newton-metres. */
+typedef struct {
+    float force_data[6];           /**< raw sensor values */
+    float zero_force_data[6];      /**< values after zeroing, in the sensor frame */
+    float work_zero_force_data[6]; /**< zeroed values in the work frame */
+    float tool_zero_force_data[6]; /**< zeroed values in the tool frame */
+} kx_force_data_t;
+
+/** One-axis (Fz) sensor readings, newtons. */
+typedef struct {
+    float Fz;           /**< raw value */
+    float zero_Fz;      /**< after zeroing, sensor frame */
+    float work_zero_Fz; /**< zeroed, work frame */
+    float tool_zero_Fz; /**< zeroed, tool frame */
+} kx_fz_data_t;
+
+/** Constraints of multi-frame drag teaching. */
+typedef struct {
+    int free_axes[6];  /**< one flag per Cartesian axis (x, y, z, rx, ry, rz); six-axis arms only */
+    int frame;         /**< reference frame of the constraint */
+    int singular_wall; /**< six-axis arms only */
+} kx_multi_drag_teach_t;
+
+/** Static force-position control parameters. */
+typedef struct {
+    int sensor;             /**< sensor used for the control (the controller's numbering) */
+    int mode;               /**< reference frame of the control (the controller's numbering) */
+    int control_mode[6];    /**< per Cartesian axis (x, y, z, rx, ry, rz): 0 position, otherwise force controlled */
+    float desired_force[6]; /**< per axis: N for x, y, z; N·m for rx, ry, rz */
+    float limit_vel[6];     /**< per axis speed limit while force controlled (m/s, rad/s) */
+} kx_force_position_t;
+
+/** One streamed force-position target. */
+typedef struct {
+    int flag;               /**< 0: joint target, otherwise Cartesian target */
+    kx_pose_t pose;         /**< Cartesian target: position (m), quaternion or Euler angles (rad) */
+    float joint[7];         /**< joint target, degrees (the arm's joint count used) */
+    int sensor;             /**< sensor used for the control */
+    int mode;               /**< reference frame of the control */
+    bool follow;            /**< follow mode flag */
+    int control_mode[6];    /**< per Cartesian axis: 0 position, otherwise force controlled */
+    float desired_force[6]; /**< per axis, N or N·m (never sent by kx_force_position_move) */
+    float limit_vel[6];     /**< per axis speed limit while force controlled */
+    int trajectory_mode;    /**< the controller's trajectory mode 0, 1 or 2 */
+    int radio;              /**< smoothing coefficient; range depends on trajectory_mode */
+} kx_force_position_move_t;
+
+/* ---- programs and waypoints ------------------------------------------- */
+
+/** A program upload (passed by value). */
+typedef struct {
+    char project_path[300]; /**< file on this machine; on return the program name that was announced */
+    int project_path_len;   /**< characters of project_path to use */
+    int plan_speed;         /**< planning speed ratio */
+    int only_save;          /**< 0 run, 1 only save on the controller */
+    int save_id;            /**< program slot on the controller */
+    int step_flag;          /**< step mode */
+    int auto_start;         /**< not sent */
+    int project_type;       /**< 0 program file; non-zero drag-teach trajectory file to convert first */
+} kx_send_project_t;
+
+/** One entry of the controller's program library. */
+typedef struct {
+    int id;                   /**< library number */
+    int size;                 /**< program size, bytes */
+    int speed;                /**< planning speed ratio, percent */
+    char trajectory_name[32]; /**< program name */
+} kx_trajectory_data_t;
+
+/** One page of the program library. */
+typedef struct {
+    int page_num;                              /**< page returned */
+    int page_size;                             /**< entries per page */
+    int list_size;                             /**< programs matching in total */
+    char vague_search[32];                     /**< the search text echoed (filled only when one was given) */
+    kx_trajectory_data_t trajectory_list[100]; /**< the page's entries */
+} kx_program_trajectorys_t;
+
+/** State of the program being run. */
+typedef struct {
+    int run_state;      /**< 0 idle, 1 running, other values the controller's */
+    int id;             /**< program running */
+    int edit_id;        /**< program being edited */
+    int plan_num;       /**< line being executed */
+    int total_loop;     /**< entries of loop_num */
+    int step_mode;      /**< 1 when running step by step */
+    int plan_speed;     /**< planning speed ratio, percent */
+    int loop_num[100];  /**< iterations of each loop */
+    int loop_cont[100]; /**< iterations done of each loop */
+} kx_program_run_state_t;
+
+/** A global waypoint. */
+typedef struct {
+    char point_name[20]; /**< waypoint name (16 characters read back) */
+    float joint[7];      /**< degrees, the arm's joint count used */
+    kx_pose_t pose;      /**< position (m) and Euler angles (rad); the quaternion is neither sent nor filled */
+    char work_frame[12]; /**< work frame name (10 characters read back) */
+    char tool_frame[12]; /**< tool frame name (10 characters read back) */
+    char time[50];       /**< "YYYY-MM-DD hh:mm:ss", stamped when stored */
+} kx_waypoint_t;
+
+/** One page of global waypoints. */
+typedef struct {
+    int page_num;                   /**< not filled by the list call */
+    int page_size;                  /**< not filled by the list call */
+    int total_size;                 /**< waypoints matching in total */
+    char vague_search[32];          /**< not filled by the list call */
+    int list_len;                   /**< entries of points_list filled */
+    kx_waypoint_t points_list[100]; /**< the page's entries */
+} kx_waypoint_list_t;
+
 /* ---- peripherals: controller and tool I/O --------------------------- */
 
 /** Mode of one controller I/O channel. */

@@ -229,6 +229,173 @@ KX_API kx_pose_t kx_algo_pose_move(kx_robot_handle* handle, kx_pose_t poseCurren
 KX_API kx_dh_t kx_algo_get_dh(void);
 KX_API void kx_algo_set_dh(kx_dh_t dh);
 
+/* ---- force sensor data and calibration --------------------------------- */
+
+/** Reads the six-axis force sensor: raw, zeroed, work-frame and tool-frame values (N, N·m; 6 each).
+ *  Blocks at most 500 ms. 0 read; -1 unknown handle or send failure; -2 no reply; -3 reply not decodable. */
+KX_API int kx_get_force_data(kx_robot_handle* handle, kx_force_data_t* data);
+/** Zeroes the six-axis force sensor. Blocks at most 500 ms.
+ *  0 done; 1 refused (for example no six-axis sensor); -1 unknown handle or send failure; -2 no reply; -3 undecodable reply. */
+KX_API int kx_clear_force_data(kx_robot_handle* handle);
+/** Starts the automatic calibration of the six-axis sensor. With block, waits up to 30 s for the outcome:
+ *  0 calibrated; 1 refused; -2 no outcome within 30 s; -3 undecodable. Without block, returns 0 about 10 ms
+ *  after sending. -1 unknown handle or send failure. */
+KX_API int kx_set_force_sensor(kx_robot_handle* handle, bool block);
+/** Sends calibration pose `count` (1..4) of a manual six-axis calibration; `joint` holds the arm's joint count of
+ *  angles in degrees. Only pose 4 with block waits, up to 30 s. 0 sent (or calibrated); 1 refused; -1 unknown
+ *  handle, send failure, joint count not 6 or 7 or null joint; -2 no outcome within 30 s; -3 undecodable;
+ *  -4 count outside 1..4 (nothing sent). */
+KX_API int kx_manual_set_force(kx_robot_handle* handle, int count, float* joint, bool block);
+/** Stops a running sensor calibration. Blocks at most 500 ms.
+ *  0 stopped; 1 refused; -1 unknown handle or send failure; -2 no reply; -3 undecodable. */
+KX_API int kx_stop_set_force_sensor(kx_robot_handle* handle);
+/** Reads the one-axis (Fz) sensor, newtons. Blocks at most 500 ms.
+ *  0 read; -1 unknown handle or send failure; -2 no reply; -3 undecodable; -4 the arm has no one-axis sensor (nothing sent). */
+KX_API int kx_get_Fz(kx_robot_handle* handle, kx_fz_data_t* data);
+/** Zeroes the one-axis sensor. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_clear_Fz(kx_robot_handle* handle);
+/** Starts the automatic calibration of the one-axis sensor. With block, waits up to 30 s for the outcome:
+ *  0 calibrated; 1 refused (for example no one-axis sensor); -2 no outcome within 30 s; -3 undecodable. Without
+ *  block, returns 0 about 10 ms after sending. -1 unknown handle or send failure. */
+KX_API int kx_auto_set_Fz(kx_robot_handle* handle, bool block);
+/** Manual calibration of the one-axis sensor from two poses (the arm's joint count of angles each, degrees). With
+ *  block, waits up to 30 s: 0 calibrated; 1 refused; -2 no outcome within 30 s; -3 undecodable. Without block,
+ *  returns 0 about 10 ms after sending. -1 unknown handle, send failure, joint count not 6 or 7, a null pose or a
+ *  non-finite angle. */
+KX_API int kx_manual_set_Fz(kx_robot_handle* handle, float* joint1, float* joint2, bool block);
+
+/* ---- drag teaching and trajectory saving ------------------------------- */
+
+/** Starts drag teaching; trajectory_record 1 has the controller record the path. Blocks at most 500 ms.
+ *  0 started; 1 refused; -1 unknown handle or send failure; -2 no reply; -3 undecodable. */
+KX_API int kx_start_drag_teach(kx_robot_handle* handle, int trajectory_record);
+/** Stops drag teaching. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_stop_drag_teach(kx_robot_handle* handle);
+/** Starts multi-frame drag teaching in `mode`. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_start_multi_drag_teach(kx_robot_handle* handle, int mode, int singular_wall);
+/** Starts multi-frame drag teaching with per-axis freedom; free_axes and singular_wall are sent only to six-axis
+ *  force arms (a warning is logged otherwise). Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_start_multi_drag_teach_new(kx_robot_handle* handle, kx_multi_drag_teach_t teach_state);
+/** Sets the drag sensitivity grade. Blocks at most 1000 ms. 0 set; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_set_drag_teach_sensitivity(kx_robot_handle* handle, int grade);
+/** Reads the drag sensitivity grade. Blocks at most 500 ms. 0 read; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_get_drag_teach_sensitivity(kx_robot_handle* handle, int* grade);
+/** Moves to the start of the recorded path. block 0 returns about 10 ms after sending (0 sent, -1 not sent);
+ *  otherwise waits without time limit for the motion's end: 0 arrived; 1 the motion failed; -3 event undecodable;
+ *  -4 another device's motion ended; a failing trajectory query's own code; in single mode -3. */
+KX_API int kx_drag_trajectory_origin(kx_robot_handle* handle, int block);
+/** Replays the recorded path. timeout 0: returns 0 once sent. Otherwise (seconds): the call pauses `timeout` s,
+ *  waits while the replay runs and then up to 1 s for the verdict: 0 done; 1 refused; -1 send failure or unknown
+ *  handle; -2 no verdict; -3 undecodable. */
+KX_API int kx_run_drag_trajectory(kx_robot_handle* handle, int timeout);
+/** Pauses the replay. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_pause_drag_trajectory(kx_robot_handle* handle);
+/** Continues a paused replay. Blocks at most 500 ms. 0 done; 1 refused (nothing replaying, or not paused); -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_continue_drag_trajectory(kx_robot_handle* handle);
+/** Stops the replay. Blocks at most 500 ms. 0 done; 1 refused (nothing replaying, or not paused); -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_stop_drag_trajectory(kx_robot_handle* handle);
+/** Saves the recorded path to `file_name` (one JSON point line per sample, CR LF ends); `*num` receives the number
+ *  of points announced. One save at a time per process. Blocks 2 s plus the streaming time (threaded modes) or
+ *  until 2 s of silence after the last point (single mode). 0 saved; 1 refused; -1 send failure or unknown
+ *  handle; -2 no reply; -3 undecodable reply or negative count; -4 the file could not be opened; -6 no point
+ *  within 2 s, a malformed point, or (single mode) the file was closed meanwhile. */
+KX_API int kx_save_trajectory(kx_robot_handle* handle, const char* file_name, int* num);
+
+/* ---- force-position control ------------------------------------------- */
+
+/** Starts static force-position control along `direction` with force N (newtons; truncated, then ×10 on the wire).
+ *  Blocks at most 500 ms. 0 started; 1 refused; -1 unknown handle, send failure or non-finite N; -2 no reply; -3 undecodable. */
+KX_API int kx_set_force_position(kx_robot_handle* handle, int sensor, int mode, int direction, float N);
+/** Starts static force-position control with per-axis parameters (forces ×10 then truncated, velocity limits ×1000).
+ *  Blocks at most 500 ms. 0 started; 1 refused; -1 unknown handle, send failure or a non-finite value; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_set_force_position_new(kx_robot_handle* handle, kx_force_position_t param);
+/** Ends static force-position control. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_stop_force_position(kx_robot_handle* handle);
+/** Sets the force drag mode. Blocks at most 1000 ms. 0 set; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable; -4 the arm has no force sensor (nothing sent). */
+KX_API int kx_set_force_drag_mode(kx_robot_handle* handle, int mode);
+/** Reads the force drag mode. Blocks at most 500 ms. 0 read; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable; -4 the arm has no force sensor (nothing sent). */
+KX_API int kx_get_force_drag_mode(kx_robot_handle* handle, int* mode);
+/** Enters force-position streaming. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_start_force_position_move(kx_robot_handle* handle);
+/** Leaves force-position streaming. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_stop_force_position_move(kx_robot_handle* handle);
+/** Streams a joint target (joint count angles, degrees) with force (N, truncated then ×10). Never waits.
+ *  0 sent; -1 unknown handle, send failure, null joint or joint count not 6 or 7. */
+KX_API int kx_force_position_move_joint(kx_robot_handle* handle, const float* joint, int sensor, int mode, int dir,
+                                        float force, bool follow);
+/** Streams a Cartesian target: "pose_quat" when the quaternion is nearly unit, else position and Euler angles.
+ *  Never waits. 0 sent; -1 unknown handle or send failure. */
+KX_API int kx_force_position_move_pose(kx_robot_handle* handle, kx_pose_t pose, int sensor, int mode, int dir,
+                                       float force, bool follow);
+/** Streams one full force-position target (joint when param.flag is 0, else Cartesian); an out-of-range radio only
+ *  warns. Never waits. 0 sent; -1 unknown handle, send failure or joint count not 6 or 7. */
+KX_API int kx_force_position_move(kx_robot_handle* handle, kx_force_position_move_t param);
+
+/* ---- program upload and run -------------------------------------------- */
+
+/** Uploads a program file (or, with project_type set, converts a drag-teach trajectory file into one first, saved
+ *  beside it under a time-stamped name) in 100-byte chunks paced 2 ms apart, and has the controller run or save it.
+ *  Blocks 500 ms for the announcement, 2 ms per chunk, then up to 2 s for the acknowledgement. `*err_line` gets the
+ *  refused line number, or -1 when accepted. 0 accepted; 1 refused; -1 unknown handle or announcement not sent;
+ *  -2 no reply; -3 undecodable reply; -5 the local file could not be opened, sized, allocated or read.
+ *  A missing trajectory file ends the process with status 1 (see countLinesInFile). */
+KX_API int kx_send_project(kx_robot_handle* handle, kx_send_project_t project, int* err_line);
+/** Sends program text held in memory (data_len bytes, 10-byte pieces, no announcement) and waits up to 10 s for
+ *  the acknowledgement. Codes and err_line as kx_send_project (no -5). */
+KX_API int kx_send_project_lock(kx_robot_handle* handle, const char* data, int data_len, int* err_line);
+/** Announces a program of file_size bytes named project.project_path. Blocks at most 500 ms.
+ *  0 accepted; 1 refused; -1 unknown handle or send failure; -2 no reply; -3 undecodable. */
+KX_API int kx_run_project(kx_robot_handle* handle, kx_send_project_t project, int file_size);
+/** The local time as "hh_mm_ss" in a static buffer shared by all callers. Never fails. */
+KX_API char* kx_get_cur_times(void);
+/** Writes the program file project_path from the drag-teach trajectory file file_path (two header lines, then the
+ *  points). Reports failures on standard output and returns; ends the process (status 1) when file_path cannot be opened. */
+KX_API void add_lines_to_file(kx_robot_handle* handle, const char* file_path, const char* project_path);
+/** Number of 1024-byte line reads of a text file. Ends the whole process with exit status 1 when the file cannot be opened. */
+KX_API int countLinesInFile(const char* filename);
+
+/* ---- program library --------------------------------------------------- */
+
+/** Sets the planning speed ratio of the running program. Blocks at most 500 ms. 0 done; 1 refused; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_set_plan_speed(kx_robot_handle* handle, int speed);
+/** Reads one page of the program library (at most 100 entries; vague_search null for all). Blocks at most 500 ms.
+ *  0 read; -1 unknown handle, send failure or null record; -2 no reply; -3 undecodable. */
+KX_API int kx_get_program_trajectory_list(kx_robot_handle* handle, int page_num, int page_size,
+                                          const char* vague_search, kx_program_trajectorys_t* trajectorys);
+/** Reads the program run state. Blocks at most 500 ms. 0 read; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_get_program_run_state(kx_robot_handle* handle, kx_program_run_state_t* run_state);
+/** Deletes stored program `id`. Blocks at most 500 ms. 0 done; 1 refused (for example no such program or waypoint); -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_delete_program_trajectory(kx_robot_handle* handle, int id);
+/** Renames and re-speeds stored program `id`. Blocks at most 500 ms. 0 done; 1 refused (for example no such program or waypoint); -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_update_program_trajectory(kx_robot_handle* handle, int id, int speed, const char* name);
+/** Sets the program run by default. Blocks at most 500 ms. 0 done; 1 refused (for example no such program or waypoint); -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_set_default_run_program(kx_robot_handle* handle, int id);
+/** Reads the program run by default. Blocks at most 500 ms. 0 read; -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_get_default_run_program(kx_robot_handle* handle, int* id);
+/** Starts stored program `id` (speed 0 keeps its own). block 0 returns the verdict; otherwise waits for its
+ *  "program_run_finish" (single mode: block is the timeout in seconds; threaded modes: without limit).
+ *  0 started (block 0) or finished; 1 refused (no such program, or one is running); -1 unknown handle or send
+ *  failure; -2 no reply to the start in time; -3 reply not decodable; -4 no finish message, or another program finished. */
+KX_API int kx_set_program_id_run(kx_robot_handle* handle, int id, int speed, int block);
+
+/* ---- global waypoints -------------------------------------------------- */
+
+/** Stores a global waypoint; its time is stamped with the local time. Blocks at most 500 ms.
+ *  0 stored; 1 refused (for example the name exists already, or does not exist for an update); -1 unknown handle, send failure, joint count not 6 or 7 or a non-finite value; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_add_global_waypoint(kx_robot_handle* handle, kx_waypoint_t waypoint);
+/** Replaces the global waypoint of the same name; codes as kx_add_global_waypoint (1: no waypoint of that name). */
+KX_API int kx_update_global_waypoint(kx_robot_handle* handle, kx_waypoint_t waypoint);
+/** Deletes a global waypoint. Blocks at most 500 ms. 0 done; 1 refused (for example no such program or waypoint); -1 unknown handle or send failure; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_delete_global_waypoint(kx_robot_handle* handle, const char* point_name);
+/** Reads one global waypoint. Blocks at most 500 ms. 0 read; 1 no such waypoint; -1 unknown handle, send failure or joint
+ *  count not 6 or 7; -2 no reply; -3 undecodable. */
+KX_API int kx_get_given_global_waypoint(kx_robot_handle* handle, const char* name, kx_waypoint_t* point);
+/** Reads one page of global waypoints (at most 100; vague_search null for all). Blocks at most 2000 ms.
+ *  0 read; 1 refused ("get_state" false, for example a bad page); -1 unknown handle, send failure or joint count
+ *  not 6 or 7; -2 no reply in time; -3 reply not decodable. */
+KX_API int kx_get_global_waypoints_list(kx_robot_handle* handle, int page_num, int page_size,
+                                        const char* vague_search, kx_waypoint_list_t* point_list);
+
 /* ---- peripherals: controller and tool I/O ---------------------------
  * One request, one reply, 500 ms (m_nOutTime) unless stated. Results: 0 done,
  * 1 refused (or a rejected argument where stated), -1 unknown handle, null

@@ -1,4 +1,5 @@
 // kx_sim: serves simulated arm controllers on loopback until SIGINT/SIGTERM.
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -38,6 +39,12 @@ const char kHelp[] =
     "                       anything outside 127.0.0.0/8 is sent to 127.0.0.1)\n"
     "  --udp-port P         initial realtime push port (default 8089)\n"
     "  --no-push            start with realtime push disabled\n"
+    "  --push FX,FY,FZ[,MX,MY,MZ]  external wrench on every arm's tool (N, N m,\n"
+    "                       base frame), felt by the force sensor\n"
+    "  --surface Z          height (m, base frame) of the stiff surface that\n"
+    "                       force-position control presses against (default: at the tool)\n"
+    "  --hand R1,R2,...     joint rates (deg/s) at which the operator's hand moves\n"
+    "                       the arm while drag teaching\n"
     "  --grip-object W      width (gripper position 1..1000) of an object between\n"
     "                       every gripper's fingers; 0 = nothing (default)\n"
     "  --stdin-commands     read the lines below from standard input while running\n"
@@ -64,6 +71,19 @@ bool one_of(const std::string& s, const char* const (&names)[N]) {
     for (const char* n : names)
         if (s == n) return true;
     return false;
+}
+
+/* A comma-separated list of at most `max_n` finite numbers. */
+bool to_list(const std::string& s, size_t max_n, std::vector<double>& out) {
+    out.clear();
+    std::stringstream ss(s);
+    for (std::string item; std::getline(ss, item, ',');) {
+        char* end = nullptr;
+        const double v = std::strtod(item.c_str(), &end);
+        if (item.empty() || *end || !std::isfinite(v)) return false;
+        out.push_back(v);
+    }
+    return !out.empty() && out.size() <= max_n;
 }
 
 bool to_int(const std::string& s, int lo, int hi, int& out) {
@@ -119,6 +139,7 @@ int main(int argc, char** argv) {
     int arms = 1;
     std::vector<std::string> models{"AVEN"}, editions{"P"}, ports{"8080"};
     kxsim::Options opt;
+    std::vector<double> push, hand, surface;
     int grip_object = 0;
     bool stdin_commands = false;
     for (int i = 1; i < argc; ++i) {
@@ -140,7 +161,8 @@ int main(int argc, char** argv) {
             continue;
         }
         static const char* const kWithValue[] = {"--arms",       "--model",  "--edition", "--port",
-                                                 "--time-scale", "--udp-ip", "--udp-port", "--grip-object"};
+                                                 "--time-scale", "--udp-ip", "--udp-port", "--grip-object",
+                                                 "--push",       "--surface", "--hand"};
         if (!one_of(a, kWithValue)) return usage("unknown option " + a);
         if (i + 1 >= argc) return usage("missing value for " + a);
         const std::string v = argv[++i];
@@ -163,6 +185,12 @@ int main(int argc, char** argv) {
             char* end = nullptr;
             opt.time_scale = std::strtod(v.c_str(), &end);
             if (*end || !(opt.time_scale > 0)) return usage("bad --time-scale");
+        } else if (a == "--push") {
+            if (!to_list(v, 6, push)) return usage("--push takes up to six numbers");
+        } else if (a == "--hand") {
+            if (!to_list(v, 7, hand)) return usage("--hand takes up to seven joint rates");
+        } else if (a == "--surface") {
+            if (!to_list(v, 1, surface)) return usage("bad --surface");
         } else if (a == "--udp-ip") {
             opt.udp_ip = v;
         } else if (a == "--grip-object") {
@@ -193,7 +221,12 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "kx_sim: cannot listen on the requested ports: %s\n", std::strerror(errno));
         return 1;
     }
-    for (int k = 0; k < sim.arm_count(); ++k) sim.set_gripper_object(k, grip_object);
+    for (int k = 0; k < sim.arm_count(); ++k) {
+        sim.set_gripper_object(k, grip_object);
+        if (!push.empty()) sim.set_external_force(k, push);
+        if (!hand.empty()) sim.set_hand_motion(k, hand);
+        if (!surface.empty()) sim.set_surface_height(k, surface[0]);
+    }
     for (int k = 0; k < sim.arm_count(); ++k)
         std::printf("arm %d listening on %s:%d model %s\n", k + 1, sim.host(k).c_str(), sim.port(k),
                     sim.product_version(k).c_str());

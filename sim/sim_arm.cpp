@@ -435,6 +435,7 @@ void ArmState::advance(double now, Events& out) {
             if (done) end_segment(!seg.braking && s >= 1.0, out);
         }
     }
+    advance_families(*this, dt, out);
     for (int i = 0; i < dof; ++i) {
         odom[i] += std::fabs(q[i] - before[i]);
         qd[i] = (q[i] - before[i]) / dt;
@@ -463,6 +464,7 @@ void ArmState::step_teach(double dt) {
 void ArmState::stop(bool slow, double now, Events& out) {
     advance(now, out);
     teach = Teach{};
+    stop_program(*this, out);
     if (!running()) {
         queue.clear();
         paused = false;
@@ -568,6 +570,10 @@ std::string handle_request(ArmState& arm, const cJSON* req, double now, Events& 
         add_system_commands(t);
         add_push_commands(t);
         add_dh_commands(t);
+        add_force_commands(t);
+        add_drag_commands(t);
+        add_program_commands(t);
+        add_waypoint_commands(t);
         add_io_commands(t);
         add_modbus_commands(t);
         add_effector_commands(t);

@@ -9,6 +9,7 @@
 #include <cjson/cJSON.h>
 
 #include <array>
+#include <cmath>
 #include <deque>
 #include <functional>
 #include <map>
@@ -84,6 +85,76 @@ struct Event {
     bool motion_end = false;
 };
 using Events = std::vector<Event>;
+
+/* ---- force sensing, drag teaching, programs, waypoints ---- */
+
+enum Edition { kEditionP = 0, kEditionQA = 1, kEditionQS = 2 };
+
+/* The force sensor and force-position control. Wrenches are
+ * [Fx, Fy, Fz (N), Mx, My, Mz (N m)]. */
+struct ForceState {
+    std::array<double, 6> push{};   /* scripted external wrench on the tool, base frame */
+    std::array<double, 6> offset{}; /* subtracted from the raw reading by zeroing */
+    double surface_z = NAN;         /* stiff surface height in the base frame (m); NaN: right at the tool */
+    bool holding = false;           /* force-position control holds target along the tool axes */
+    std::array<double, 6> target{}; /* commanded contact wrench, tool frame */
+    std::array<double, 6> contact{};/* contact wrench reached so far */
+    bool streaming = false;         /* Start_Force_Position_Move .. Stop */
+    int drag_mode = 0;
+    int manual_poses = 0;           /* manual calibration poses received */
+};
+
+/* Drag teaching: the operator's hand moves the arm while the controller
+ * records its joints at the record cycle; a save streams them back. */
+struct DragState {
+    bool teaching = false;
+    bool recording = false;
+    double next_sample = 0;          /* simulated seconds */
+    std::vector<WireJoints> path;    /* the recorded path, wire units */
+    std::vector<double> hand_rate;   /* the hand's joint rates while teaching, deg/s */
+    int sensitivity = 50;
+    std::deque<std::string> outgoing;/* point lines of a save still to send */
+    double next_line = 0;
+    int silence_after = -1;          /* next save: stop streaming after this many points */
+    int malformed_at = -1;           /* next save: this point (1-based) is malformed */
+};
+
+/* A stored or uploaded program: its lines after the header. */
+struct Program {
+    std::string name;
+    std::vector<std::string> lines;
+    int speed = 100;
+    int size = 0; /* bytes uploaded */
+};
+
+struct ProgramState {
+    /* an announced upload in progress */
+    long upload_left = -1; /* bytes still expected; -1 none */
+    std::string upload;
+    std::string upload_name;
+    int upload_speed = 100, upload_step = 0, upload_only_save = 0, upload_id = 0;
+    /* an unannounced (in-memory) upload: lines until the folder's count is reached */
+    bool loose = false;
+    int loose_left = -1;
+    std::string last_upload; /* raw bytes of the last upload, for tests */
+    std::map<int, Program> library;
+    int default_id = 0;
+    /* the run */
+    int run_state = 0; /* 0 idle, 1 running, 2 paused */
+    int run_id = 0;
+    Program run;
+    size_t next = 0;   /* index of the next line */
+    bool step_mode = false;
+    bool line_busy = false;
+    int plan_speed = 100;
+    int fail_at = -1;  /* injected: the next run fails at this program line (1-based, header included) */
+};
+
+struct Waypoint {
+    std::string name, work, tool, time;
+    std::vector<int> joint; /* wire units */
+    int pose[6] = {};
+};
 
 /* ---- peripherals (one state struct per family) ---- */
 
@@ -181,7 +252,7 @@ struct ArmState {
      * per joint alpha deg x 1000, a m x 1e6, d m x 1e6, offset deg x 1000 */
     std::array<std::array<int, 4>, kMaxJoints> dh{};
     int dof = 6;
-    int edition = 0; /* 0 P, 1 QA (six-axis sensor), 2 QS (one-axis sensor) */
+    int edition = 0; /* 0 P (no sensor), 1 QA (one-axis Fz sensor), 2 QS (six-axis sensor) */
 
     /* ---- joints and limits (wire units) ---- */
     Joints q{}, qd{}; /* degrees, degrees per second */
@@ -222,6 +293,12 @@ struct ArmState {
     double stream_until = -1;
     const char* stream_status = "idle";
     double last_end_sim = -1;
+
+    /* ---- force, drag teaching, programs, waypoints ---- */
+    ForceState force;
+    DragState drag;
+    ProgramState program;
+    std::vector<Waypoint> waypoints;
 
     /* Loads the product's model (name substring and "-P"/"-QA"/"-QS"
      * edition); an unknown model keeps the current kinematics. */
@@ -343,6 +420,31 @@ void add_zone_commands(CommandTable& t);
 /* Whether a planned motion keeps the tool point clear of every enabled
  * zone; otherwise the zone's error is raised and false returned. */
 bool zones_allow(ArmState& arm, const Segment& seg);
+
+void add_force_commands(CommandTable& t);
+void add_drag_commands(CommandTable& t);
+void add_program_commands(CommandTable& t);
+void add_waypoint_commands(CommandTable& t);
+
+/* Force, drag teaching and programs in simulated time: the hand motion and
+ * recording, a save's point stream, the force reached on contact and the
+ * running program. Called at the end of every advance. */
+void advance_families(ArmState& arm, double dt, Events& out);
+void advance_force(ArmState& arm, double dt);
+void advance_drag(ArmState& arm, double dt, Events& out);
+void advance_program(ArmState& arm, Events& out);
+/* Whether those need the clock to tick although no motion runs. */
+bool families_busy(const ArmState& arm);
+/* A stop ends a running program. */
+void stop_program(ArmState& arm, Events& out);
+/* Raw bytes of an announced program upload: consumes what belongs to it and
+ * sets `reply` ("download_project") when it is complete. */
+size_t take_upload(ArmState& arm, const char* data, size_t n, double now, std::string& reply);
+/* A line of an unannounced upload (one begins with a {"file":...} line):
+ * true when consumed; `reply` is set when the upload is complete. */
+bool loose_line(ArmState& arm, const std::string& line, double now, std::string& reply);
+/* Raw and zeroed sensor wrench, sensor frame (N, N m). */
+void sensor_wrench(const ArmState& arm, double raw[6], double zeroed[6]);
 
 /* Answers one request object; returns the reply text (empty: no reply).
  * Events raised meanwhile are appended to `events`. */

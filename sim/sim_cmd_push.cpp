@@ -106,12 +106,18 @@ std::string build_datagram(const ArmState& a, const bool* custom) {
 
     add_ints(root, "err", a.error_list());
 
-    if (a.edition != 0) {
-        // The sensor feels the payload's weight along its z axis.
-        const size_t axes = a.edition == 1 ? 6 : 1;
+    if (a.edition != kEditionP) {
+        // A QS arm carries a six-axis sensor, a QA arm a one-axis (Fz) sensor.
+        const bool six = a.edition == kEditionQS;
+        const size_t axes = six ? 6 : 1;
+        double raw[6], zeroed[6];
+        sensor_wrench(a, raw, zeroed);
         int force[6] = {}, zero[6] = {};
-        force[axes == 6 ? 2 : 0] = -to_wire(a.current_tool()->payload / 1000.0 * 9.81, 1000);
-        cJSON* fs = add_object(root, a.edition == 1 ? "six_force_sensor" : "one_force_sensor");
+        for (size_t i = 0; i < axes; ++i) {
+            force[i] = to_wire(raw[six ? i : 2], 1000);
+            zero[i] = to_wire(zeroed[six ? i : 2], 1000);
+        }
+        cJSON* fs = add_object(root, six ? "six_force_sensor" : "one_force_sensor");
         add_ints(fs, "force", force, axes);
         add_ints(fs, "zero_force", zero, axes);
         add_int(fs, "coordinate", a.push.force_coordinate);

@@ -225,6 +225,19 @@ struct Simulator::Impl {
             a.received.push_back(line);
         }
         a.rcv.notify_all();
+        {
+            std::string ack;
+            bool consumed;
+            {
+                std::lock_guard<std::mutex> l(a.mu);
+                consumed = loose_line(a.state, line, sim_now(), ack);
+            }
+            if (!ack.empty()) send_reply(a, "download_project", ack + "\r\n");
+            if (consumed) {
+                kick();  // a complete upload may start a run
+                return;
+            }
+        }
         cJSON* req = cJSON_ParseWithLength(line.data(), line.size());
         std::string cmd;
         if (cJSON_IsObject(req) && cJSON_IsString(cJSON_GetObjectItemCaseSensitive(req, "command")))
@@ -248,9 +261,24 @@ struct Simulator::Impl {
         kick();
     }
 
+    size_t divert_upload(ArmServer& a, const char* data, size_t n) {
+        std::string ack;
+        size_t used;
+        {
+            std::lock_guard<std::mutex> l(a.mu);
+            used = take_upload(a.state, data, n, sim_now(), ack);
+        }
+        if (!ack.empty()) send_reply(a, "download_project", ack + "\r\n");
+        if (used) kick();
+        return used;
+    }
+
     /* Cuts the stream at "\r\n"; a line longer than kMaxLine is dropped and
      * the stream picks up again after its terminator. */
     void feed(ArmServer& a, const char* data, size_t n) {
+        const size_t raw = divert_upload(a, data, n);  // program bytes are not request lines
+        data += raw;
+        n -= raw;
         a.inbuf.append(data, n);
         size_t start = 0;
         for (;;) {
@@ -344,7 +372,8 @@ struct Simulator::Impl {
                 {
                     std::lock_guard<std::mutex> l(a.mu);
                     a.state.advance(t, events);
-                    if (a.state.moving() || a.state.effectors.busy()) next = std::min(next, now + kMotionTick);
+                    if (a.state.moving() || a.state.effectors.busy() || families_busy(a.state))
+                        next = std::min(next, now + kMotionTick);
                     if (a.state.push.enable) {
                         const auto period = std::max<Clock::duration>(
                             std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double, std::milli>(
@@ -596,6 +625,73 @@ std::chrono::steady_clock::time_point Simulator::last_motion_end(int arm) const 
     if (!a) return {};
     return Clock::time_point(Clock::duration(a->last_end_real.load()));
 }
+
+/* ---- force sensing, drag teaching, programs ---- */
+
+namespace {
+/* Runs f on the arm's state under its lock; the clock then re-examines it. */
+template <class F>
+void with_state(Simulator::Impl& im, int arm, F&& f) {
+    if (ArmServer* a = im.at(arm)) {
+        {
+            std::lock_guard<std::mutex> l(a->mu);
+            f(a->state);
+        }
+        im.kick();
+    }
+}
+template <class F>
+auto read_state(const Simulator::Impl& im, int arm, F&& f) -> decltype(f(std::declval<const ArmState&>())) {
+    const ArmServer* a = im.at(arm);
+    if (!a) return {};
+    std::lock_guard<std::mutex> l(a->mu);
+    return f(a->state);
+}
+}  // namespace
+
+void Simulator::set_external_force(int arm, const std::vector<double>& wrench) {
+    with_state(*impl_, arm, [&](ArmState& s) {
+        s.force.push = {};
+        for (size_t i = 0; i < 6 && i < wrench.size(); ++i) s.force.push[i] = wrench[i];
+    });
+}
+
+void Simulator::set_surface_height(int arm, double z) {
+    with_state(*impl_, arm, [&](ArmState& s) { s.force.surface_z = z; });
+}
+
+void Simulator::set_hand_motion(int arm, const std::vector<double>& joint_rates) {
+    with_state(*impl_, arm, [&](ArmState& s) { s.drag.hand_rate = joint_rates; });
+}
+
+void Simulator::inject_save_faults(int arm, int after_points, int malformed_at) {
+    with_state(*impl_, arm, [&](ArmState& s) {
+        s.drag.silence_after = after_points;
+        s.drag.malformed_at = malformed_at;
+    });
+}
+
+void Simulator::fail_program_at(int arm, int line) {
+    with_state(*impl_, arm, [&](ArmState& s) { s.program.fail_at = line; });
+}
+
+std::string Simulator::last_upload(int arm) const {
+    return read_state(*impl_, arm, [](const ArmState& s) { return s.program.last_upload; });
+}
+
+size_t Simulator::recorded_points(int arm) const {
+    return read_state(*impl_, arm, [](const ArmState& s) { return s.drag.path.size(); });
+}
+
+std::vector<int> Simulator::program_ids(int arm) const {
+    return read_state(*impl_, arm, [](const ArmState& s) {
+        std::vector<int> ids;
+        for (const auto& entry : s.program.library) ids.push_back(entry.first);
+        return ids;
+    });
+}
+
+/* ---- peripherals, driven from outside ---- */
 
 namespace {
 bool set_input(ArmServer* a, int* inputs, int n, int channel, int value) {

@@ -94,6 +94,29 @@ public:
      * real steady-clock time at which its completion event was written. */
     std::chrono::steady_clock::time_point last_motion_end(int arm) const;
 
+    /* ---- force sensing, drag teaching, programs ---- */
+    /* External wrench pushing on the tool, base frame: Fx, Fy, Fz (N), Mx, My, Mz (N m). */
+    void set_external_force(int arm, const std::vector<double>& wrench);
+    /* Height (m, base frame) of the stiff surface force-position control
+     * presses against; NaN (the default) puts it right at the tool. */
+    void set_surface_height(int arm, double z);
+    /* The operator's hand while drag teaching: joint rates in deg/s. */
+    void set_hand_motion(int arm, const std::vector<double>& joint_rates);
+    /* Faults of the next trajectory save: the stream falls silent after
+     * `after_points` points (-1: never); point `malformed_at` (1-based, -1:
+     * none) carries a "point" that is not an array. */
+    void inject_save_faults(int arm, int after_points, int malformed_at);
+    /* The next program run stops with an error at this line of its file
+     * (1-based, header lines included): no "program_run_finish" follows. An
+     * upload acknowledgement that never comes: drop_replies(arm, "download_project"). */
+    void fail_program_at(int arm, int line);
+    /* The raw bytes of the arm's last program upload (so far, while one arrives). */
+    std::string last_upload(int arm) const;
+    /* Number of points of the recorded drag-teach path. */
+    size_t recorded_points(int arm) const;
+    /* Ids of the stored programs. */
+    std::vector<int> program_ids(int arm) const;
+
     /* ---- peripherals, driven from outside ---- */
     /* Sets digital input `channel` (1..4) of the arm to `value` (0/1); false
      * when out of range. A tool input: tool_channel 1..2. */

@@ -172,11 +172,44 @@ int reply_array_len(const char* json, const char* key, int cap) {
 
 int exchange(const char* fn, kx_robot_handle* h, const Request* req, const char* reply, ReplyBuf& buf, int timeout,
              int buf_len) {
+    return exchange_into(fn, h, req, reply, buf.text, buf_len > kReplyBuf ? kReplyBuf : buf_len, timeout);
+}
+
+int exchange_into(const char* fn, kx_robot_handle* h, const Request* req, const char* reply, char* buf, int buf_len,
+                  int timeout) {
     if (req != nullptr && (req->refused(fn) || !req->ok())) return -1;
-    std::memset(buf.text, 0, sizeof buf.text);
-    if (buf_len > kReplyBuf) buf_len = kReplyBuf;
-    return kx_pack_lock_set(fn, h, req ? req->rows() : nullptr, req ? req->size() : 0, reply, buf.bytes(), buf_len,
-                            resolve_timeout(timeout));
+    std::memset(buf, 0, static_cast<size_t>(buf_len));
+    return kx_pack_lock_set(fn, h, req ? req->rows() : nullptr, req ? req->size() : 0, reply,
+                            reinterpret_cast<uint8_t*>(buf), buf_len, resolve_timeout(timeout));
+}
+
+int list_page(const char* fn, kx_robot_handle* h, const char* command, int page_num, int page_size,
+              const char* vague_search, char* buf, int buf_len, int timeout) {
+    Request req(command);
+    if (vague_search) req.str("vague_search", vague_search);
+    req.num("page_num", page_num).num("page_size", page_size);
+    return exchange_into(fn, h, &req, command, buf, buf_len, timeout);
+}
+
+void add_pose_or_quat(Request& req, const kx_pose_t& pose) {
+    int wire[7];
+    const kx_quat_t& q = pose.quaternion;
+    float n = q.w * q.w + q.x * q.x + q.y * q.y + q.z * q.z;
+    if (static_cast<double>(n) > 0.99 && static_cast<double>(n) < 1.1) {
+        const float v[7] = {pose.position.x, pose.position.y, pose.position.z, q.w, q.x, q.y, q.z};
+        for (int i = 0; i < 7; ++i)
+            wire[i] = req.f(v[i], 1000000.0f, i < 3 ? "pose.position" : "pose.quaternion", i < 3 ? i : i - 3);
+        req.ints("pose_quat", wire, 7);
+    } else {
+        req.pose(pose, wire, "pose");
+        req.ints("pose", wire, 6);
+    }
+}
+
+void check_radio(const char* fn, const char* format, int trajectory_mode, int radio) {
+    bool bad = (trajectory_mode == 0 && radio >= 1) || (trajectory_mode == 1 && radio > 100) ||
+               (trajectory_mode == 2 && radio > 1000);
+    if (bad) kx_log_warn(format, fn, radio);
 }
 
 int set_command(const char* fn, kx_robot_handle* h, const Request& req, const char* reply, const char* key,

@@ -128,6 +128,14 @@ private:
     bool ok_ = true;
 };
 
+/* A Cartesian target: "pose_quat" [x, y, z, qw, qx, qy, qz] (all x 1e6) when
+ * the quaternion is (nearly) unit, else "pose" with Euler angles. */
+void add_pose_or_quat(Request& req, const kx_pose_t& pose);
+
+/* The controller's accepted radio ranges per trajectory mode; outside them a
+ * streamed line is still sent, with the warning `format` ("[%s] ... %d"). */
+void check_radio(const char* fn, const char* format, int trajectory_mode, int radio);
+
 /* ---- reply tables --------------------------------------------------------- */
 
 KeyValue kv_int(const char* key);
@@ -154,6 +162,18 @@ struct ReplyBuf {
  * (unknown handle, request not built or not sent) or -2 (no reply). */
 int exchange(const char* fn, kx_robot_handle* h, const Request* req, const char* reply, ReplyBuf& buf,
              int timeout = kOutTime, int buf_len = kReplyBuf);
+
+/* The same into a caller's zero-filled buffer, for replies longer than a
+ * ReplyBuf (lists, saved trajectories). */
+inline constexpr int kListBuf = 10240;
+int exchange_into(const char* fn, kx_robot_handle* h, const Request* req, const char* reply, char* buf, int buf_len,
+                  int timeout);
+
+/* One page of a controller-side list: {"command", "vague_search" (left out
+ * when null), "page_num", "page_size"}, answered under the same name into
+ * `buf`. The reply length or the failure code. */
+int list_page(const char* fn, kx_robot_handle* h, const char* command, int page_num, int page_size,
+              const char* vague_search, char* buf, int buf_len, int timeout);
 
 /* A set command: the reply's boolean `key` decides 0 (true), 1 (false) or -3. */
 int set_command(const char* fn, kx_robot_handle* h, const Request& req, const char* reply, const char* key,

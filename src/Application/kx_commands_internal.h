@@ -41,6 +41,22 @@ KX_API int parse_kx_get_arm_software_info(const char* msg, kx_arm_software_versi
 /* The single-thread-mode completion step of the blocking motions. */
 KX_API int kx_movecmd_singlemode_parse(kx_robot_handle* handle, int block, int tar_device);
 
+/* ---- force, programs, waypoints ---- */
+
+/** "save_trajectory" reply: 0 (saving, *num and drag_teach_total_num set),
+ * 1 (refused) or -3 (not JSON, no boolean "save_state", negative count). */
+KX_API int parse_kx_save_trajectory(const char* caller_function_name, const char* json_str, int* num);
+
+/** "get_program_run_state" reply: 0, or -3 without "run_state" or with a
+ * loop member that is not an array. Loop arrays are cut at 100 entries. */
+KX_API int Parser_Get_Program_Run_State(const char* caller_function_name, const char* json_str,
+                                        kx_program_run_state_t* run_state);
+
+/** "get_global_waypoints_list" reply for an arm of `dof` joints: 0, 1
+ * ("get_state" false) or -3. At most 100 entries are filled. */
+KX_API int parser_get_point_list(const char* caller_function_name, const char* json_str, int dof,
+                                 kx_waypoint_list_t* point_list);
+
 /* ---- peripherals and safety zones ------------------------------------ */
 
 /** I/O state reply: "IO_state" and "IO_Mode" 0 or more, and below mode 14 speed and mode set to

@@ -1,0 +1,183 @@
+// Drag teaching: while teaching, the arm follows the operator's hand (a
+// scripted joint motion); when recording, the joints are sampled at the
+// record cycle. A save streams the samples back as point lines at the same
+// rate; a replay goes to the first sample, then runs the path as recorded.
+#include <algorithm>
+#include <cmath>
+
+#include "sim_arm.h"
+#include "sim_json.h"
+
+namespace kxsim {
+namespace {
+
+/* The controller's record and stream cycle: the realtime push cycle (ms). */
+double cycle_of(const ArmState& a) { return std::max(1, a.push.cycle) / 1000.0; }
+
+std::string point_line(const WireJoints& w, int dof) {
+    cJSON* o = cJSON_CreateObject();
+    add_ints(o, "point", w.data(), static_cast<size_t>(dof));
+    return print_and_delete(o);
+}
+
+void start_drag(Ctx& c) {
+    ArmState& a = c.arm;
+    int record = 0;
+    const bool ok = get_int(c.req, "trajectory_record", record) && a.can_move() && !a.running() &&
+                    !a.drag.teaching;
+    if (ok) {
+        a.teach = Teach{};
+        a.drag.teaching = true;
+        a.drag.recording = record == 1;
+        if (a.drag.recording) {
+            a.drag.path = {a.wire_joints(a.q)};
+            a.drag.next_sample = c.now + cycle_of(a);
+        }
+    }
+    c.verdict("drag_teach", ok);
+}
+
+void stop_drag(Ctx& c) {
+    DragState& d = c.arm.drag;
+    /* the saved path ends where teaching stopped */
+    if (d.teaching && d.recording) d.path.push_back(c.arm.wire_joints(c.arm.q));
+    d.teaching = d.recording = false;
+    c.verdict("drag_teach", true);
+}
+
+void start_multi(Ctx& c) {
+    int frame = 0, mode = 0;
+    const bool has_frame = get_int(c.req, "frame", frame);
+    bool ok = (has_frame && frame >= 0 && frame <= 1) || (get_int(c.req, "mode", mode) && mode >= 0 && mode <= 3);
+    /* free axes are a six-axis sensor's */
+    if (ok && cJSON_GetObjectItemCaseSensitive(c.req, "free_axes")) {
+        int axes[6];
+        ok = c.arm.edition == kEditionQS && get_ints(c.req, "free_axes", 6, axes);
+    }
+    ok = ok && c.arm.can_move() && !c.arm.running();
+    if (ok) {
+        c.arm.drag.teaching = true;
+        c.arm.drag.recording = false;
+    }
+    c.verdict("set_state", ok);
+}
+
+Joints joints_of(const ArmState& a, const WireJoints& w) {
+    Joints j{};
+    for (int i = 0; i < a.dof; ++i) j[i] = w[i] / 1000.0;
+    return j;
+}
+
+/* Replay of the recorded path at its recorded rate. */
+bool plan_replay(const ArmState& a, Segment& seg) {
+    if (a.drag.path.size() < 2 || !a.can_move()) return false;
+    seg.path.clear();
+    for (const WireJoints& w : a.drag.path) seg.path.push_back(joints_of(a, w));
+    const double duration = static_cast<double>(a.drag.path.size() - 1) * cycle_of(a);
+    seg.vs = 1.0 / duration;
+    seg.as = seg.vs * 1e4; /* constant rate, as recorded */
+    seg.duration = seg.vs / seg.as + 1.0 / seg.vs;
+    seg.type = "re_trajectory";
+    seg.status = "move_J";
+    const WireJoints& end = a.drag.path.back();
+    seg.target.assign(end.begin(), end.begin() + a.dof);
+    return true;
+}
+
+bool at_origin(const ArmState& a) {
+    if (a.drag.path.empty()) return false;
+    const Joints o = joints_of(a, a.drag.path.front());
+    for (int i = 0; i < a.dof; ++i)
+        if (std::fabs(o[i] - a.q[i]) > 1e-2) return false;
+    return true;
+}
+
+void origin(Ctx& c) {
+    ArmState& a = c.arm;
+    Segment seg;
+    if (a.drag.teaching || a.drag.path.empty() || a.running()) return;
+    if (a.plan_joint(joints_of(a, a.drag.path.front()), 50, seg)) a.enqueue(std::move(seg), c.now, c.events);
+}
+
+void run_replay(Ctx& c) {
+    ArmState& a = c.arm;
+    Segment seg;
+    const bool ok = !a.drag.teaching && !a.running() && at_origin(a) && plan_replay(a, seg);
+    if (ok) a.enqueue(std::move(seg), c.now, c.events);
+    c.verdict("run_state", ok);
+}
+
+bool replaying(const ArmState& a) {
+    const Segment* s = a.running();
+    return s != nullptr && std::string(s->type) == "re_trajectory";
+}
+
+void save(Ctx& c) {
+    ArmState& a = c.arm;
+    DragState& d = a.drag;
+    std::string name;
+    const bool ok = get_str(c.req, "trajectory_name", name) && !name.empty() && !d.teaching && !d.path.empty();
+    cJSON* r = c.answer();
+    add_bool(r, "save_state", ok);
+    if (!ok) return;
+    add_int(r, "total_num", static_cast<int>(d.path.size()));
+    d.outgoing.clear();
+    for (size_t i = 0; i < d.path.size(); ++i) {
+        if (d.silence_after >= 0 && static_cast<int>(i) >= d.silence_after) break;
+        if (static_cast<int>(i) + 1 == d.malformed_at)
+            d.outgoing.push_back("{\"point\":\"malformed\"}");
+        else
+            d.outgoing.push_back(point_line(d.path[i], a.dof));
+    }
+    d.silence_after = d.malformed_at = -1;
+    d.next_line = c.now + cycle_of(a);
+}
+
+}  // namespace
+
+void advance_drag(ArmState& a, double dt, Events& out) {
+    DragState& d = a.drag;
+    if (d.teaching && !a.paused) {
+        for (int i = 0; i < a.dof && i < static_cast<int>(d.hand_rate.size()); ++i)
+            a.q[i] = std::clamp(a.q[i] + d.hand_rate[i] * dt, a.min_pos[i] / 1000.0, a.max_pos[i] / 1000.0);
+        for (; d.recording && d.next_sample <= a.last_t; d.next_sample += cycle_of(a))
+            d.path.push_back(a.wire_joints(a.q));
+    }
+    for (; !d.outgoing.empty() && d.next_line <= a.last_t; d.next_line += cycle_of(a)) {
+        out.push_back({d.outgoing.front(), false});
+        d.outgoing.pop_front();
+    }
+}
+
+void add_drag_commands(CommandTable& t) {
+    t["start_drag_teach"] = start_drag;
+    t["stop_drag_teach"] = stop_drag;
+    t["start_multi_drag_teach"] = start_multi;
+    t["drag_trajectory_origin"] = origin;
+    t["run_drag_trajectory"] = run_replay;
+    t["pause_drag_trajectory"] = [](Ctx& c) {
+        const bool ok = replaying(c.arm);
+        if (ok) c.arm.paused = true;
+        c.verdict("pause_state", ok);
+    };
+    t["continue_drag_trajectory"] = [](Ctx& c) {
+        const bool ok = replaying(c.arm) && c.arm.paused;
+        if (ok) c.arm.paused = false;
+        c.verdict("continue_state", ok);
+    };
+    t["stop_drag_trajectory"] = [](Ctx& c) {
+        const bool ok = replaying(c.arm);
+        if (ok) c.arm.stop(false, c.now, c.events);
+        c.verdict("stop_state", ok);
+    };
+    t["save_trajectory"] = save;
+    t["set_drag_teach_sensitivity"] = [](Ctx& c) {
+        int g = 0;
+        const bool ok = get_int(c.req, "grade", g) && g >= 1 && g <= 100;
+        if (ok) c.arm.drag.sensitivity = g;
+        c.verdict("set_state", ok);
+    };
+    t["get_drag_teach_sensitivity"] = [](Ctx& c) { add_int(c.answer(), "grade", c.arm.drag.sensitivity); };
+}
+
+}  // namespace kxsim
