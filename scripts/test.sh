@@ -15,6 +15,17 @@ run_suite() { # build-dir, extra cmake args...
 }
 
 run_suite build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+# ---- adoption: the installed package as a user meets it --------------------
+# The Python binding's tests against the simulator, then an application built
+# outside the tree against an installed copy (find_package and pkg-config, C99
+# and C++17, the installed examples) and run from that prefix.
+if [ -d python/tests ]; then
+  (cd build && ctest --output-on-failure -L python)
+fi
+scripts/consumer_test.sh build
+# ---- end of adoption steps -------------------------------------------------
+
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DKX_SANITIZE=address -DKX_BUILD_BENCH=OFF -DKX_BUILD_EXAMPLES=OFF
 if [ "${KX_TSAN:-0}" = 1 ]; then
