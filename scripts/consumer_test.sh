@@ -2,7 +2,8 @@
 # Installs a built tree into a temporary prefix and uses it as an outsider
 # would: builds tests/consumer (the README's program, as C99 and as C++17,
 # and the installed examples) with find_package(kx_api) and the program
-# again with pkg-config, then runs everything against the installed kx_sim,
+# again with pkg-config, then runs everything, and the installed Python
+# package's examples, against the installed kx_sim,
 # on a six- and a seven-joint arm, without LD_LIBRARY_PATH.
 #
 #   scripts/consumer_test.sh [BUILD_DIR]          (default: build)
@@ -65,6 +66,11 @@ for arm in "${arms[@]}"; do
     echo "-- $(basename "$p") $arm"
     # shellcheck disable=SC2086
     "$p" $arm
+  done
+  for p in "$docdir"/examples/python/[a-z]*.py; do
+    echo "-- python $(basename "$p") $arm"
+    # shellcheck disable=SC2086
+    PYTHONPATH=$(dirname "$(find "$prefix" -path '*/kx_api/_ffi.py' | head -1)")/.. /usr/bin/python3 "$p" $arm
   done
 done
 echo "consumer test passed"
