@@ -32,6 +32,9 @@ for h in kx_interface_global.h kx_core.h MIO_JSON.h; do
   if find "$prefix/include" -name "$h" 2>/dev/null | grep -q .; then echo "internal header $h installed"; exit 1; fi
 done
 
+echo "== consumer: the README's program is tests/consumer/main.c"
+sed -n '/^```c$/,/^```$/p' README.md | sed '1d;$d' | diff - tests/consumer/main.c
+
 echo "== consumer: find_package(kx_api)"
 cmake -S tests/consumer -B "$tmp/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
   -DKX_EXAMPLES_DIR="$docdir/examples" >/dev/null
