@@ -148,6 +148,19 @@ struct DlsOptions {
     double tol = 1e-10;
 };
 double dls_refine(const Kin& k, const Frame& target, double* q, const DlsOptions& opt);
+/* Levenberg-Marquardt from q toward target, in place: a step is taken only
+ * when it lowers the error, otherwise the damping grows. trust > 0 bounds
+ * each joint's step by trust · vmax[j]. Joints are kept in the modelling
+ * limits. Returns the final error_norm. */
+struct LocalOptions {
+    int max_iter = 20;
+    double damping = 1e-6; /* least lambda^2 */
+    double trust = 0;
+    double tol = 1e-7;
+    int patience = 1000;    /* after this many iterations ... */
+    double hopeless = 1e-3; /* ... an error above this ends the search */
+};
+double local_solve(const Kin& k, const Frame& target, double* q, const LocalOptions& opt);
 /* Geometric Jacobian (base frame, rows vx vy vz wx wy wz) from the frames
  * of chain_frames; column `skip` is left zero. */
 void jacobian(const Frame* F, int n, int skip, double J[6][8]);

@@ -22,6 +22,25 @@ void pose_error(const Frame& T, const Frame& target, double e[6]) {
     for (int i = 0; i < 3; ++i) e[3 + i] = 0.5 * w[i];
 }
 
+namespace {
+
+// pose_error with the rotation part as angle·axis: sin(angle)·axis vanishes
+// at a half turn, which must read as the largest error, not as none.
+void solver_error(const Frame& T, const Frame& target, double e[6]) {
+    pose_error(T, target, e);
+    double trace = 0;
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c) trace += T.R[r][c] * target.R[r][c];
+    const double sine = std::sqrt(e[3] * e[3] + e[4] * e[4] + e[5] * e[5]);
+    const double angle = std::atan2(sine, 0.5 * (trace - 1));
+    if (sine > 1e-9)
+        for (int i = 3; i < 6; ++i) e[i] *= angle / sine;
+    else if (trace < 1)
+        e[3] = angle;
+}
+
+}  // namespace
+
 double error_norm(const double e[6]) {
     return std::max(std::sqrt(e[0] * e[0] + e[1] * e[1] + e[2] * e[2]),
                     std::sqrt(e[3] * e[3] + e[4] * e[4] + e[5] * e[5]));
@@ -74,6 +93,43 @@ void jacobian(const Frame* F, int n, int skip, double J[6][8]) {
     }
 }
 
+namespace {
+
+// dq = J^T (J J^T + lambda2 I)^-1 e: the damped least-squares step.
+bool dls_step(const double J[6][8], int n, const double e[6], double lambda2, double dq[8]) {
+    double A[6][6], y[6];
+    for (int r = 0; r < 6; ++r)
+        for (int c = 0; c <= r; ++c) {
+            double s = 0;
+            for (int j = 0; j < n; ++j) s += J[r][j] * J[c][j];
+            A[r][c] = A[c][r] = s + (r == c ? lambda2 : 0);
+        }
+    if (!cholesky_solve6(A, e, y)) return false;
+    for (int j = 0; j < 8; ++j) {
+        dq[j] = 0;
+        if (j < n)
+            for (int r = 0; r < 6; ++r) dq[j] += J[r][j] * y[r];
+    }
+    return true;
+}
+
+// The factor (at most 1) that keeps every joint's step within bound x its
+// speed limit; 1 when bound is 0.
+double step_scale(const Kin& k, const double* dq, double bound) {
+    double scale = 1;
+    if (bound > 0)
+        for (int j = 0; j < k.dof; ++j)
+            if (std::fabs(dq[j]) * scale > bound * k.vmax[j]) scale = bound * k.vmax[j] / std::fabs(dq[j]);
+    return scale;
+}
+
+void step_within_limits(const Kin& k, const double* q, const double* dq, double scale, double* out) {
+    for (int j = 0; j < k.dof; ++j)
+        out[j] = std::clamp(q[j] + scale * dq[j], k.lim_min[j] - k.offset[j], k.lim_max[j] - k.offset[j]);
+}
+
+}  // namespace
+
 double dls_refine(const Kin& k, const Frame& target, double* q, const DlsOptions& opt) {
     Frame F[9];
     double e[6], err = 0, prev = 0;
@@ -81,38 +137,53 @@ double dls_refine(const Kin& k, const Frame& target, double* q, const DlsOptions
     const int n = k.dof;
     for (int it = 0;; ++it) {
         chain_frames(k, q, F);
-        pose_error(F[n], target, e);
+        solver_error(F[n], target, e);
         err = error_norm(e);
         if (err < opt.tol || it >= opt.max_iter) break;
         // A full step that no longer halves the error has reached the noise
         // floor of the (single precision) target.
         if (it > 0 && !clipped && err > 0.5 * prev) break;
         prev = err;
-        double J[6][8];
+        double J[6][8], dq[8];
         jacobian(F, n, opt.fixed, J);
-        // dq = J^T (J J^T + lambda^2 I)^-1 e, damping growing with the error.
-        const double lambda2 = 1e-8 + 1e-3 * err * err;
-        double A[6][6], y[6];
-        for (int r = 0; r < 6; ++r)
-            for (int c = 0; c <= r; ++c) {
-                double s = 0;
-                for (int j = 0; j < n; ++j) s += J[r][j] * J[c][j];
-                A[r][c] = A[c][r] = s + (r == c ? lambda2 : 0);
-            }
-        if (!cholesky_solve6(A, e, y)) break;
-        double dq[8] = {}, scale = 1;
-        for (int j = 0; j < n; ++j) {
-            for (int r = 0; r < 6; ++r) dq[j] += J[r][j] * y[r];
-            if (opt.step_bound > 0) {
-                const double bound = opt.step_bound * k.vmax[j];
-                if (std::fabs(dq[j]) * scale > bound) scale = bound / std::fabs(dq[j]);
-            }
-        }
+        // Damping grows with the error.
+        if (!dls_step(J, n, e, 1e-8 + 1e-3 * err * err, dq)) break;
+        const double scale = step_scale(k, dq, opt.step_bound);
         clipped = scale < 1;
-        for (int j = 0; j < n; ++j)
-            q[j] = std::clamp(q[j] + scale * dq[j], k.lim_min[j] - k.offset[j], k.lim_max[j] - k.offset[j]);
+        step_within_limits(k, q, dq, scale, q);
     }
     return err;
+}
+
+double local_solve(const Kin& k, const Frame& target, double* q, const LocalOptions& opt) {
+    const int n = k.dof;
+    Frame F[9], G[9];
+    double e[6], f[6];
+    chain_frames(k, q, F);
+    solver_error(F[n], target, e);
+    double cost = 0, lambda2 = opt.damping;
+    for (double v : e) cost += v * v;
+    for (int it = 0; it < opt.max_iter && error_norm(e) >= opt.tol; ++it) {
+        if (it >= opt.patience && error_norm(e) > opt.hopeless) break;
+        double J[6][8], dq[8], qn[8];
+        jacobian(F, n, -1, J);
+        if (!dls_step(J, n, e, lambda2, dq)) break;
+        step_within_limits(k, q, dq, step_scale(k, dq, opt.trust), qn);
+        chain_frames(k, qn, G);
+        solver_error(G[n], target, f);
+        double c = 0;
+        for (double v : f) c += v * v;
+        if (c < cost) {
+            std::copy(qn, qn + n, q);
+            std::copy(G, G + n + 1, F);
+            std::copy(f, f + 6, e);
+            cost = c;
+            lambda2 = std::max(opt.damping, lambda2 * 0.1);
+        } else if ((lambda2 *= 10) > 1) {
+            break;  // no step helps: a limit or a singularity holds the arm
+        }
+    }
+    return error_norm(e);
 }
 
 namespace {
@@ -132,6 +203,16 @@ Vec3 unit(const Vec3& a) {
 Vec3 column(const double R[3][3], int c) { return {R[0][c], R[1][c], R[2][c]}; }
 
 constexpr double ACCEPT = 1e-6;
+constexpr double LOCAL_TRUST = 0.1;  // largest local step, seconds at each joint's speed limit
+constexpr int LOCAL_ITER = 120;      // slow only near a singularity, where it is needed
+constexpr int LOCAL_PATIENCE = 12;   // iterations after which a large error means a far reference
+constexpr double NEAR_POSE = 0.6;    // pose error (m or rad) of a reference worth a closer look
+constexpr double CLOSE = 0.15;       // a local answer this near the reference (every joint) is taken
+constexpr double NEIGHBOURHOOD = 0.2; // redundancy looked through around a far or failed local answer
+constexpr double CLOSE_RANGE = 0.1;  // ... at least, even in the narrow search
+constexpr double SCAN_STEP = 0.05;   // redundancy sampling
+constexpr int GOLDEN_STEPS = 6;
+constexpr int SCAN_WINDOW = 3;       // redundancy steps scanned past the first solution
 
 // The S-R-S arm for one target: shoulder S, wrist W, the circle the elbow
 // runs on (centre C, radius rho, in-plane axes v, w about the S-W line).
@@ -148,7 +229,8 @@ bool srs_setup(const Kin& k, const Frame& target, SrsTarget& g) {
     g.W = add_scaled({target.p[0], target.p[1], target.p[2]}, -k.d[6], z7);
     const Vec3 sw = sub(g.W, g.S);
     const double L = std::sqrt(dot(sw, sw));
-    if (!(L > 0) || L > g.L1 + g.L2 + 1e-9 || L < std::fabs(g.L1 - g.L2) - 1e-9) return false;
+    // A single-precision target of a stretched arm may lie a hair beyond reach.
+    if (!(L > 0) || L > g.L1 + g.L2 + 1e-6 || L < std::fabs(g.L1 - g.L2) - 1e-6) return false;
     g.u = unit(sw);
     // The arm angle is measured from the plane through S-W and the base's
     // vertical (or x, when S-W is vertical).
@@ -178,12 +260,15 @@ int srs_candidates(const Kin& k, const Frame& target, const SrsTarget& g, double
     const Vec3 f = sub(g.W, E);
     const Vec3 fperp = add_scaled(f, -dot(f, z3), z3);
     const double s4abs = std::sqrt(std::max(0.0, 1 - g.c4 * g.c4));
-    if (s4abs < 1e-9) return 0;  // stretched arm: no elbow plane
+    // A straight elbow has no elbow plane: the arm angle turns the upper
+    // arm's frame about the shoulder-wrist line instead.
+    const Vec3 turn = add_scaled(add_scaled(Vec3{0, 0, 0}, std::cos(psi), g.v), std::sin(psi), g.w);
+    const Vec3 straight = unit(add_scaled(turn, -dot(turn, z3), z3));
     int n = 0;
     for (int el = 0; el < 2; ++el) {
         const double st4 = el == 0 ? s4abs : -s4abs;
         const double t4 = std::atan2(st4, g.c4);
-        const Vec3 x3 = unit(add_scaled(Vec3{0, 0, 0}, k.sa[4] * st4, fperp));
+        const Vec3 x3 = s4abs < 1e-6 ? straight : unit(add_scaled(Vec3{0, 0, 0}, k.sa[4] * st4, fperp));
         const Vec3 y3 = cross(z3, x3);
         const double R3[3][3] = {{x3[0], y3[0], z3[0]}, {x3[1], y3[1], z3[1]}, {x3[2], y3[2], z3[2]}};
         double sh[2][3];
@@ -316,51 +401,186 @@ int offset7_candidates(const Kin& k, const Frame& target, double t7, const doubl
     return n;
 }
 
-// Tries redundancy values outward from the reference's, step apart, within
-// +-range: the first that yields an admissible, polished solution wins.
-template <class Candidates>
-int redundancy_search(const Kin& k, const Frame& target, const double* q_ref, double* q_out, double start,
-                      double step, Candidates candidates) {
-    double ref_theta[8];
-    for (int j = 0; j < 7; ++j) ref_theta[j] = q_ref[j] + k.offset[j];
-    const double range = std::max(0.0, k.theta_v);
-    step = std::min(range, step);
-    const int steps = step > 0 ? static_cast<int>(range / step) : 0;
-    for (int i = 0; i <= 2 * steps; ++i) {
-        const double value = start + ((i + 1) / 2) * step * (i % 2 ? 1 : -1);
-        double cand[8][8], q[8] = {};
+double max_deviation(const Kin& k, const double* a, const double* b) {
+    double m = 0;
+    for (int j = 0; j < k.dof; ++j) m = std::max(m, std::fabs(a[j] - b[j]));
+    return m;
+}
+
+// How far q is from the reference: the farthest joint first (the measure a
+// caller sees as a jump), the sum of all as the tie-breaker.
+double distance(const Kin& k, const double* a, const double* b) {
+    double s = 0, m = 0;
+    for (int j = 0; j < k.dof; ++j) {
+        const double d = std::fabs(a[j] - b[j]);
+        s += d;
+        m = std::max(m, d);
+    }
+    return m + 0.1 * s;
+}
+
+// The search over one seven-joint target. `candidates(value, ref_theta,
+// cand)` gives the closed-form branches at one value of the redundancy
+// parameter, `param(q)` that parameter for arm joints q.
+template <class Candidates, class Param>
+struct Redundancy {
+    const Kin& k;
+    const Frame& target;
+    const double* q_ref;
+    Candidates candidates;
+    Param param;
+    double ref_theta[8] = {};
+
+    // The branch nearest the reference at one value (arm joints, unpolished)
+    // and its distance; ALGO_NO_JOINT when none is admissible.
+    double branch_at(double value, double* q) const {
+        double cand[8][8];
         const int n = candidates(value, ref_theta, cand);
-        if (n == 0 || !pick_nearest(k, cand, n, q_ref, q)) continue;
-        if (!polish(k, target, q)) continue;
-        std::copy(q, q + 7, q_out);
+        if (n == 0 || !pick_nearest(k, cand, n, q_ref, q)) return ALGO_NO_JOINT;
+        return distance(k, q, q_ref);
+    }
+
+    // The value within centre +- half nearest the reference: a scan `step`
+    // apart, then golden-section between the best sample's neighbours.
+    double nearest_around(double centre, double half, double step, double* q) const {
+        double best = ALGO_NO_JOINT, at = centre, tmp[8];
+        const int steps = step > 0 ? static_cast<int>(half / step) : 0;
+        for (int i = -steps; i <= steps; ++i) {
+            const double d = branch_at(centre + i * step, tmp);
+            if (d < best) best = d, at = centre + i * step;
+        }
+        if (best == ALGO_NO_JOINT) return best;
+        double lo = at - step, hi = at + step;
+        constexpr double g = 0.3819660112501051;
+        double x1 = lo + g * (hi - lo), x2 = hi - g * (hi - lo);
+        double d1 = branch_at(x1, tmp), d2 = branch_at(x2, tmp);
+        for (int it = 0; it < GOLDEN_STEPS; ++it) {
+            if (d1 < d2) {
+                hi = x2, x2 = x1, d2 = d1;
+                x1 = lo + g * (hi - lo), d1 = branch_at(x1, tmp);
+            } else {
+                lo = x1, x1 = x2, d1 = d2;
+                x2 = hi - g * (hi - lo), d2 = branch_at(x2, tmp);
+            }
+        }
+        if (std::min(d1, d2) < best) at = d1 < d2 ? x1 : x2;
+        return branch_at(at, q);
+    }
+
+    int solve(double* q_out) {
+        for (int j = 0; j < 7; ++j) ref_theta[j] = q_ref[j] + k.offset[j];
+        // Locally from the reference: the usual answer, nearest it and
+        // continuous along a path. From a far reference (the target far
+        // from the reference's pose) no solution is near anyway, and the
+        // closed-form branches below are quicker.
+        double q[8] = {}, best_q[8] = {}, best = ALGO_NO_JOINT, e0[6];
+        std::copy(q_ref, q_ref + k.dof, q);
+        solver_error(chain_fk(k, q_ref), target, e0);
+        const bool near = error_norm(e0) < NEAR_POSE;
+        LocalOptions opt;
+        opt.trust = LOCAL_TRUST;
+        opt.max_iter = LOCAL_ITER;
+        opt.patience = LOCAL_PATIENCE;
+        const double local_err = near ? local_solve(k, target, q, opt) : ALGO_NO_JOINT;
+        if (local_err < ACCEPT) {
+            if (max_deviation(k, q, q_ref) <= CLOSE) {
+                std::copy(q, q + k.dof, q_out);
+                return 0;
+            }
+            best = distance(k, q, q_ref);
+            std::copy(q, q + k.dof, best_q);
+        }
+        auto consider = [&](const double* c) {
+            const double d = distance(k, c, q_ref);
+            if (d < best) {
+                best = d;
+                std::copy(c, c + k.dof, best_q);
+            }
+        };
+        auto settled = [&] { return best < ALGO_NO_JOINT && max_deviation(k, best_q, q_ref) <= CLOSE; };
+        // Near a singularity or a limit the local answer may be far, or
+        // missing, although a nearer one exists: the closed-form branch at
+        // the reference's redundancy value and at the one where the local
+        // search ended, and failing that a look around both.
+        const double centres[2] = {param(q_ref), param(q)};
+        for (int i = 0; i < (near ? 2 : 1); ++i) {
+            double c[8];
+            if (branch_at(centres[i], c) < ALGO_NO_JOINT && polish(k, target, c)) consider(c);
+        }
+        const double half = std::min(NEIGHBOURHOOD, std::max(k.theta_v, CLOSE_RANGE));
+        for (int i = 0; i < 2 && near && !settled(); ++i) {
+            double c[8];
+            if (nearest_around(centres[i], half, SCAN_STEP, c) < ALGO_NO_JOINT && polish(k, target, c)) consider(c);
+        }
+        // Near a straight elbow or aligned axes the reference's redundancy
+        // value says little: the whole range, if the mode allows it and the
+        // local search came close (the reference is near a solution).
+        if (local_err < opt.hopeless && !settled() && k.theta_v > half) {
+            double c[8];
+            if (nearest_around(centres[0], k.theta_v, SCAN_STEP, c) < ALGO_NO_JOINT && polish(k, target, c))
+                consider(c);
+        }
+        // Still nothing: the whole range +-theta_v, outward from the
+        // reference's value, ending a window past the first solution.
+        const double start = param(q_ref), range = std::max(0.0, k.theta_v);
+        const double step = std::min(range, SCAN_STEP);
+        const int steps = best < ALGO_NO_JOINT || step <= 0 ? 0 : static_cast<int>(range / step);
+        int last = 2 * steps;
+        for (int i = 1; i <= last; ++i) {
+            double c[8];
+            const double d = branch_at(start + ((i + 1) / 2) * step * (i % 2 ? 1 : -1), c);
+            if (d == ALGO_NO_JOINT || !polish(k, target, c)) continue;
+            if (best == ALGO_NO_JOINT) last = std::min(last, i + 2 * SCAN_WINDOW);
+            consider(c);
+        }
+        // Last, from a far reference, whatever the local search reaches.
+        if (best == ALGO_NO_JOINT && !near) {
+            std::copy(q_ref, q_ref + k.dof, q);
+            opt.patience = LOCAL_ITER;
+            if (local_solve(k, target, q, opt) < ACCEPT) consider(q);
+        }
+        if (best == ALGO_NO_JOINT) return -2;
+        std::copy(best_q, best_q + k.dof, q_out);
         return 0;
     }
-    return -2;
+};
+
+template <class Candidates, class Param>
+int redundancy_search(const Kin& k, const Frame& target, const double* q_ref, double* q_out, Candidates candidates,
+                      Param param) {
+    Redundancy<Candidates, Param> r{k, target, q_ref, candidates, param};
+    return r.solve(q_out);
 }
 
 }  // namespace
 
 // S-R-S seven-joint arm: all a = 0, d2 = d4 = d6 = 0, alpha0 = 0, the other
 // alphas +-90. The arm angle psi (elbow on its circle about the
-// shoulder-wrist line) parametrises the redundancy; it is searched outward
-// from the reference's own arm angle, within +-theta_v.
+// shoulder-wrist line) parametrises the redundancy for the closed-form
+// branches that back up the local search.
 int ik_srs(const Kin& k, const Frame& target, const double* q_ref, double* q_out) {
     SrsTarget g;
     if (!srs_setup(k, target, g)) return -1;
-    const Frame E = chain_partial(k, q_ref, 3);
-    return redundancy_search(k, target, q_ref, q_out, arm_angle_of(g, {E.p[0], E.p[1], E.p[2]}), 0.05,
-                             [&](double psi, const double* ref_theta, double cand[8][8]) {
-                                 return srs_candidates(k, target, g, psi, ref_theta, cand);
-                             });
+    return redundancy_search(
+        k, target, q_ref, q_out,
+        [&](double psi, const double* ref_theta, double cand[8][8]) {
+            return srs_candidates(k, target, g, psi, ref_theta, cand);
+        },
+        [&](const double* q) {
+            const Frame E = chain_partial(k, q, 3);
+            return arm_angle_of(g, {E.p[0], E.p[1], E.p[2]});
+        });
 }
 
-// Seven-joint arm with link offsets: theta7 parametrises the redundancy and
-// is searched outward from the reference's within +-theta_v.
+// Seven-joint arm with link offsets: theta7 parametrises the redundancy for
+// the closed-form branches.
 int ik_offset7(const Kin& k, const Frame& target, const double* q_ref, double* q_out) {
-    return redundancy_search(k, target, q_ref, q_out, q_ref[6] + k.offset[6], 0.05,
-                             [&](double t7, const double* ref_theta, double cand[8][8]) {
-                                 return offset7_candidates(k, target, t7, ref_theta, cand);
-                             });
+    return redundancy_search(
+        k, target, q_ref, q_out,
+        [&](double t7, const double* ref_theta, double cand[8][8]) {
+            return offset7_candidates(k, target, t7, ref_theta, cand);
+        },
+        [&](const double* q) { return q[6] + k.offset[6]; });
 }
 
 }  // namespace algo

@@ -1,14 +1,19 @@
 // Kinematics speed and success: forward kinematics per model, inverse
 // kinematics per model from a reference near the target's configuration
 // (within 5 degrees per joint) and from one anywhere in the limits, and the
-// same chains, targets and seeds through KDL's ChainIkSolverPos_LMA.
+// same chains, targets and seeds through KDL's ChainIkSolverPos_LMA. For
+// each solver also the share of its answers whose every joint lies within
+// 10 degrees of the reference. Then path continuity: Cartesian lines and
+// circles of 1 mm steps, each step solved from the previous answer.
 //
 //   bench_kinematics [targets per model, default 2000]
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <random>
 #include <vector>
 
@@ -34,7 +39,7 @@ struct Sample {
 
 struct Result {
     std::vector<double> us;
-    int solved = 0;
+    int solved = 0, close = 0;  // close: solved with every joint within 10 degrees of the reference
     double median() {
         std::sort(us.begin(), us.end());
         return us.empty() ? 0 : us[us.size() / 2];
@@ -44,6 +49,14 @@ struct Result {
         return us.empty() ? 0 : us[std::min(us.size() - 1, us.size() * 99 / 100)];
     }
     double rate() const { return us.empty() ? 0 : 100.0 * solved / us.size(); }
+    double close_rate() const { return solved ? 100.0 * close / solved : 0; }
+    void count(bool ok, const algo::ArmModel& m, const float* q, const float* ref) {
+        if (!ok) return;
+        ++solved;
+        bool near = true;
+        for (int i = 0; i < m.dof; ++i) near = near && std::fabs(q[i] - ref[i]) <= 10 * M_PI / 180;
+        close += near;
+    }
 };
 
 double since(Clock::time_point t0) { return std::chrono::duration<double, std::micro>(Clock::now() - t0).count(); }
@@ -90,7 +103,7 @@ Result ours(const algo::ArmModel& m, const std::vector<Sample>& set) {
         const auto t0 = Clock::now();
         const int rc = inverse_kinematics(s.ref, &target, out, 2);
         r.us.push_back(since(t0));
-        r.solved += rc == 0 && accept(m, out, T);
+        r.count(rc == 0 && accept(m, out, T), m, out, s.ref);
     }
     return r;
 }
@@ -120,11 +133,136 @@ Result lma(const algo::ArmModel& m, const std::vector<Sample>& set) {
         r.us.push_back(since(t0));
         float out[8] = {};
         for (int i = 0; i < m.dof; ++i) out[i] = static_cast<float>(sol(i));
-        r.solved += rc >= 0 && accept(m, out, T);
+        r.count(rc >= 0 && accept(m, out, T), m, out, s.ref);
     }
     return r;
 }
 #endif
+
+// A Cartesian path at a fixed orientation, 1 mm per step, each step solved
+// from the previous answer through the store (so the search mode applies).
+struct PathRun {
+    double largest = 0;  // largest change of one joint in one step, degrees
+    bool at_limit = false;  // that step began or ended with a joint at its limit
+    int steps = 0, done = 0;  // done < steps: the path left the reachable set there
+};
+
+using Vec = std::array<double, 3>;
+
+PathRun follow(const algo::ArmModel& m, const float* q0, const std::function<Vec(int)>& at, int steps) {
+    PathRun run;
+    run.steps = steps;
+    Pose target = forward_kinematics(q0);
+    float q[8], next[8] = {};
+    std::copy(q0, q0 + 8, q);
+    const double margin = 0.5 * M_PI / 180;
+    auto near_limit = [&](const float* v) {
+        for (int i = 0; i < m.dof; ++i)
+            if (v[i] < m.jmin[i] + margin || v[i] > m.jmax[i] - margin) return true;
+        return false;
+    };
+    for (int i = 1; i <= steps; ++i) {
+        const Vec p = at(i);
+        target.position = {static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
+        if (inverse_kinematics(q, &target, next, 2) != 0) break;
+        double step = 0;
+        for (int j = 0; j < m.dof; ++j) step = std::max(step, std::fabs(next[j] - q[j]) * 180 / M_PI);
+        if (step > run.largest) {
+            run.largest = step;
+            run.at_limit = near_limit(q) || near_limit(next);
+        }
+        std::copy(next, next + 8, q);
+        run.done = i;
+    }
+    return run;
+}
+
+PathRun line(const algo::ArmModel& m, const float* q0, Vec dir, double length) {
+    const Pose p0 = forward_kinematics(q0);
+    const double n = std::sqrt(dir[0] * dir[0] + dir[1] * dir[1] + dir[2] * dir[2]);
+    const int steps = static_cast<int>(length / 0.001);
+    return follow(m, q0, [&](int i) {
+        const double s = 0.001 * i / n;
+        return Vec{p0.position.x + s * dir[0], p0.position.y + s * dir[1], p0.position.z + s * dir[2]};
+    }, steps);
+}
+
+// A circle through the start point in the plane spanned by e1, e2 (unit,
+// orthogonal), its centre radius r away along -e1.
+PathRun circle(const algo::ArmModel& m, const float* q0, Vec e1, Vec e2, double r) {
+    const Pose p0 = forward_kinematics(q0);
+    const Vec c = {p0.position.x - r * e1[0], p0.position.y - r * e1[1], p0.position.z - r * e1[2]};
+    const int steps = static_cast<int>(std::ceil(2 * M_PI * r / 0.001));
+    return follow(m, q0, [&](int i) {
+        const double t = 2 * M_PI * i / steps, a = r * std::cos(t), b = r * std::sin(t);
+        return Vec{c[0] + a * e1[0] + b * e2[0], c[1] + a * e1[1] + b * e2[1], c[2] + a * e1[2] + b * e2[2]};
+    }, steps);
+}
+
+// Summary of many runs: the largest step of the runs that stayed clear of
+// the limits, and how many runs had a step above 2 degrees.
+struct PathSummary {
+    int runs = 0, left = 0, over = 0, over_at_limit = 0;
+    double worst = 0;
+    void add(const PathRun& r) {
+        ++runs;
+        // A path that leaves the reach stretches the arm on the way out,
+        // where the joints must speed up: only whole paths are judged.
+        if (r.done < r.steps) {
+            ++left;
+            return;
+        }
+        if (r.largest > 2) ++(r.at_limit ? over_at_limit : over);
+        if (!r.at_limit) worst = std::max(worst, r.largest);
+    }
+};
+
+void paths(int type, const char* name) {
+    algo::ArmModel m;
+    algo::default_model(type, _P, &m);
+    // A working pose clear of singularities and limits for each model.
+    const float deg = M_PI / 180;
+    const float briv[8] = {10 * deg, 40 * deg, 10 * deg, 80 * deg, 10 * deg, 50 * deg, 0, 0};
+    const float firu[8] = {10 * deg, 40 * deg, 10 * deg, -80 * deg, 10 * deg, 100 * deg, 0, 0};
+    const float* q0 = type == BRIV ? briv : firu;
+    std::mt19937 rng(7 + type);
+    auto uni = [&](double lo, double hi) { return std::uniform_real_distribution<double>(lo, hi)(rng); };
+    for (int strategy : {0, 1}) {
+        libalgo_set_robot_and_sensor_type(static_cast<RobotType>(type), _P);
+        ikine_set_7dof_solver_search_strategy(strategy);
+        const PathRun l = line(m, q0, {-0.2, 1, 0.3}, 0.2);
+        const PathRun c = circle(m, q0, {1, 0, 0}, {0, 1, 0}, 0.1);
+        // Random working poses (middle half of every joint's range, joints
+        // 2, 4 and 6 at least 20 degrees from their singular zero), a line in
+        // a random direction and a circle in a random plane from each.
+        PathSummary sum;
+        for (int k = 0; k < 50; ++k) {
+            float q[8] = {};
+            for (int i = 0; i < m.dof; ++i) {
+                const double w = m.jmax[i] - m.jmin[i];
+                do q[i] = uni(m.jmin[i] + w / 4, m.jmax[i] - w / 4);
+                while (i % 2 == 1 && std::fabs(std::sin(q[i])) < std::sin(20 * deg));
+            }
+            Vec u{uni(-1, 1), uni(-1, 1), uni(-1, 1)}, v{uni(-1, 1), uni(-1, 1), uni(-1, 1)};
+            const double nu = std::sqrt(u[0] * u[0] + u[1] * u[1] + u[2] * u[2]);
+            for (double& x : u) x /= nu;
+            const double uv = u[0] * v[0] + u[1] * v[1] + u[2] * v[2];
+            for (int i = 0; i < 3; ++i) v[i] -= uv * u[i];
+            const double nv = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+            for (double& x : v) x /= nv;
+            sum.add(line(m, q, u, 0.15));
+            sum.add(circle(m, q, u, v, 0.05));
+        }
+        auto show = [](const PathRun& r) {
+            std::printf(" %6.3f%s%s", r.largest, r.at_limit ? "L" : " ", r.done < r.steps ? "!" : " ");
+        };
+        std::printf("%-9s %-6s |", name, strategy ? "narrow" : "wide");
+        show(l);
+        std::printf("     |");
+        show(c);
+        std::printf("      | %4d %10.3f %6d %6d %6d\n", sum.runs, sum.worst, sum.over, sum.over_at_limit, sum.left);
+    }
+}
 
 }  // namespace
 
@@ -148,9 +286,10 @@ int main(int argc, char** argv) {
     std::printf("\ninverse kinematics, %d targets per model and reference kind\n", n);
     std::printf("  near: reference within 5 deg per joint; any: reference anywhere in the limits\n");
     std::printf("  7-joint search wide (strategy 0, +-3.14) unless marked /1: narrow (strategy 1, +-0.013)\n");
-    std::printf("%-9s %-6s | %9s %9s %8s |", "model", "ref", "median us", "p99 us", "success");
+    std::printf("  within10: share of the solved answers with every joint within 10 deg of the reference\n");
+    std::printf("%-9s %-6s | %9s %9s %8s %8s |", "model", "ref", "median us", "p99 us", "success", "within10");
 #ifdef KX_HAVE_KDL
-    std::printf(" %9s %9s %8s | %7s", "LMA med", "LMA p99", "LMA succ", "speedup");
+    std::printf(" %9s %9s %8s %8s | %7s", "LMA med", "LMA p99", "LMA succ", "LMA w10", "speedup");
 #endif
     std::printf("\n");
     for (int t : {AVEN, CALDII, CALDIII, CALDIV, DUMO, ESKA, GOLT, BRIV, FIRU}) {
@@ -169,13 +308,26 @@ int main(int argc, char** argv) {
             Result a = ours(m, set);
             char label[8];
             std::snprintf(label, sizeof label, "%s%s", row.near ? "near" : "any", row.strategy ? "/1" : "");
-            std::printf("%-9s %-6s | %9.2f %9.2f %7.2f%% |", names[t], label, a.median(), a.p99(), a.rate());
+            std::printf("%-9s %-6s | %9.2f %9.2f %7.2f%% %7.2f%% |", names[t], label, a.median(), a.p99(), a.rate(),
+                        a.close_rate());
 #ifdef KX_HAVE_KDL
             Result b = lma(m, set);
-            std::printf(" %9.2f %9.2f %7.2f%% | %6.1fx", b.median(), b.p99(), b.rate(), b.median() / a.median());
+            std::printf(" %9.2f %9.2f %7.2f%% %7.2f%% | %6.1fx", b.median(), b.p99(), b.rate(), b.close_rate(),
+                        b.median() / a.median());
 #endif
             std::printf("\n");
         }
     }
+    std::printf("\npath continuity: 1 mm steps at a fixed orientation, each solved from the previous answer;\n");
+    std::printf("  largest change of any joint in one step, degrees (L: a joint at its limit; !: left the reach)\n");
+    std::printf("  given: a 200 mm line and a 100 mm radius circle from a working pose\n");
+    std::printf("  random: 50 working poses clear of singularities, a 150 mm line and a 50 mm radius circle from each;\n");
+    std::printf("  of the runs that stayed in reach: worst step clear of limits, runs with a step over 2 deg\n");
+    std::printf("  (clear of limits / at a limit); and the runs that left the reach. A path that grazes the\n");
+    std::printf("  edge of the reach straightens the elbow, where the joints must speed up whatever the solver\n");
+    std::printf("%-9s %-6s | %9s | %11s | %4s %10s %6s %6s %6s\n", "model", "mode", "line", "circle", "runs", "worst",
+                ">2deg", "limit", "left");
+    paths(BRIV, "BRIV");
+    paths(FIRU, "FIRU");
     return 0;
 }

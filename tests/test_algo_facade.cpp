@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 #include "algo_api.h"
 #include "kx_interface.h"
@@ -322,4 +323,38 @@ TEST(AlgoFacade, FrameChangesAndCartesianHelpers) {
     for (int i = 0; i < 6; ++i) qr[i] = static_cast<float>(q[i] * kDeg);
     const Pose stepped = step_attitude(qr, axis, 0.1f, 0);
     EXPECT_NEAR(stepped.euler.rz, rotated.euler.rz, 1e-5);
+}
+
+// A non-finite input is refused with the function's error value instead of a
+// result computed from it, and the argument is named in the log.
+TEST(AlgoFacade, NonFiniteInputsAreRefused) {
+    kx_algo_init_sys_data(KX_MODEL_AVEN_E, KX_FORCE_TYPE_P_E);
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    float joint[7] = {0, 20, nan, 90, 0, 0, 0};
+    EXPECT_EQ(-1, kx_algo_judgment_overpos(joint));
+
+    kx_inverse_kinematics_params_t p{};
+    p.q_in[1] = 20;
+    p.q_in[3] = 90;
+    p.flag = 1;
+    p.q_pose = kx_algo_forward_kinematics(nullptr, p.q_in);
+    float out[7] = {};
+    EXPECT_EQ(0, kx_algo_inverse_kinematics(nullptr, p, out));
+    kx_inverse_kinematics_params_t bad = p;
+    bad.q_in[4] = nan;
+    EXPECT_EQ(-1, kx_algo_inverse_kinematics(nullptr, bad, out));
+    bad = p;
+    bad.q_pose.position.y = std::numeric_limits<float>::infinity();
+    EXPECT_EQ(-1, kx_algo_inverse_kinematics(nullptr, bad, out));
+
+    const kx_pose_t zero{};
+    const kx_pose_t fk = kx_algo_forward_kinematics(nullptr, joint);
+    EXPECT_EQ(0, std::memcmp(&zero, &fk, sizeof zero));
+    const kx_pose_t moved = kx_algo_cartesian_tool(nullptr, p.q_in, 0, nan, 0);
+    EXPECT_EQ(0, std::memcmp(&zero, &moved, sizeof zero));
+    const float delta[6] = {0, 0, 0, nan, 0, 0};
+    const kx_pose_t shifted = kx_algo_pose_move(nullptr, p.q_pose, delta, 0);
+    EXPECT_EQ(0, std::memcmp(&zero, &shifted, sizeof zero));
+    const kx_pose_t rotated = kx_algo_rotate_move(nullptr, joint, 0, 1.0f, p.q_pose);
+    EXPECT_EQ(0, std::memcmp(&zero, &rotated, sizeof zero));
 }

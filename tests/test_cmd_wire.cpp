@@ -1,6 +1,8 @@
 /* Exact request bytes of every command family, as the controller receives
  * them. */
 #include <cstring>
+#include <functional>
+#include <limits>
 
 #include "test_cmd_fixture.h"
 
@@ -201,4 +203,74 @@ TEST_F(Wire, ControllerCommands) {
                   kx_arm_software_version_t v;
                   kx_get_arm_software_info(h(), &v);
               }));
+}
+
+/* A NaN or infinite argument never reaches the arm: the call fails with -1
+ * and names the argument, and the next request on the connection is the
+ * first thing the controller sees. */
+TEST_F(Wire, NonFiniteArgumentsAreNeverSent) {
+    start();
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity();
+    float joint[7] = {0, 20, nan, 90, 0, 0, 0};
+    kx_pose_t pose = pose_of(0.3f, 0, 0.4f, 3.14f, 0, 0);
+    kx_pose_t bad_pose = pose;
+    bad_pose.euler.ry = -inf;
+    kx_frame_t frame{};
+    std::strcpy(frame.frame_name, "tool1");
+    frame.payload = inf;
+    kx_dh_t dh{};
+    dh.a[4] = nan;
+    kx_envelope_balls_list_t env{};
+    env.size = 2;
+    env.balls[1].z = nan;
+    kx_movej_canfd_mode_t canfd{};
+    canfd.joint = joint;
+    kx_movep_canfd_mode_t canfdp{};
+    canfdp.pose = bad_pose;
+    struct Case {
+        std::string log;
+        std::function<int()> call;
+    };
+    const std::vector<Case> cases = {
+        {"[kx_movej] joint[2] is not a finite number", [&] { return kx_movej(h(), joint, 20, 0, 0, 1); }},
+        {"[kx_movel] pose.euler.ry is not a finite number", [&] { return kx_movel(h(), bad_pose, 20, 0, 0, 0); }},
+        {"[kx_movec] pose_to.euler.ry is not a finite number",
+         [&] { return kx_movec(h(), pose, bad_pose, 20, 0, 0, 0, 0); }},
+        {"[kx_movej_p] pose.euler.ry is not a finite number",
+         [&] { return kx_movej_p(h(), bad_pose, 20, 0, 0, 0); }},
+        {"[kx_movej_canfd] joint[2] is not a finite number", [&] { return kx_movej_canfd(h(), canfd); }},
+        {"[kx_movep_canfd] pose.euler.ry is not a finite number", [&] { return kx_movep_canfd(h(), canfdp); }},
+        {"[kx_movej_follow] joint[2] is not a finite number", [&] { return kx_movej_follow(h(), joint); }},
+        {"[kx_set_joint_step] step is not a finite number", [&] { return kx_set_joint_step(h(), 1, nan, 10, 0); }},
+        {"[kx_set_pos_step] step is not a finite number",
+         [&] { return kx_set_pos_step(h(), KX_X_DIR_E, inf, 10, 0); }},
+        {"[kx_set_joint_max_speed] value is not a finite number",
+         [&] { return kx_set_joint_max_speed(h(), 1, nan); }},
+        {"[kx_set_arm_max_line_speed] value is not a finite number",
+         [&] { return kx_set_arm_max_line_speed(h(), inf); }},
+        {"[kx_set_init_pose] joint[2] is not a finite number", [&] { return kx_set_init_pose(h(), joint); }},
+        {"[kx_set_install_pose] y is not a finite number", [&] { return kx_set_install_pose(h(), 0, nan, 0); }},
+        {"[kx_generate_auto_tool_frame] z is not a finite number",
+         [&] { return kx_generate_auto_tool_frame(h(), "t", 1, 0, 0, -inf); }},
+        {"[kx_set_manual_tool_frame] frame.payload is not a finite number",
+         [&] { return kx_set_manual_tool_frame(h(), frame); }},
+        {"[kx_update_work_frame] pose.euler.ry is not a finite number",
+         [&] { return kx_update_work_frame(h(), "w", bad_pose); }},
+        {"[kx_set_tool_envelope] envelope.balls[1].z is not a finite number",
+         [&] { return kx_set_tool_envelope(h(), env); }},
+        {"[kx_set_DH_data] dh.a[4] is not a finite number", [&] { return kx_set_DH_data(h(), dh); }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.log);
+        clear_log();
+        sim->clear_received(0);
+        EXPECT_EQ(-1, c.call());
+        EXPECT_TRUE(logged(c.log + "\n"));
+        EXPECT_EQ(R"({"command":"get_joint_max_speed"})", sent_by([&] {
+                      float v[7];
+                      kx_get_joint_max_speed(h(), v);
+                  }));
+        EXPECT_FALSE(sim->moving(0));
+    }
 }

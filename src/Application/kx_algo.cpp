@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "algo_api.h"
+#include "kx_command.h"
 #include "kx_interface.h"
 #include "kx_interface_global.h"
 #include "kx_invoke_algo.h"
@@ -75,6 +76,30 @@ SensorType library_sensor(kx_force_type_e type) {
         case KX_FORCE_TYPE_QS_E: return _QS;
         default: return _P;
     }
+}
+
+// A NaN or infinite input would come out as a plausible-looking result (or
+// slip through the limit comparisons), so it is refused and logged instead.
+bool finite_joints(const char* fn, const char* name, const float* joint) {
+    kx::Args args;
+    const int dof = libalgo_get_rbt_dof();
+    for (int i = 0; i < dof && i < 8; ++i) args.check(joint[i], name, i);
+    return !args.refused(fn);
+}
+
+bool finite_values(const char* fn, const char* name, const float* v, int n) {
+    kx::Args args;
+    for (int i = 0; i < n; ++i) args.check(v[i], name, i);
+    return !args.refused(fn);
+}
+
+// Position and the orientation that is used: the Euler angles, or the
+// quaternion when `by_quaternion`.
+bool finite_pose(const char* fn, const char* name, const kx_pose_t& p, bool by_quaternion = false) {
+    const float v[7] = {p.position.x, p.position.y, p.position.z, p.euler.rx, p.euler.ry, p.euler.rz, 0.0f};
+    const float q[7] = {p.position.x, p.position.y, p.position.z, p.quaternion.w,
+                        p.quaternion.x, p.quaternion.y, p.quaternion.z};
+    return by_quaternion ? finite_values(fn, name, q, 7) : finite_values(fn, name, v, 6);
 }
 
 void widen_redundancy_search() {
@@ -168,6 +193,7 @@ KX_API int kx_algo_judgment_overpos(float* joint) {
     float lo[8] = {}, hi[8] = {};
     kx_algo_get_joint_min_limit(lo);
     kx_algo_get_joint_max_limit(hi);
+    if (!finite_joints("kx_algo_judgment_overpos", "joint", joint)) return -1;
     for (int i = 0; i < libalgo_get_rbt_dof() && i < 8; ++i)
         if (joint[i] < lo[i] || joint[i] > hi[i]) return -1;
     return 0;
@@ -195,6 +221,7 @@ KX_API int kx_algo_inverse_kinematics(kx_robot_handle* handle, kx_inverse_kinema
         const float norm = ((ww + xx) + yy) + zz;
         if (norm != 1.0f) return -2;
     }
+    if (!finite_pose("kx_algo_inverse_kinematics", "q_pose", params.q_pose, params.flag == 0)) return -1;
     kx_algo_arm_state_set(handle);
     if (kx_algo_judgment_overpos(params.q_in) == -1) return -1;
     if (defaut_traversal_mode) widen_redundancy_search();
@@ -203,7 +230,7 @@ KX_API int kx_algo_inverse_kinematics(kx_robot_handle* handle, kx_inverse_kinema
 
 KX_API kx_pose_t kx_algo_forward_kinematics(kx_robot_handle* handle, const float* const joint) {
     kx_algo_arm_state_set(handle);
-    if (!joint) return kx_pose_t{};
+    if (!joint || !finite_joints("kx_algo_forward_kinematics", "joint", joint)) return kx_pose_t{};
     return to_api(invoke_forward_kinematics(joint));
 }
 
@@ -268,19 +295,31 @@ KX_API Matrix Forward_Kinematics_e(const float* joint) {
 
 KX_API kx_pose_t kx_algo_cartesian_tool(kx_robot_handle* handle, const float* curr_joint, float move_lengthx,
                                         float move_lengthy, float move_lengthz) {
+    static const char* const fn = "kx_algo_cartesian_tool";
     kx_algo_arm_state_set(handle);
+    const float lengths[3] = {move_lengthx, move_lengthy, move_lengthz};
+    if (!curr_joint || !finite_joints(fn, "curr_joint", curr_joint) || !finite_values(fn, "move_length", lengths, 3))
+        return kx_pose_t{};
     return to_api(algo_cartesian_tool(curr_joint, move_lengthx, move_lengthy, move_lengthz));
 }
 
 KX_API kx_pose_t kx_algo_rotate_move(kx_robot_handle* handle, const float* const curr_joint, int rotate_axis,
                                      float rotate_angle, kx_pose_t choose_axis) {
+    static const char* const fn = "kx_algo_rotate_move";
     kx_algo_arm_state_set(handle);
+    if (!curr_joint || !finite_joints(fn, "curr_joint", curr_joint) ||
+        !finite_values(fn, "rotate_angle", &rotate_angle, 1) || !finite_pose(fn, "choose_axis", choose_axis))
+        return kx_pose_t{};
     return to_api(algo_rotate_move(curr_joint, rotate_axis, to_lib(choose_axis), rotate_angle));
 }
 
 KX_API kx_pose_t kx_algo_pose_move(kx_robot_handle* handle, kx_pose_t poseCurrent, const float* deltaPosAndRot,
                                    int frameMode) {
+    static const char* const fn = "kx_algo_pose_move";
     kx_algo_arm_state_set(handle);
+    if (!deltaPosAndRot || !finite_pose(fn, "poseCurrent", poseCurrent) ||
+        !finite_values(fn, "deltaPosAndRot", deltaPosAndRot, 6))
+        return kx_pose_t{};
     return to_api(algo_pose_move(to_lib(poseCurrent), deltaPosAndRot, frameMode));
 }
 

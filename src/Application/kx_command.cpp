@@ -4,6 +4,7 @@
 
 #include <climits>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 
 #include "kx_commands_internal.h"
@@ -17,19 +18,52 @@ int resolve_timeout(int timeout) {
 }
 
 int trunc_wire(double v) {
-    if (std::isnan(v)) return 0;
+    if (std::isnan(v)) return 0; /* arguments never get here non-finite (Args) */
     if (v >= static_cast<double>(INT_MAX)) return INT_MAX;
     if (v <= static_cast<double>(INT_MIN)) return INT_MIN;
     return static_cast<int>(v);
 }
 
 void pose_to_wire(const kx_pose_t& pose, int out[6]) {
-    out[0] = wire_f(pose.position.x, 1000000.0f);
-    out[1] = wire_f(pose.position.y, 1000000.0f);
-    out[2] = wire_f(pose.position.z, 1000000.0f);
-    out[3] = wire_f(pose.euler.rx, 1000.0f);
-    out[4] = wire_f(pose.euler.ry, 1000.0f);
-    out[5] = wire_f(pose.euler.rz, 1000.0f);
+    Args scratch;
+    scratch.pose(pose, out, "pose");
+}
+
+/* ---- Args ------------------------------------------------------------------ */
+
+bool Args::check(double v, const char* name, int index) {
+    if (std::isfinite(v)) return true;
+    if (bad_[0] == '\0') {
+        if (index < 0)
+            std::snprintf(bad_, sizeof bad_, "%s", name);
+        else
+            std::snprintf(bad_, sizeof bad_, "%s[%d]", name, index);
+    }
+    return false;
+}
+
+int Args::f(float v, float k, const char* name, int index) { return check(v, name, index) ? wire_f(v, k) : 0; }
+
+int Args::d(float v, double k, const char* name, int index) { return check(v, name, index) ? wire_d(v, k) : 0; }
+
+void Args::pose(const kx_pose_t& pose, int out[6], const char* name) {
+    static const char* const kParts[6] = {"position.x", "position.y", "position.z", "euler.rx", "euler.ry", "euler.rz"};
+    const float v[6] = {pose.position.x, pose.position.y, pose.position.z, pose.euler.rx, pose.euler.ry, pose.euler.rz};
+    for (int i = 0; i < 6; ++i) {
+        char part[40];
+        std::snprintf(part, sizeof part, "%s.%s", name, kParts[i]);
+        out[i] = f(v[i], i < 3 ? 1000000.0f : 1000.0f, part);
+    }
+}
+
+void Args::joints(const float* joint, int n, int* out, const char* name) {
+    for (int i = 0; i < n; ++i) out[i] = d(joint[i], 1000.0, name, i);
+}
+
+bool Args::refused(const char* fn) const {
+    if (finite()) return false;
+    kx_log_error("[%s] %s is not a finite number\n", fn, bad_);
+    return true;
 }
 
 void pose_from_wire(const int in[6], kx_pose_t* pose) {
@@ -137,7 +171,7 @@ int reply_array_len(const char* json, const char* key, int cap) {
 
 int exchange(const char* fn, kx_robot_handle* h, const Request* req, const char* reply, ReplyBuf& buf, int timeout,
              int buf_len) {
-    if (req != nullptr && !req->ok()) return -1;
+    if (req != nullptr && (req->refused(fn) || !req->ok())) return -1;
     std::memset(buf.text, 0, sizeof buf.text);
     if (buf_len > kReplyBuf) buf_len = kReplyBuf;
     return kx_pack_lock_set(fn, h, req ? req->rows() : nullptr, req ? req->size() : 0, reply, buf.bytes(), buf_len,
@@ -190,7 +224,7 @@ int get_scaled(const char* fn, kx_robot_handle* h, const char* request, const ch
 }
 
 int send_only(const char* fn, kx_robot_handle* h, const Request& req, int pause_ms) {
-    if (!req.ok()) return -1;
+    if (req.refused(fn) || !req.ok()) return -1;
     uint8_t unused[kMoveBuf] = {};
     int r = kx_pack_lock_set(fn, h, req.rows(), req.size(), nullptr, unused, sizeof unused, pause_ms);
     return r < 0 ? -1 : 0;

@@ -34,13 +34,39 @@ inline constexpr int kOutTimeMax = -2; /* m_nOutTime_max */
 int resolve_timeout(int timeout);
 
 /* ---- wire conversions ----------------------------------------------------
- * Physical values travel as integers truncated toward zero. Out-of-range and
- * NaN inputs saturate rather than overflow the conversion. */
+ * Physical values travel as integers truncated toward zero. Out-of-range
+ * values saturate rather than overflow the conversion. A caller's argument is
+ * never converted with these directly: it goes through Args below, which
+ * refuses the non-finite ones. */
 int trunc_wire(double v);
 /* v * k computed in single precision, then truncated. */
 inline int wire_f(float v, float k) { return trunc_wire(static_cast<double>(v * k)); }
 /* v * k computed in double precision, then truncated. */
 inline int wire_d(float v, double k) { return trunc_wire(static_cast<double>(v) * k); }
+
+/* The caller's float arguments of one call on their way to the wire. Each
+ * conversion names its argument; the first one that is NaN or infinite is
+ * remembered (it converts to 0, which is never sent) and refused() then logs
+ * "[fn] name[i] is not a finite number" and answers true.
+ * A new family: convert every float through its Request (req.f / req.d /
+ * req.pose / req.joints); exchange, set_command and send_only then refuse with -1. */
+class Args {
+public:
+    int f(float v, float k, const char* name, int index = -1);   /* as wire_f */
+    int d(float v, double k, const char* name, int index = -1);  /* as wire_d */
+    /* [x, y, z in micrometres, rx, ry, rz in milliradians] */
+    void pose(const kx_pose_t& pose, int out[6], const char* name);
+    /* n joints in degrees to millidegrees (double precision). */
+    void joints(const float* joint, int n, int* out, const char* name);
+    /* Checks a value that is not converted here. */
+    bool check(double v, const char* name, int index = -1);
+    bool finite() const { return bad_[0] == '\0'; }
+    /* Logs the first non-finite argument under `fn`; true when there is one. */
+    bool refused(const char* fn) const;
+
+private:
+    char bad_[48]{};
+};
 
 /* Reading back: (float)wire * mul / div, computed in double precision. */
 struct Scale {
@@ -56,7 +82,7 @@ inline float from_wire(int w, Scale s) {
 }
 
 /* Pose on the wire: [x, y, z in micrometres, rx, ry, rz in milliradians],
- * single precision. */
+ * single precision. For poses read back, not for arguments (Args::pose). */
 void pose_to_wire(const kx_pose_t& pose, int out[6]);
 /* The reverse; the quaternion is derived from the Euler angles. */
 void pose_from_wire(const int in[6], kx_pose_t* pose);
@@ -72,8 +98,9 @@ inline void copy_str(char (&dst)[N], const char* src) {
 
 /* A request table beginning with {"command": name}. Integer arrays are stored
  * inside the object, so it is neither copied nor moved. A table that ran out
- * of room is refused as a whole when sent (-1). */
-class Request {
+ * of room, or that was given a non-finite argument, is refused as a whole
+ * when sent (-1). */
+class Request : public Args {
 public:
     explicit Request(const char* command);
     Request(const Request&) = delete;

@@ -8,11 +8,11 @@ namespace {
 constexpr const char* kJointKeys[7] = {"joint_1", "joint_2", "joint_3", "joint_4", "joint_5", "joint_6", "joint_7"};
 
 /* alpha and offset in millidegrees, a and d in micrometres. */
-void row_to_wire(const kx_dh_t& dh, int i, int out[4]) {
-    out[0] = wire_f(dh.alpha[i], 1000.0f);
-    out[1] = wire_f(dh.a[i], 1000000.0f);
-    out[2] = wire_f(dh.d[i], 1000000.0f);
-    out[3] = wire_f(dh.offset[i], 1000.0f);
+void row_to_wire(Args& args, const kx_dh_t& dh, int i, int out[4]) {
+    out[0] = args.f(dh.alpha[i], 1000.0f, "dh.alpha", i);
+    out[1] = args.f(dh.a[i], 1000000.0f, "dh.a", i);
+    out[2] = args.f(dh.d[i], 1000000.0f, "dh.d", i);
+    out[3] = args.f(dh.offset[i], 1000.0f, "dh.offset", i);
 }
 
 void row_from_wire(const int in[4], kx_dh_t* dh, int i) {
@@ -34,7 +34,7 @@ KX_API int kx_set_DH_data(kx_robot_handle* handle, kx_dh_t dh) {
     Request req("set_DH_data");
     for (int i = 0; i < 7; ++i) {
         int row[4] = {0, 0, 0, 0};
-        if (i < dof) row_to_wire(dh, i, row);
+        if (i < dof) row_to_wire(req, dh, i, row);
         req.ints(kJointKeys[i], row, 4);
     }
     return set_command(fn, handle, req, "set_DH_data", "set_state");

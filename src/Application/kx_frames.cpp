@@ -3,6 +3,7 @@
  * used by the local kinematics. */
 #include <cjson/cJSON.h>
 
+#include <cstdio>
 #include <cstring>
 
 #include "kx_command.h"
@@ -144,18 +145,19 @@ int set_then_reread(const SetSpec& s, kx_robot_handle* h, const char* name_key, 
 /* The fields shared by the manual and the update tool-frame commands. */
 void add_tool_fields(Request& req, const kx_frame_t& frame, const Name& name) {
     int pose[6];
-    pose_to_wire(frame.pose, pose);
+    req.pose(frame.pose, pose, "frame.pose");
     req.str("tool_name", name.text)
-        .num("payload", wire_f(frame.payload, 1000.0f))
-        .ints("position", {wire_f(frame.x, 1000000.0f), wire_f(frame.y, 1000000.0f), wire_f(frame.z, 1000000.0f)})
+        .num("payload", req.f(frame.payload, 1000.0f, "frame.payload"))
+        .ints("position", {req.f(frame.x, 1000000.0f, "frame.x"), req.f(frame.y, 1000000.0f, "frame.y"),
+                           req.f(frame.z, 1000000.0f, "frame.z")})
         .ints("tool_pose", pose, 6);
 }
 
 int send_work_pose(const SetSpec& s, kx_robot_handle* h, const char* work_name, const kx_pose_t& pose) {
     if (work_name == nullptr) return -1;
     int wire[6];
-    pose_to_wire(pose, wire);
     Request req(s.command);
+    req.pose(pose, wire, "pose");
     req.str("frame_name", work_name).ints("frame_pose", wire, 6);
     return set_command(s.fn, h, req, s.command, s.key);
 }
@@ -272,8 +274,8 @@ KX_API int kx_generate_auto_tool_frame(kx_robot_handle* handle, const char* name
     if (name == nullptr) return -1;
     Request req("generate_auto_tool_frame");
     req.str("tool_name", name)
-        .num("payload", wire_f(payload, 1000.0f))
-        .ints("position", {wire_f(x, 1000000.0f), wire_f(y, 1000000.0f), wire_f(z, 1000000.0f)});
+        .num("payload", req.f(payload, 1000.0f, "payload"))
+        .ints("position", {req.f(x, 1000000.0f, "x"), req.f(y, 1000000.0f, "y"), req.f(z, 1000000.0f, "z")});
     /* Answered under the point-teaching command's name. */
     return set_command("kx_generate_auto_tool_frame", handle, req, "set_auto_tool_frame", "auto_tool_frame");
 }
@@ -334,6 +336,19 @@ KX_API int kx_delete_work_frame(kx_robot_handle* handle, const char* work_name) 
 KX_API int kx_set_tool_envelope(kx_robot_handle* handle, kx_envelope_balls_list_t envelope) {
     static const char* const fn = "kx_set_tool_envelope";
     int size = envelope.size < 0 ? 0 : (envelope.size > KX_ENVELOPE_BALLS_MAX ? KX_ENVELOPE_BALLS_MAX : envelope.size);
+    Args args;
+    int wire[KX_ENVELOPE_BALLS_MAX][4];
+    for (int i = 0; i < size; ++i) {
+        const kx_envelopes_ball_t& b = envelope.balls[i];
+        const float v[4] = {b.radius, b.x, b.y, b.z};
+        static const char* const kNames[4] = {"radius", "x", "y", "z"};
+        for (int k = 0; k < 4; ++k) {
+            char name[32];
+            std::snprintf(name, sizeof name, "envelope.balls[%d].%s", i, kNames[k]);
+            wire[i][k] = args.f(v[k], 1000.0f, name);
+        }
+    }
+    if (args.refused(fn)) return -1;
     cJSON* root = cJSON_CreateObject();
     cJSON_AddStringToObject(root, "command", "set_tool_envelope");
     cJSON_AddStringToObject(root, "tool_name", Name(envelope.tool_name).text);
@@ -342,10 +357,10 @@ KX_API int kx_set_tool_envelope(kx_robot_handle* handle, kx_envelope_balls_list_
         const kx_envelopes_ball_t& b = envelope.balls[i];
         cJSON* ball = cJSON_CreateObject();
         cJSON_AddStringToObject(ball, "name", Name(b.name).text);
-        cJSON_AddNumberToObject(ball, "radius", wire_f(b.radius, 1000.0f));
-        cJSON_AddNumberToObject(ball, "x", wire_f(b.x, 1000.0f));
-        cJSON_AddNumberToObject(ball, "y", wire_f(b.y, 1000.0f));
-        cJSON_AddNumberToObject(ball, "z", wire_f(b.z, 1000.0f));
+        cJSON_AddNumberToObject(ball, "radius", wire[i][0]);
+        cJSON_AddNumberToObject(ball, "x", wire[i][1]);
+        cJSON_AddNumberToObject(ball, "y", wire[i][2]);
+        cJSON_AddNumberToObject(ball, "z", wire[i][3]);
         cJSON_AddItemToArray(list, ball);
     }
     if (send_built(handle, root, 500) != 0) return -1;

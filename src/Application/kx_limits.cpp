@@ -51,8 +51,8 @@ int get_limit(Limit which, kx_robot_handle* h, float* out) { return get_joints(k
 
 int set_limit(Limit which, kx_robot_handle* h, int joint_num, float value) {
     const JointSetter& s = kSetters[which];
-    int wire = s.encoding == Encoding::Rate ? wire_f(value / 6.0f, 1000.0f) : wire_f(value, 1000.0f);
     Request req(s.command);
+    int wire = req.f(s.encoding == Encoding::Rate ? value / 6.0f : value, 1000.0f, "value");
     req.ints(s.field, {joint_num, wire});
     int r = set_command(s.fn, h, req, s.command, s.field);
     if (r != 0 || s.reread < 0) return r;
@@ -83,7 +83,9 @@ const ArmLimit kArmLimits[] = {
 
 int set_arm_limit(ArmLimitId id, kx_robot_handle* h, float value) {
     const ArmLimit& l = kArmLimits[id];
-    return set_num({l.set_fn, l.set_command, l.field}, h, l.field, wire_f(value, 1000.0f));
+    Request req(l.set_command);
+    req.num(l.field, req.f(value, 1000.0f, "value"));
+    return set_command(l.set_fn, h, req, l.set_command, l.field);
 }
 
 int get_arm_limit(ArmLimitId id, kx_robot_handle* h, float* out) {
@@ -224,8 +226,8 @@ KX_API int kx_set_init_pose(kx_robot_handle* handle, const float* joint) {
     int dof = checked_dof(fn, handle);
     if (dof < 0) return -1;
     int wire[7];
-    for (int i = 0; i < dof; ++i) wire[i] = wire_d(joint[i], 1000.0);
     Request req("set_init_pose");
+    req.joints(joint, dof, wire, "joint");
     req.ints("init_pose", wire, dof);
     return set_command(fn, handle, req, "set_init_pose", "init_pose");
 }
@@ -237,7 +239,7 @@ KX_API int kx_get_init_pose(kx_robot_handle* handle, float* joint) {
 
 KX_API int kx_set_install_pose(kx_robot_handle* handle, float x, float y, float z) {
     Request req("set_install_pose");
-    req.ints("pose", {trunc_wire(x), trunc_wire(y), trunc_wire(z)});
+    req.ints("pose", {req.d(x, 1.0, "x"), req.d(y, 1.0, "y"), req.d(z, 1.0, "z")});
     int r = set_command("kx_set_install_pose", handle, req, "set_install_pose", "set_state", m_nOutTime + 100);
     if (r != 0) return r;
     float sx, sy, sz;

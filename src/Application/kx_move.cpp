@@ -26,8 +26,8 @@ int send_joint_move(kx_robot_handle* h, const float* joint, int v, int r, int tc
     int dof = checked_dof(fn, h);
     if (dof < 0) return -1;
     int wire[7];
-    for (int i = 0; i < dof; ++i) wire[i] = wire_d(joint[i], 1000.0);
     Request req("movej");
+    req.joints(joint, dof, wire, "joint");
     req.num("v", v).ints("joint", wire, dof).num("trajectory_connect", tc).num("r", r);
     return exchange(fn, h, &req, "movej", buf, kOutTime, kMoveBuf);
 }
@@ -37,8 +37,8 @@ int send_joint_move(kx_robot_handle* h, const float* joint, int v, int r, int tc
 int send_pose_move(const char* fn, const char* command, kx_robot_handle* h, const kx_pose_t& pose, int v, int r,
                    int tc, ReplyBuf& buf) {
     int wire[6];
-    pose_to_wire(pose, wire);
     Request req(command);
+    req.pose(pose, wire, "pose");
     req.num("v", v).ints("pose", wire, 6).num("trajectory_connect", tc).num("r", r);
     return exchange(fn, h, &req, command, buf, kOutTime, kMoveBuf);
 }
@@ -49,8 +49,10 @@ int send_arc_move(kx_robot_handle* h, const kx_pose_t& via, const kx_pose_t& to,
                   ReplyBuf& buf) {
     static const char* const fn = "kx_movec";
     int wire_via[6], wire_to[6];
-    pose_to_wire(via, wire_via);
-    pose_to_wire(to, wire_to);
+    Args args;
+    args.pose(via, wire_via, "pose_via");
+    args.pose(to, wire_to, "pose_to");
+    if (args.refused(fn)) return -1;
     cJSON* root = cJSON_CreateObject();
     cJSON_AddStringToObject(root, "command", "movec");
     cJSON* poses = cJSON_CreateObject();

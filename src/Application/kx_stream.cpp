@@ -22,18 +22,18 @@ void add_pose(Request& req, const kx_pose_t& pose) {
     float n = q.w * q.w + q.x * q.x + q.y * q.y + q.z * q.z;
     if (static_cast<double>(n) > 0.99 && static_cast<double>(n) < 1.1) {
         const float v[7] = {pose.position.x, pose.position.y, pose.position.z, q.w, q.x, q.y, q.z};
-        for (int i = 0; i < 7; ++i) wire[i] = wire_f(v[i], 1000000.0f);
+        for (int i = 0; i < 7; ++i) wire[i] = req.f(v[i], 1000000.0f, i < 3 ? "pose.position" : "pose.quaternion", i < 3 ? i : i - 3);
         req.ints("pose_quat", wire, 7);
     } else {
-        pose_to_wire(pose, wire);
+        req.pose(pose, wire, "pose");
         req.ints("pose", wire, 6);
     }
 }
 
-int joint_wire(const char* fn, kx_robot_handle* h, const float* joint, int (&wire)[7]) {
+int joint_wire(const char* fn, kx_robot_handle* h, Request& req, const float* joint, int (&wire)[7]) {
     if (joint == nullptr) return -1;
     int dof = checked_dof(fn, h);
-    for (int i = 0; i < dof; ++i) wire[i] = wire_d(joint[i], 1000.0);
+    req.joints(joint, dof, wire, "joint");
     return dof;
 }
 
@@ -46,12 +46,12 @@ KX_API int kx_movej_canfd(kx_robot_handle* handle, kx_movej_canfd_mode_t config)
     check_radio(fn, "[%s] kx_movej_canfd_mode_t config warn, invaild radio: %d!\n", config.trajectory_mode,
                 config.radio);
     int wire[7];
-    int dof = joint_wire(fn, handle, config.joint, wire);
-    if (dof < 0) return -1;
     Request req("movej_canfd");
+    int dof = joint_wire(fn, handle, req, config.joint, wire);
+    if (dof < 0) return -1;
     req.ints("joint", wire, dof)
         .flag("follow", config.follow)
-        .num("expand", wire_f(config.expand, 1000.0f))
+        .num("expand", req.f(config.expand, 1000.0f, "expand"))
         .num("trajectory_mode", config.trajectory_mode)
         .num("radio", config.radio);
     return send_only(fn, handle, req, 0);
@@ -71,9 +71,9 @@ KX_API int kx_movep_canfd(kx_robot_handle* handle, kx_movep_canfd_mode_t config)
 KX_API int kx_movej_follow(kx_robot_handle* handle, float* joint) {
     static const char* const fn = "kx_movej_follow";
     int wire[7];
-    int dof = joint_wire(fn, handle, joint, wire);
-    if (dof < 0) return -1;
     Request req("movej_follow");
+    int dof = joint_wire(fn, handle, req, joint, wire);
+    if (dof < 0) return -1;
     req.ints("joint", wire, dof);
     return send_only(fn, handle, req, 0);
 }

@@ -43,14 +43,14 @@ int step_block(const StepKind& k, kx_robot_handle* h, const Request& req, int bl
 /* {"command", "joint_step": [joint, step * 1000], "v"} */
 struct JointStep {
     Request req{kJointStep.command};
-    JointStep(int joint_num, float step, int v) { req.ints("joint_step", {joint_num, wire_f(step, 1000.0f)}).num("v", v); }
+    JointStep(int joint_num, float step, int v) { req.ints("joint_step", {joint_num, req.f(step, 1000.0f, "step")}).num("v", v); }
 };
 
 /* {"command", "v", "step", "step_type"}: metres * 1e6 or radians * 1000. */
 struct CartesianStep {
     Request req;
     CartesianStep(const StepKind& k, const char* step_type, float step, float scale, int v) : req(k.command) {
-        req.num("v", v).num("step", wire_f(step, scale));
+        req.num("v", v).num("step", req.f(step, scale, "step"));
         if (step_type != nullptr) req.str("step_type", step_type);
     }
 };
