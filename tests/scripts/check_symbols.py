@@ -14,6 +14,7 @@ import subprocess
 import sys
 
 LINKER_SYMBOLS = {"_init", "_fini", "__bss_start", "_edata", "_end"}
+INSTRUMENTATION = ("__odr_asan",)  # AddressSanitizer's ODR indicators, one per exported global
 PUBLIC = ("kx_define.h", "kx_interface.h", "kx_structures.h", "kx_version.h")
 
 
@@ -75,6 +76,7 @@ def main():
             public |= names
     out = subprocess.run(["nm", "-D", "--defined-only", lib], check=True, capture_output=True, text=True).stdout
     exported = {line.split()[-1].split("@")[0] for line in out.splitlines() if line.strip()} - LINKER_SYMBOLS
+    exported = {name for name in exported if not name.startswith(INSTRUMENTATION)}
     problems = []
     for name in sorted(exported):
         if name.startswith("_Z"):
