@@ -402,6 +402,130 @@ typedef struct {
     char ssid[32]; /**< network name */
 } kx_wifi_net_t;
 
+/* ---- peripherals: controller and tool I/O --------------------------- */
+
+/** Mode of one controller I/O channel. */
+typedef struct {
+    int io_mode; /**< 0..14, the controller's mode numbers */
+    /** Speed and mode of the realtime-speed mode, used only when `io_mode` is 14. */
+    struct {
+        int speed; /**< controller's speed setting */
+        int mode;  /**< controller's sub-mode */
+    } io_real_time_config_t;
+} kx_io_config_t;
+
+/** State and mode of one controller I/O channel, as read back. */
+typedef struct {
+    int io_state;            /**< 0 low, 1 high */
+    kx_io_config_t io_config; /**< speed and mode are -1 below mode 14 */
+} kx_io_get_t;
+
+/* ---- peripherals: RS485 and Modbus ----------------------------------- */
+
+/** Where and what a Modbus read or write addresses. */
+typedef struct {
+    int port;    /**< Modbus port of the controller: its RS485, the tool's RS485 or the TCP link */
+    int address; /**< first coil or register */
+    int device;  /**< Modbus slave (device) id */
+    int num;     /**< number of coils or registers, where the command takes it */
+} kx_peripheral_read_write_params_t;
+
+/* ---- peripherals: gripper, hand, lift, expansion axis ---------------- */
+
+/** Device codes carried by the "current_trajectory_state" completion event. */
+typedef enum {
+    KX_DEVICE_ARM_E = 0,     /**< the arm's own motion */
+    KX_DEVICE_GRIPPER_E = 1, /**< two-finger gripper */
+    KX_DEVICE_HAND_E = 2,    /**< dexterous hand */
+    KX_DEVICE_LIFT_E = 3,    /**< lift */
+    KX_DEVICE_EXPAND_E = 4,  /**< expansion axis */
+} kx_device_e;
+
+/** State of the two-finger gripper. */
+typedef struct {
+    int enable_state;  /**< 1 enabled */
+    int status;        /**< controller's status code */
+    int error;         /**< controller's error code, 0 none */
+    int mode;          /**< controller's motion mode, 0 idle */
+    int current_force; /**< force currently applied, controller's units */
+    int temperature;   /**< controller's units */
+    int actpos;        /**< finger opening, 1..1000 */
+} kx_gripper_state_t;
+
+/** State of the lift or of the expansion axis. */
+typedef struct {
+    int pos;      /**< lift height or axis position, controller's units */
+    int current;  /**< controller's units */
+    int err_flag; /**< 0 no error */
+    int mode;     /**< 0 at rest, non-zero moving */
+} kx_expand_state_t;
+
+/* ---- safety zones: electronic fences, virtual wall ------------------- */
+
+/** Fence and wall forms. */
+typedef enum {
+    KX_FENCE_FORM_CUBE_E = 1,   /**< axis-aligned box */
+    KX_FENCE_FORM_PLANE_E = 2,  /**< plane through three points */
+    KX_FENCE_FORM_SPHERE_E = 3, /**< sphere */
+} kx_fence_form_e;
+
+/** Axis-aligned box, metres. */
+typedef struct {
+    float x_min_limit; /**< lowest x, metres */
+    float x_max_limit; /**< highest x, metres */
+    float y_min_limit; /**< lowest y, metres */
+    float y_max_limit; /**< highest y, metres */
+    float z_min_limit; /**< lowest z, metres */
+    float z_max_limit; /**< highest z, metres */
+} kx_fence_config_cube_t;
+
+/** Plane through three points, metres. */
+typedef struct {
+    float x1; /**< first point, metres */
+    float y1; /**< first point, metres */
+    float z1; /**< first point, metres */
+    float x2; /**< second point, metres */
+    float y2; /**< second point, metres */
+    float z2; /**< second point, metres */
+    float x3; /**< third point, metres */
+    float y3; /**< third point, metres */
+    float z3; /**< third point, metres */
+} kx_fence_config_plane_t;
+
+/** Sphere: centre and radius, metres. */
+typedef struct {
+    float x;      /**< centre, metres */
+    float y;      /**< centre, metres */
+    float z;      /**< centre, metres */
+    float radius; /**< metres */
+} kx_fence_config_sphere_t;
+
+/** One named fence (or the active fence, or the virtual wall). */
+typedef struct {
+    int form;                        /**< kx_fence_form_e */
+    char name[12];                   /**< sent as "form_name" */
+    kx_fence_config_cube_t cube;     /**< form 1 */
+    kx_fence_config_plane_t plan;    /**< form 2 */
+    kx_fence_config_sphere_t sphere; /**< form 3 */
+} kx_fence_config_t;
+
+/** A fence name, not necessarily zero-terminated when 12 characters long. */
+typedef struct {
+    char name[12]; /**< fence name */
+} kx_fence_names_t;
+
+/** Every stored fence. */
+typedef struct {
+    kx_fence_config_t config[10]; /**< the fences, in the controller's order */
+} kx_fence_config_list_t;
+
+/** Whether a fence or the virtual wall is enforced, and how. */
+typedef struct {
+    bool enable_state;    /**< enforced */
+    int in_out_side;      /**< controller's side code: 0 stay inside, 1 stay outside */
+    int effective_region; /**< controller's region code */
+} kx_electronic_fence_enable_t;
+
 /* ---- local algorithms ------------------------------------------------- */
 
 /** Input of kx_algo_inverse_kinematics(). */

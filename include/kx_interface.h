@@ -1536,6 +1536,191 @@ KX_API kx_dh_t kx_algo_get_dh(void);
  */
 KX_API void kx_algo_set_dh(kx_dh_t dh);
 
+/* ---- peripherals: controller and tool I/O ---------------------------
+ * One request, one reply, 500 ms (m_nOutTime) unless stated. Results: 0 done,
+ * 1 refused (or a rejected argument where stated), -1 unknown handle, null
+ * pointer or send failure, -2 no reply in time, -3 reply not decodable. */
+
+/** Sets the mode of controller I/O channel `io_num` (0..4); `config.io_mode` 0..14,
+ *  mode 14 also sends its realtime speed and mode. Returns 1 without sending when
+ *  `io_num` or the mode is out of range (logs "input param error..."). Blocks up to 500 ms. */
+KX_API int kx_set_IO_mode(kx_robot_handle* handle, int io_num, kx_io_config_t config);
+/** Sets digital output `io_num` to `state` (0/1). Generic results; blocks up to 500 ms. */
+KX_API int kx_set_DO_state(kx_robot_handle* handle, int io_num, int state);
+/** Reads state and mode of channel `io_num` (0..4; otherwise 1 without sending). Below
+ *  mode 14 speed and mode read -1. -3 when a value is missing or negative. Up to 500 ms. */
+KX_API int kx_get_IO_state(kx_robot_handle* handle, int io_num, kx_io_get_t* config);
+/** Reads the four digital inputs into `DI_state[0..3]`. Generic results; up to 500 ms. */
+KX_API int kx_get_IO_input(kx_robot_handle* handle, int* DI_state);
+/** Reads the four digital outputs into `DO_state[0..3]`. Generic results; up to 500 ms. */
+KX_API int kx_get_IO_output(kx_robot_handle* handle, int* DO_state);
+/** Selects the controller's I/O supply voltage (controller's type code). Up to 500 ms. */
+KX_API int kx_set_voltage(kx_robot_handle* handle, int voltage_type);
+/** Reads the I/O supply voltage type. Generic results; up to 500 ms. */
+KX_API int kx_get_voltage(kx_robot_handle* handle, int* voltage_type);
+/** Sets tool digital output `io_num` to `state`. Generic results; up to 500 ms. */
+KX_API int kx_set_tool_DO_state(kx_robot_handle* handle, int io_num, int state);
+/** Sets the mode of tool channel `io_num` (sent under "state"). Generic results; up to 500 ms. */
+KX_API int kx_set_tool_IO_mode(kx_robot_handle* handle, int io_num, int io_mode);
+/** Reads the tool's two channels: modes into `mode[0..1]`, states into `state[0..1]`. Up to 500 ms. */
+KX_API int kx_get_tool_IO_state(kx_robot_handle* handle, int* mode, int* state);
+/** Selects the tool supply voltage (controller's type code). Generic results; up to 500 ms. */
+KX_API int kx_set_tool_voltage(kx_robot_handle* handle, int voltage_type);
+/** Reads the tool supply voltage type. Generic results; up to 500 ms. */
+KX_API int kx_get_tool_voltage(kx_robot_handle* handle, int* voltage_type);
+
+/* ---- peripherals: RS485 and Modbus -----------------------------------
+ * Nothing is checked on the client; port numbers, baud rates and timeouts
+ * are the controller's. Registers travel as two integers (high byte, low
+ * byte) per 16-bit register, coils as one integer per 8 coils. Results: 0
+ * done, 1 refused or the device did not answer, -1 unknown handle, null
+ * pointer or send failure, -2 no reply in time, -3 reply not decodable. */
+
+/** Runs RS485 `port` as a Modbus RTU master at `baudrate` with the controller's `timeout`.
+ *  Blocks up to 1000 ms (m_nOutTime_max). */
+KX_API int kx_set_modbus_mode(kx_robot_handle* handle, int port, int baudrate, int timeout);
+/** Ends Modbus RTU mode on `port`. Blocks up to 1000 ms. */
+KX_API int kx_close_modbus_mode(kx_robot_handle* handle, int port);
+/** Opens the Modbus TCP master link to the device at `ip`:`port`. Blocks up to 1000 ms. */
+KX_API int kx_set_modbustcp_mode(kx_robot_handle* handle, const char* ip, int port, int timeout);
+/** Closes the Modbus TCP master link. Blocks up to 1000 ms. */
+KX_API int kx_close_modbustcp_mode(kx_robot_handle* handle);
+/** Reads the controller RS485 port's mode, baud rate and Modbus timeout; outside Modbus RTU
+ *  mode the timeout is absent from the reply and reads 0. Blocks up to 500 ms. */
+KX_API int kx_get_controller_RS485_mode(kx_robot_handle* handle, int* mode, int* baudrate, int* timeout);
+/** The same for the tool's RS485 port. Blocks up to 500 ms. */
+KX_API int kx_get_tool_RS485_mode(kx_robot_handle* handle, int* mode, int* baudrate, int* timeout);
+/** Reads `params.num` coils from `params.address` into `*data` (bits, first coil lowest).
+ *  1 when the controller reports the read failed. Blocks up to 1000 ms. */
+KX_API int kx_read_coils(kx_robot_handle* handle, kx_peripheral_read_write_params_t params, int* data);
+/** Reads `params.num` discrete inputs into `*data`, as kx_read_coils. Blocks up to 1000 ms. */
+KX_API int kx_read_input_status(kx_robot_handle* handle, kx_peripheral_read_write_params_t params, int* data);
+/** Reads one holding register into `*data` (`params.num` unused). Blocks up to 1000 ms. */
+KX_API int kx_read_holding_registers(kx_robot_handle* handle, kx_peripheral_read_write_params_t params, int* data);
+/** Reads one input register into `*data` (`params.num` unused). Blocks up to 1000 ms. */
+KX_API int kx_read_input_registers(kx_robot_handle* handle, kx_peripheral_read_write_params_t params, int* data);
+/** Writes one coil (`data` 0/1). Blocks up to 3000 ms. */
+KX_API int kx_write_single_coil(kx_robot_handle* handle, kx_peripheral_read_write_params_t params, int data);
+/** Writes one holding register. Blocks up to 1000 ms. */
+KX_API int kx_write_single_register(kx_robot_handle* handle, kx_peripheral_read_write_params_t params, int data);
+/** Writes `params.num` registers from `data` (`num` x 2 byte values, high byte first).
+ *  Blocks up to 1000 ms. */
+KX_API int kx_write_registers(kx_robot_handle* handle, kx_peripheral_read_write_params_t params, int* data);
+/** Writes `params.num` coils from `data`, one byte value per 8 coils: `num` / 8 entries are
+ *  sent (integer division; a partial last byte is not sent). Blocks up to 3000 ms. */
+KX_API int kx_write_coils(kx_robot_handle* handle, kx_peripheral_read_write_params_t params, int* data);
+/** Reads `params.num` coils as byte values; `num` / 8 entries are delivered into `data`
+ *  (integer division: a partial last byte is dropped). Blocks up to 3000 ms. */
+KX_API int kx_read_multiple_coils(kx_robot_handle* handle, kx_peripheral_read_write_params_t params, int* data);
+/** Reads `params.num` holding registers into `data` (`num` x 2 byte values, at most 24).
+ *  Blocks up to 1000 ms. */
+KX_API int kx_read_multiple_holding_registers(kx_robot_handle* handle, kx_peripheral_read_write_params_t params,
+                                              int* data);
+/** Reads `params.num` input registers into `data`, as the holding registers. Up to 1000 ms. */
+KX_API int kx_read_multiple_input_registers(kx_robot_handle* handle, kx_peripheral_read_write_params_t params,
+                                            int* data);
+
+/* ---- peripherals: gripper, hand, lift, expansion axis -----------------
+ * Blocking forms wait for the "current_trajectory_state" event of their own
+ * device (1 gripper, 2 hand, 3 lift, 4 expansion axis); `timeout` of the
+ * gripper and hand is in seconds. Units and ranges are the controller's. */
+
+/** Sets the gripper's opening range `min_limit`..`max_limit`. 0, 1 refused, -1, -2, -3.
+ *  Blocks up to 1000 ms. */
+KX_API int kx_set_gripper_route(kx_robot_handle* handle, int min_limit, int max_limit);
+/** Opens the gripper at `speed`. With `block` false and `timeout` 0 the command is sent without
+ *  reading a reply (returns 0 or -1 after about 1 s). Otherwise the acceptance is awaited (1000 ms;
+ *  -1, -2, -3) and, when `block` is false, returned (0 or 1 refused). When `block` is true the
+ *  completion is awaited up to `timeout` s: 0 finished, 1 the gripper reported failure, -3 event not
+ *  decodable, -4 no completion in time, -5 another device finished. */
+KX_API int kx_set_gripper_release(kx_robot_handle* handle, int speed, bool block, int timeout);
+/** Closes the gripper at `speed` until `force` is reached; results and waits as kx_set_gripper_release. */
+KX_API int kx_set_gripper_pick(kx_robot_handle* handle, int speed, int force, bool block, int timeout);
+/** Closes the gripper and keeps holding with `force`; results and waits as kx_set_gripper_release. */
+KX_API int kx_set_gripper_pick_on(kx_robot_handle* handle, int speed, int force, bool block, int timeout);
+/** Moves the fingers to `position`; results and waits as kx_set_gripper_release (the -4 timeout
+ *  also logs "[kx_set_gripper_position] timeout error"). */
+KX_API int kx_set_gripper_position(kx_robot_handle* handle, int position, bool block, int timeout);
+/** Reads the gripper's state. 0, -1, -2, -3; blocks up to 500 ms. */
+KX_API int kx_get_gripper_state(kx_robot_handle* handle, kx_gripper_state_t* state);
+/** Runs stored hand posture `posture_num`. The acceptance is awaited (1000 ms) and returned when
+ *  `block` is false (0, 1 refused, -1, -2, -3). When `block` is true the completion is awaited up to
+ *  `timeout` s: 0 finished, 1 the hand reported failure, -3 event not decodable, -4 another device
+ *  finished, -5 no completion in time. */
+KX_API int kx_set_hand_posture(kx_robot_handle* handle, int posture_num, bool block, int timeout);
+/** Runs stored hand sequence `seq_num`; results and waits as kx_set_hand_posture. */
+KX_API int kx_set_hand_seq(kx_robot_handle* handle, int seq_num, bool block, int timeout);
+/** Sets the six finger angles `hand_angle[0..5]`. 0, 1, -1, -2, -3; blocks up to 1000 ms. */
+KX_API int kx_set_hand_angle(kx_robot_handle* handle, const int* hand_angle);
+/** Streams six finger angles. With `block` the echo is awaited 20 ms (0, 1, -1, -2, -3);
+ *  without, the send code is returned at once (0 or -1). */
+KX_API int kx_set_hand_follow_angle(kx_robot_handle* handle, const int* hand_angle, bool block);
+/** Streams six finger positions `hand_pos[0..5]`; as kx_set_hand_follow_angle. */
+KX_API int kx_set_hand_follow_pos(kx_robot_handle* handle, const int* hand_pos, bool block);
+/** Sets the hand's speed. 0, 1, -1, -2, -3; blocks up to 1000 ms. */
+KX_API int kx_set_hand_speed(kx_robot_handle* handle, int speed);
+/** Sets the hand's force threshold. 0, 1, -1, -2, -3; blocks up to 1000 ms. */
+KX_API int kx_set_hand_force(kx_robot_handle* handle, int hand_force);
+/** Runs the lift at `speed` (signed; 0 stops). 0, 1, -1, -2, -3; blocks up to 500 ms. */
+KX_API int kx_set_lift_speed(kx_robot_handle* handle, int speed);
+/** Moves the lift to `height` at `speed`. With `block` 0 returns the acceptance (0, 1, -1, -2, -3);
+ *  otherwise waits without time limit for the lift's completion: 0 arrived, 1 refused or failed,
+ *  -3 undecodable, -4 another device finished, or the state query's code after 6 failures.
+ *  In single-thread mode the wait is the single-mode step (-3 or -5). */
+KX_API int kx_set_lift_height(kx_robot_handle* handle, int speed, int height, int block);
+/** Reads the lift's state (height into `pos`). 0, -1, -2, -3; blocks up to 500 ms. */
+KX_API int kx_get_lift_state(kx_robot_handle* handle, kx_expand_state_t* state);
+/** Reads the expansion axis's state. 0, -1, -2, -3; blocks up to 500 ms. */
+KX_API int kx_get_expand_state(kx_robot_handle* handle, kx_expand_state_t* state);
+/** Runs the expansion axis at `speed` (signed; 0 stops). 0, 1, -1, -2, -3; up to 500 ms. */
+KX_API int kx_set_expand_speed(kx_robot_handle* handle, int speed);
+/** Moves the expansion axis to `pos` at `speed`; results and waits as kx_set_lift_height. */
+KX_API int kx_set_expand_pos(kx_robot_handle* handle, int speed, int pos, int block);
+
+/* ---- safety zones: electronic fences, virtual wall, self-collision ----
+ * Geometry is in metres and travels as thousandths (truncated toward zero).
+ * Results: 0 done, 1 refused, -1 unknown handle, null pointer or send
+ * failure, -2 no reply within 500 ms, -3 reply not decodable, -4 where
+ * stated. Each blocks up to 500 ms. */
+
+/** Stores a new named fence of form 1 cube, 2 plane or 3 sphere. -4 without sending for another
+ *  form. The cube's "z_min_limit" carries `cube.x_min_limit`, as the controller expects. */
+KX_API int kx_add_electronic_fence_config(kx_robot_handle* handle, kx_fence_config_t config);
+/** Replaces the stored fence of the same name; as kx_add_electronic_fence_config. */
+KX_API int kx_update_electronic_fence_config(kx_robot_handle* handle, kx_fence_config_t config);
+/** Deletes the stored fence `form_name`. 1 when the controller refuses (unknown name). */
+KX_API int kx_delete_electronic_fence_config(kx_robot_handle* handle, const char* form_name);
+/** Lists the stored fence names into `names` (10 entries), their count into `*len`;
+ *  a name of 12 characters is not zero-terminated. -3 with a log line when the list is unusable. */
+KX_API int kx_get_electronic_fence_list_names(kx_robot_handle* handle, kx_fence_names_t* names, int* len);
+/** Reads the stored fence `name` into `config`. 1 when no such fence exists. */
+KX_API int kx_get_given_electronic_fence_config(kx_robot_handle* handle, const char* name, kx_fence_config_t* config);
+/** Reads every stored fence into `config_list` (10 entries), their count into `*len`. */
+KX_API int kx_get_electronic_fence_list_infos(kx_robot_handle* handle, kx_fence_config_list_t* config_list,
+                                              int* len);
+/** Enables or disables the active electronic fence, with its side and region codes. */
+KX_API int kx_set_electronic_fence_enable(kx_robot_handle* handle, kx_electronic_fence_enable_t state);
+/** Reads whether the active electronic fence is enforced. */
+KX_API int kx_get_electronic_fence_enable(kx_robot_handle* handle, kx_electronic_fence_enable_t* state);
+/** Sets the active fence: form 1 cube or 2 plane; form 3 returns -4 without sending; any other
+ *  form sends the form alone. */
+KX_API int kx_set_electronic_fence_config(kx_robot_handle* handle, kx_fence_config_t config);
+/** Reads the active fence (forms 1 and 2 carry geometry). 1 when the controller has none. */
+KX_API int kx_get_electronic_fence_config(kx_robot_handle* handle, kx_fence_config_t* config);
+/** Enables or disables the virtual wall, with its side and region codes. */
+KX_API int kx_set_virtual_wall_enable(kx_robot_handle* handle, kx_electronic_fence_enable_t state);
+/** Reads whether the virtual wall is enforced. */
+KX_API int kx_get_virtual_wall_enable(kx_robot_handle* handle, kx_electronic_fence_enable_t* state);
+/** Sets the virtual wall: form 1 cube or 3 sphere; form 2 logs an error and, like any other form,
+ *  sends the form alone. */
+KX_API int kx_set_virtual_wall_config(kx_robot_handle* handle, kx_fence_config_t config);
+/** Reads the virtual wall (forms 1 and 3 carry geometry). 1 when the controller has none. */
+KX_API int kx_get_virtual_wall_config(kx_robot_handle* handle, kx_fence_config_t* config);
+/** Switches self-collision detection on or off. */
+KX_API int kx_set_self_collision_enable(kx_robot_handle* handle, bool state);
+/** Reads whether self-collision detection is on. */
+KX_API int kx_get_self_collision_enable(kx_robot_handle* handle, bool* state);
+
 #ifdef __cplusplus
 }
 #endif

@@ -33,7 +33,7 @@ for h in kx_interface_global.h kx_core.h MIO_JSON.h; do
 done
 
 echo "== consumer: the README's program is tests/consumer/main.c"
-sed -n '/^```c$/,/^```$/p' README.md | sed '1d;$d' | diff - tests/consumer/main.c
+awk '/^```c$/ && !done {on = 1; next} on && /^```$/ {on = 0; done = 1} on' README.md | diff - tests/consumer/main.c
 
 echo "== consumer: find_package(kx_api)"
 cmake -S tests/consumer -B "$tmp/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
@@ -54,7 +54,7 @@ echo "== consumer: against the installed simulator"
 "$prefix/bin/kx_sim" --help | grep -q 127.0.0.K
 "$prefix/bin/kx_sim" --version
 udp=$((20000 + RANDOM % 20000))
-"$prefix/bin/kx_sim" --arms 2 --model AVEN,BRIV --port 0 --time-scale 10 --udp-port "$udp" >"$tmp/sim.out" &
+"$prefix/bin/kx_sim" --arms 2 --model AVEN,BRIV --port 0 --time-scale 10 --grip-object 400 --udp-port "$udp" >"$tmp/sim.out" &
 sim_pid=$!
 for _ in $(seq 100); do [ "$(wc -l <"$tmp/sim.out")" -ge 2 ] && break; sleep 0.1; done
 cat "$tmp/sim.out"

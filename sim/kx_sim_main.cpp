@@ -3,8 +3,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "kx_version.h"
@@ -36,8 +38,18 @@ const char kHelp[] =
     "                       anything outside 127.0.0.0/8 is sent to 127.0.0.1)\n"
     "  --udp-port P         initial realtime push port (default 8089)\n"
     "  --no-push            start with realtime push disabled\n"
+    "  --grip-object W      width (gripper position 1..1000) of an object between\n"
+    "                       every gripper's fingers; 0 = nothing (default)\n"
+    "  --stdin-commands     read the lines below from standard input while running\n"
+    "                       (off by default: a background job reading its terminal\n"
+    "                       would be stopped)\n"
     "  --help               print this text and exit\n"
     "  --version            print the version and exit\n"
+    "\n"
+    "with --stdin-commands, lines drive the peripherals of arm K (1..5):\n"
+    "  input K CHANNEL 0|1        digital input 1..4\n"
+    "  tool-input K CHANNEL 0|1   tool digital input 1..2\n"
+    "  object K WIDTH             gripper object width 1..1000, 0 = nothing\n"
     "\n"
     "example: kx_sim --arms 2 --model AVEN,BRIV --edition QS,P\n"
     "prints one line per arm, e.g. \"arm 1 listening on 127.0.0.1:8080 model AVEN-QS\".\n";
@@ -74,12 +86,41 @@ const std::string& for_arm(const std::vector<std::string>& list, int k) {
     return list[std::min(static_cast<size_t>(k), list.size() - 1)];
 }
 
+/* Applies one line of the peripheral driver; false when it is not understood. */
+bool drive(kxsim::Simulator& sim, const std::string& line) {
+    std::istringstream in(line);
+    std::string what;
+    int arm = 0, a = -1, b = -1;
+    if (!(in >> what >> arm >> a) || arm < 1 || arm > sim.arm_count()) return false;
+    if (what == "object") {
+        sim.set_gripper_object(arm - 1, a);
+        return true;
+    }
+    if (!(in >> b)) return false;
+    if (what == "input") return sim.set_digital_input(arm - 1, a, b);
+    if (what == "tool-input") return sim.set_tool_digital_input(arm - 1, a, b);
+    return false;
+}
+
+/* Reads driver lines until standard input ends; never holds up the exit. */
+void drive_from_stdin(kxsim::Simulator& sim) {
+    std::thread([&sim] {
+        for (std::string line; std::getline(std::cin, line);) {
+            if (line.empty()) continue;
+            std::printf("%s: %s\n", drive(sim, line) ? "ok" : "not understood", line.c_str());
+            std::fflush(stdout);
+        }
+    }).detach();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     int arms = 1;
     std::vector<std::string> models{"AVEN"}, editions{"P"}, ports{"8080"};
     kxsim::Options opt;
+    int grip_object = 0;
+    bool stdin_commands = false;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
         if (a == "--help" || a == "-h") {
@@ -94,8 +135,12 @@ int main(int argc, char** argv) {
             opt.push_enabled = false;
             continue;
         }
+        if (a == "--stdin-commands") {
+            stdin_commands = true;
+            continue;
+        }
         static const char* const kWithValue[] = {"--arms",       "--model",  "--edition", "--port",
-                                                 "--time-scale", "--udp-ip", "--udp-port"};
+                                                 "--time-scale", "--udp-ip", "--udp-port", "--grip-object"};
         if (!one_of(a, kWithValue)) return usage("unknown option " + a);
         if (i + 1 >= argc) return usage("missing value for " + a);
         const std::string v = argv[++i];
@@ -120,6 +165,8 @@ int main(int argc, char** argv) {
             if (*end || !(opt.time_scale > 0)) return usage("bad --time-scale");
         } else if (a == "--udp-ip") {
             opt.udp_ip = v;
+        } else if (a == "--grip-object") {
+            if (!to_int(v, 0, 1000, grip_object)) return usage("--grip-object takes 0 to 1000");
         } else if (a == "--udp-port") {
             if (!to_int(v, 1, 65535, opt.udp_port)) return usage("bad --udp-port");
         }
@@ -146,10 +193,12 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "kx_sim: cannot listen on the requested ports: %s\n", std::strerror(errno));
         return 1;
     }
+    for (int k = 0; k < sim.arm_count(); ++k) sim.set_gripper_object(k, grip_object);
     for (int k = 0; k < sim.arm_count(); ++k)
         std::printf("arm %d listening on %s:%d model %s\n", k + 1, sim.host(k).c_str(), sim.port(k),
                     sim.product_version(k).c_str());
     std::fflush(stdout);
+    if (stdin_commands) drive_from_stdin(sim);
 
     int sig = 0;
     sigwait(&stop_signals, &sig);

@@ -409,6 +409,7 @@ void ArmState::advance(double now, Events& out) {
     const double dt = now - last_t;
     if (dt <= 0) return;
     last_t = now;
+    effectors.advance(dt, out);
     const Joints before = q;
     if (!paused) {
         if (teach.kind != Teach::kNone) step_teach(dt);
@@ -567,6 +568,10 @@ std::string handle_request(ArmState& arm, const cJSON* req, double now, Events& 
         add_system_commands(t);
         add_push_commands(t);
         add_dh_commands(t);
+        add_io_commands(t);
+        add_modbus_commands(t);
+        add_effector_commands(t);
+        add_zone_commands(t);
         return t;
     }();
     std::string cmd;

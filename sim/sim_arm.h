@@ -85,6 +85,93 @@ struct Event {
 };
 using Events = std::vector<Event>;
 
+/* ---- peripherals (one state struct per family) ---- */
+
+/* Controller I/O: four channels, the tool's two, and the supply voltages.
+ * Mode 0 is a digital input, 1 a digital output; the others are the
+ * controller's special modes (14: realtime speed, with its speed and mode). */
+struct IoState {
+    static constexpr int kChannels = 4, kToolChannels = 2;
+    int mode[kChannels] = {1, 1, 0, 0};
+    int out[kChannels] = {};
+    int in[kChannels] = {}; /* driven from outside */
+    int rt_speed[kChannels] = {}, rt_mode[kChannels] = {};
+    int voltage = 2; /* 0 0 V, 1 5 V (not offered), 2 12 V, 3 24 V */
+    int tool_mode[kToolChannels] = {};
+    int tool_out[kToolChannels] = {}, tool_in[kToolChannels] = {};
+    int tool_voltage = 0;
+};
+
+/* RS485 ports and the emulated Modbus slave at device address 1 behind
+ * every master port (0 controller RS485, 1 tool RS485, 2 the TCP link). */
+struct ModbusState {
+    static constexpr int kSlave = 1, kTable = 1000;
+    static constexpr int kTcpPort = 2;
+    struct Rtu {
+        bool master = false;
+        int baudrate = 115200, timeout = 0;
+    } rtu[2];
+    bool tcp = false;
+    std::string tcp_ip;
+    int tcp_port = 0, tcp_timeout = 0;
+    std::vector<int> coils = std::vector<int>(kTable), inputs = std::vector<int>(kTable);
+    std::vector<int> holding = std::vector<int>(kTable), input_regs = std::vector<int>(kTable);
+};
+
+/* One device moving a single coordinate toward a target at a rate, in
+ * simulated time. */
+struct Drive {
+    double pos = 0, target = 0, rate = 0; /* units, units per second */
+    bool moving = false;
+    bool velocity = false; /* runs at `rate` until a limit or a stop */
+    bool report = true;    /* ends with a completion event */
+    /* Advances by dt within [lo, hi]; true when a positioning move just ended. */
+    bool step(double dt, double lo, double hi);
+};
+
+/* Gripper, hand, lift and expansion axis. */
+struct EffectorState {
+    /* gripper: positions 1..1000 */
+    int route_min = 1, route_max = 1000;
+    Drive gripper{1000, 1000};
+    int grip_force = 0, grip_status = 0; /* status: 0 idle/arrived, 1 moving, 2 holding an object, 3 closed empty */
+    int grip_mode = 0;                   /* 0 idle, 1 opening, 2 closing, 3 positioning */
+    int object_width = 0;                /* 0: nothing between the fingers */
+    bool grip_hold = false;              /* pick_on keeps the force */
+    /* hand: postures and sequences 1..40 */
+    int hand_speed = 500, hand_force = 500;
+    int hand_angle[6] = {}, hand_pos[6] = {};
+    Drive hand;          /* runs 0..1 over a posture or sequence */
+    /* lift (mm, 0..1000) and expansion axis (0.001 deg, -180000..180000) */
+    Drive lift, expand;
+
+    bool busy() const { return gripper.moving || hand.moving || lift.moving || expand.moving; }
+    void advance(double dt, Events& out);
+};
+
+/* Electronic fences, the active fence, the virtual wall and self-collision,
+ * in wire units (thousandths of a metre) so that they read back exactly. */
+struct Zone {
+    int form = 0; /* 0 none, 1 cube, 2 plane, 3 sphere */
+    std::string name;
+    std::vector<int> geo; /* cube x_min..z_max, plane x1..z3, sphere x, y, z, radius */
+};
+struct ZoneSwitch {
+    bool enable = false;
+    int in_out_side = 0; /* 0 the tool stays inside, 1 outside */
+    int region = 0;
+};
+struct ZoneState {
+    static constexpr int kMaxFences = 10;
+    static constexpr int kFenceError = 0x5008, kWallError = 0x5009; /* cleared by clear_system_err */
+    std::vector<Zone> fences;
+    Zone fence, wall;
+    ZoneSwitch fence_on, wall_on;
+    bool self_collision = false;
+    /* The error code of the first zone the tool point p (metres, base frame) violates, or 0. */
+    int violation(const double p[3]) const;
+};
+
 struct ArmState {
     /* ---- identity and kinematics ---- */
     std::string product;
@@ -119,6 +206,12 @@ struct ArmState {
     std::string wifi_mode = "off", wifi_ssid, wifi_password, wifi_ip = "0.0.0.0";
     int wifi_channel = 6, usb_baudrate = 115200, rs485_baudrate = 115200;
     PushConfig push;
+
+    /* ---- peripherals and safety zones ---- */
+    IoState io;
+    ModbusState modbus;
+    EffectorState effectors;
+    ZoneState zones;
 
     /* ---- motion ---- */
     std::deque<Segment> queue; /* front is running once released */
@@ -242,6 +335,14 @@ void add_state_commands(CommandTable& t);
 void add_system_commands(CommandTable& t);
 void add_push_commands(CommandTable& t);
 void add_dh_commands(CommandTable& t);
+void add_io_commands(CommandTable& t);
+void add_modbus_commands(CommandTable& t);
+void add_effector_commands(CommandTable& t);
+void add_zone_commands(CommandTable& t);
+
+/* Whether a planned motion keeps the tool point clear of every enabled
+ * zone; otherwise the zone's error is raised and false returned. */
+bool zones_allow(ArmState& arm, const Segment& seg);
 
 /* Answers one request object; returns the reply text (empty: no reply).
  * Events raised meanwhile are appended to `events`. */

@@ -41,6 +41,7 @@ bool read_move(const cJSON* req, int& v, int& tc) {
 }
 
 void accept(Ctx& c, bool ok, Segment& seg, int tc, const char* type, const char* status) {
+    ok = ok && zones_allow(c.arm, seg);
     if (ok) {
         seg.tc = tc;
         seg.type = type;

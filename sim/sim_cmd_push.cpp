@@ -1,5 +1,6 @@
 // Realtime push: its configuration commands and the datagram itself.
 #include <algorithm>
+#include <cmath>
 
 #include "sim_arm.h"
 #include "sim_json.h"
@@ -54,6 +55,24 @@ void add_zeros(cJSON* parent, const char* key, std::initializer_list<const char*
     for (const char* m : members) add_int(o, m, 0);
 }
 
+/* The lift (height in mm, "pos" in thousandths of a mm) or the expansion
+ * axis ("pos" in thousandths of a degree) as it moves. */
+void add_axis_state(cJSON* parent, const char* key, const Drive& d, bool lift) {
+    cJSON* o = add_object(parent, key);
+    const int pos = static_cast<int>(std::lround(d.pos));
+    if (lift) {
+        add_int(o, "pos", pos * 1000);
+        add_int(o, "height", pos);
+    } else {
+        add_int(o, "joint_id", 1);
+        add_int(o, "mode", d.moving ? (d.velocity ? 2 : 1) : 0);
+        add_int(o, "pos", pos);
+    }
+    add_int(o, "current", d.moving ? 1200 : 100);
+    add_int(o, "err_flag", 0);
+    add_int(o, "en_flag", 1);
+}
+
 }  // namespace
 
 namespace {
@@ -98,9 +117,8 @@ std::string build_datagram(const ArmState& a, const bool* custom) {
         add_int(fs, "coordinate", a.push.force_coordinate);
     }
 
-    if (custom[kLiftState]) add_zeros(root, "lift_state", {"pos", "height", "current", "err_flag", "en_flag"});
-    if (custom[kExpandState])
-        add_zeros(root, "expand_state", {"joint_id", "mode", "pos", "current", "err_flag", "en_flag"});
+    if (custom[kLiftState]) add_axis_state(root, "lift_state", a.effectors.lift, true);
+    if (custom[kExpandState]) add_axis_state(root, "expand_state", a.effectors.expand, false);
     if (custom[kHand]) {
         const int zeros[6] = {};
         cJSON* h = add_object(root, "hand");

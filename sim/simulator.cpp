@@ -310,7 +310,7 @@ struct Simulator::Impl {
                 {
                     std::lock_guard<std::mutex> l(a.mu);
                     a.state.advance(t, events);
-                    if (a.state.moving()) next = std::min(next, now + kMotionTick);
+                    if (a.state.moving() || a.state.effectors.busy()) next = std::min(next, now + kMotionTick);
                     if (a.state.push.enable) {
                         const auto period = std::max<Clock::duration>(
                             std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double, std::milli>(
@@ -550,6 +550,35 @@ std::chrono::steady_clock::time_point Simulator::last_motion_end(int arm) const 
     const ArmServer* a = impl_->at(arm);
     if (!a) return {};
     return Clock::time_point(Clock::duration(a->last_end_real.load()));
+}
+
+namespace {
+bool set_input(ArmServer* a, int* inputs, int n, int channel, int value) {
+    if (!a || channel < 1 || channel > n || (value != 0 && value != 1)) return false;
+    inputs[channel - 1] = value;
+    return true;
+}
+}  // namespace
+
+bool Simulator::set_digital_input(int arm, int channel, int value) {
+    ArmServer* a = impl_->at(arm);
+    if (!a) return false;
+    std::lock_guard<std::mutex> l(a->mu);
+    return set_input(a, a->state.io.in, IoState::kChannels, channel, value);
+}
+
+bool Simulator::set_tool_digital_input(int arm, int channel, int value) {
+    ArmServer* a = impl_->at(arm);
+    if (!a) return false;
+    std::lock_guard<std::mutex> l(a->mu);
+    return set_input(a, a->state.io.tool_in, IoState::kToolChannels, channel, value);
+}
+
+void Simulator::set_gripper_object(int arm, int width) {
+    if (ArmServer* a = impl_->at(arm)) {
+        std::lock_guard<std::mutex> l(a->mu);
+        a->state.effectors.object_width = std::clamp(width, 0, 1000);
+    }
 }
 
 }  // namespace kxsim

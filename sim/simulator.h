@@ -83,9 +83,19 @@ public:
     std::vector<double> joints(int arm) const;
     /* Whether a planned motion is running. */
     bool moving(int arm) const;
-    /* Simulated time at which the last planned motion of the arm ended, and the
+    /* Simulated time at which the last planned motion (or effector move) of the arm ended, and the
      * real steady-clock time at which its completion event was written. */
     std::chrono::steady_clock::time_point last_motion_end(int arm) const;
+
+    /* ---- peripherals, driven from outside ---- */
+    /* Sets digital input `channel` (1..4) of the arm to `value` (0/1); false
+     * when out of range. A tool input: tool_channel 1..2. */
+    bool set_digital_input(int arm, int channel, int value);
+    bool set_tool_digital_input(int arm, int channel, int value);
+    /* Width (gripper position 1..1000) of an object between the gripper's
+     * fingers: a pick stops there and holds it (status 2); 0 = nothing, a
+     * pick then closes to the end of its route (status 3). */
+    void set_gripper_object(int arm, int width);
 
     struct Impl;
 

@@ -286,6 +286,30 @@ int get_joints(const JointQuery& q, kx_robot_handle* h, float* out) {
 
 /* ---- motion completion ---------------------------------------------------- */
 
+bool Completion::next(int timeout) {
+    if (held_) {
+        held_ = false;
+        return true;
+    }
+    return receive(timeout) > 0;
+}
+
+void Completion::pause(int ms) {
+    if (held_) {
+        sleep_cp(ms);
+        return;
+    }
+    int r = receive(ms);
+    if (r > 0)
+        held_ = true;
+    else if (r == -1)
+        sleep_cp(ms); /* the handle is gone; the next query reports it */
+}
+
+int Completion::receive(int timeout) {
+    return exchange(fn_, h_, nullptr, "current_trajectory_state", buf_, timeout, kMoveBuf);
+}
+
 int motion_accepted(const char* fn, const ReplyBuf& buf) { return parse_kx_set_command(fn, buf.text, "receive_state"); }
 
 namespace {
@@ -297,45 +321,6 @@ constexpr int kIdleLimit = 10;
 constexpr int kPollFirstEventWait = 1000;
 constexpr int kAgain = INT_MIN;     /* keep waiting */
 constexpr int kQuery = INT_MIN + 1; /* go on to the trajectory query */
-
-/* The completion events of one connection as the blocking wait sees them.
- * A pause is spent waiting for the next event rather than sleeping blind: an
- * event that arrives meanwhile is held and is the first one the next wait
- * sees, exactly as if it had stayed queued, but the loop resumes at once. */
-class Completion {
-public:
-    Completion(const char* fn, kx_robot_handle* h) : fn_(fn), h_(h) {}
-
-    bool next(int timeout) {
-        if (held_) {
-            held_ = false;
-            return true;
-        }
-        return receive(timeout) > 0;
-    }
-
-    void pause(int ms) {
-        if (held_) {
-            sleep_cp(ms);
-            return;
-        }
-        int r = receive(ms);
-        if (r > 0)
-            held_ = true;
-        else if (r == -1)
-            sleep_cp(ms); /* the handle is gone; the next query reports it */
-    }
-
-    const char* text() const { return buf_.text; }
-
-private:
-    int receive(int timeout) { return exchange(fn_, h_, nullptr, kTrajectoryEvent, buf_, timeout, kMoveBuf); }
-
-    const char* fn_;
-    kx_robot_handle* h_;
-    ReplyBuf buf_;
-    bool held_ = false;
-};
 
 /* The event seen while waiting for completion in the first place: another
  * device's event or a joined motion's keep the wait going. */

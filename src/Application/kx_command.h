@@ -239,6 +239,26 @@ int get_joints(const JointQuery& q, kx_robot_handle* h, float* out);
 
 /* ---- motion completion ---------------------------------------------------- */
 
+/* The completion events of one connection as a blocking wait sees them.
+ * A pause is spent waiting for the next event rather than sleeping blind: an
+ * event that arrives meanwhile is held and is the first one the next wait
+ * sees, exactly as if it had stayed queued, but the loop resumes at once. */
+class Completion {
+public:
+    Completion(const char* fn, kx_robot_handle* h) : fn_(fn), h_(h) {}
+    /* True when an event is in hand within `timeout` ms. */
+    bool next(int timeout);
+    void pause(int ms);
+    const char* text() const { return buf_.text; }
+
+private:
+    int receive(int timeout);
+    const char* fn_;
+    kx_robot_handle* h_;
+    ReplyBuf buf_;
+    bool held_ = false;
+};
+
 /* The two shapes of the blocking wait: event-first (movej, movel, moves,
  * movec) waits for the completion event and falls back to the trajectory
  * query; poll-first (movej_p, blocking steps) queries first. */

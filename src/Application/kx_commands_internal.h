@@ -8,6 +8,7 @@
 #define KX_COMMANDS_INTERNAL_H
 
 #include "kx_define.h"
+#include "kx_structures.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -39,6 +40,21 @@ KX_API int parse_kx_get_arm_software_info(const char* msg, kx_arm_software_versi
 
 /* The single-thread-mode completion step of the blocking motions. */
 KX_API int kx_movecmd_singlemode_parse(kx_robot_handle* handle, int block, int tar_device);
+
+/* ---- peripherals and safety zones ------------------------------------ */
+
+/** I/O state reply: "IO_state" and "IO_Mode" 0 or more, and below mode 14 speed and mode set to
+ *  -1; mode 14 needs the object "realtime_speed" with "speed" and "mode" 0 or more. 0, or -3. */
+KX_API int prase_get_IO_state(const char* msg, kx_io_get_t* config);
+
+/** RS485 mode reply decoded into the table `key_values` (n rows, zeroed by the caller). A missing
+ *  third key ("modbus_timeout": the port is not in Modbus RTU mode) ends the decode with 0 and a
+ *  warning; another missing key, a wrong type or an array size mismatch gives -3. */
+KX_API int parse_rs485(const char* msg, KeyValue* key_values, int n);
+
+/** Fence list reply: the array "info_list" into `list` (at most 10 entries), its count into
+ *  `*len`. The first missing or mistyped member ends the decode with -3. */
+KX_API int Parser_Get_Electronic_Fence_List_Info(const char* msg, kx_fence_config_list_t* list, int* len);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,128 @@
+// Controller and tool I/O: channel modes, outputs, inputs, supply voltages.
+// Channels are numbered 1..4 (tool: 1..2), as on the controller's panel.
+#include "sim_arm.h"
+#include "sim_json.h"
+
+namespace kxsim {
+namespace {
+
+constexpr int kRealtimeSpeedMode = 14;
+constexpr int kOutputMode = 1; /* 0 input, 1 output, 2..14 special */
+
+/* The 0-based index of channel "IO_Num" (1..n), or -1. */
+int channel(const cJSON* req, int n) {
+    int k = 0;
+    return get_int(req, "IO_Num", k) && k >= 1 && k <= n ? k - 1 : -1;
+}
+
+bool binary(const cJSON* req, const char* key, int& out) { return get_int(req, key, out) && (out == 0 || out == 1); }
+
+void set_io_mode(Ctx& c) {
+    IoState& io = c.arm.io;
+    const int k = channel(c.req, IoState::kChannels);
+    int mode = -1, speed = 0, rt_mode = 0;
+    bool ok = k >= 0 && get_int(c.req, "IO_mode", mode) && mode >= 0 && mode <= kRealtimeSpeedMode;
+    if (ok && mode == kRealtimeSpeedMode) {
+        const cJSON* rt = cJSON_GetObjectItemCaseSensitive(c.req, "realtime_speed");
+        ok = get_int(rt, "speed", speed) && get_int(rt, "mode", rt_mode) && speed >= 0 && rt_mode >= 0;
+    }
+    if (ok) {
+        io.mode[k] = mode;
+        io.rt_speed[k] = speed;
+        io.rt_mode[k] = rt_mode;
+    }
+    c.verdict("set_state", ok);
+}
+
+/* An output is driven only on a channel in output mode. */
+void set_do_state(Ctx& c) {
+    IoState& io = c.arm.io;
+    const int k = channel(c.req, IoState::kChannels);
+    int v = 0;
+    const bool ok = k >= 0 && io.mode[k] == kOutputMode && binary(c.req, "state", v);
+    if (ok) io.out[k] = v;
+    c.verdict("set_state", ok);
+}
+
+/* An input channel reports its input, every other mode its output. */
+void get_io_state(Ctx& c) {
+    const IoState& io = c.arm.io;
+    const int k = channel(c.req, IoState::kChannels);
+    cJSON* r = c.answer("IO_state");
+    if (k < 0) {
+        add_bool(r, "set_state", false);
+        return;
+    }
+    add_int(r, "IO_state", io.mode[k] == 0 ? io.in[k] : io.out[k]);
+    add_int(r, "IO_Mode", io.mode[k]);
+    if (io.mode[k] == kRealtimeSpeedMode) {
+        cJSON* rt = cJSON_CreateObject();
+        add_int(rt, "speed", io.rt_speed[k]);
+        add_int(rt, "mode", io.rt_mode[k]);
+        cJSON_AddItemToObject(r, "realtime_speed", rt);
+    }
+}
+
+void get_io_input(Ctx& c) { add_ints(c.answer("IO_input_state"), "DI", c.arm.io.in, IoState::kChannels); }
+void get_io_output(Ctx& c) { add_ints(c.answer("IO_output_state"), "DO", c.arm.io.out, IoState::kChannels); }
+
+/* Supply voltages: the controller offers 0, 12 and 24 V (types 0, 2, 3),
+ * the tool 0, 5, 12 and 24 V (0..3). */
+void set_voltage(Ctx& c, int IoState::*member, bool tool) {
+    int v = -1;
+    const bool ok = get_int(c.req, "voltage_type", v) && v >= 0 && v <= 3 && (tool || v != 1);
+    if (ok) c.arm.io.*member = v;
+    c.verdict("state", ok);
+}
+void set_controller_voltage(Ctx& c) { set_voltage(c, &IoState::voltage, false); }
+void set_tool_voltage(Ctx& c) { set_voltage(c, &IoState::tool_voltage, true); }
+void get_voltage(Ctx& c) { add_int(c.answer("voltage_state"), "voltage_type", c.arm.io.voltage); }
+void get_tool_voltage(Ctx& c) { add_int(c.answer("tool_voltage_state"), "voltage_type", c.arm.io.tool_voltage); }
+
+/* Tool channels: mode 0 input, 1 output. */
+void set_tool_do(Ctx& c) {
+    IoState& io = c.arm.io;
+    const int k = channel(c.req, IoState::kToolChannels);
+    int v = 0;
+    const bool ok = k >= 0 && io.tool_mode[k] == kOutputMode && binary(c.req, "state", v);
+    if (ok) io.tool_out[k] = v;
+    c.verdict("set_state", ok);
+}
+
+void set_tool_mode(Ctx& c) {
+    IoState& io = c.arm.io;
+    const int k = channel(c.req, IoState::kToolChannels);
+    int v = 0;
+    const bool ok = k >= 0 && binary(c.req, "state", v);
+    if (ok) io.tool_mode[k] = v;
+    c.verdict("set_state", ok);
+}
+
+void get_tool_io(Ctx& c) {
+    const IoState& io = c.arm.io;
+    int state[IoState::kToolChannels];
+    for (int k = 0; k < IoState::kToolChannels; ++k)
+        state[k] = io.tool_mode[k] == kOutputMode ? io.tool_out[k] : io.tool_in[k];
+    cJSON* r = c.answer("tool_IO_state");
+    add_ints(r, "IO_Mode", io.tool_mode, IoState::kToolChannels);
+    add_ints(r, "IO_state", state, IoState::kToolChannels);
+}
+
+}  // namespace
+
+void add_io_commands(CommandTable& t) {
+    t["set_IO_mode"] = set_io_mode;
+    t["set_DO_state"] = set_do_state;
+    t["get_IO_state"] = get_io_state;
+    t["get_IO_input"] = get_io_input;
+    t["get_IO_output"] = get_io_output;
+    t["set_voltage"] = set_controller_voltage;
+    t["get_voltage"] = get_voltage;
+    t["set_tool_DO_state"] = set_tool_do;
+    t["set_tool_IO_mode"] = set_tool_mode;
+    t["get_tool_IO_state"] = get_tool_io;
+    t["set_tool_voltage"] = set_tool_voltage;
+    t["get_tool_voltage"] = get_tool_voltage;
+}
+
+}  // namespace kxsim
