@@ -60,4 +60,19 @@ static inline void example_print_joints(const char* what, const float* q, int do
     printf("\n");
 }
 
+#if defined(_POSIX_C_SOURCE) && _POSIX_C_SOURCE >= 200112L
+#include <time.h>
+
+/* Sleeps until *next + period_ms (CLOCK_MONOTONIC) and advances *next: a
+ * steady cadence for streamed targets. Start with clock_gettime(*next). */
+static inline void example_tick(struct timespec* next, long period_ms) {
+    next->tv_nsec += period_ms * 1000000L;
+    while (next->tv_nsec >= 1000000000L) {
+        next->tv_nsec -= 1000000000L;
+        ++next->tv_sec;
+    }
+    clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, next, NULL);
+}
+#endif
+
 #endif /* EXAMPLE_ARM_H */

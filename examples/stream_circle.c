@@ -39,12 +39,7 @@ int main(int argc, char** argv) {
         setpoint.pose.position.x = centre.position.x + radius * (cosf(a) - 1.0f);
         setpoint.pose.position.y = centre.position.y + radius * sinf(a);
         CHECK(kx_movep_canfd(arm, setpoint));
-        next.tv_nsec += 10 * 1000 * 1000;
-        if (next.tv_nsec >= 1000000000L) {
-            next.tv_nsec -= 1000000000L;
-            ++next.tv_sec;
-        }
-        clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, NULL);
+        example_tick(&next, 10);
     }
 
     CHECK(kx_get_current_arm_state(arm, &st));

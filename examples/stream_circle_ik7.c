@@ -49,12 +49,7 @@ int main(int argc, char** argv) {
         for (int j = 0; j < 7; ++j) largest = fmaxf(largest, fabsf(q[j] - ik.q_in[j]));
         memcpy(ik.q_in, q, sizeof ik.q_in);
         CHECK(kx_movej_canfd(arm, setpoint));
-        next.tv_nsec += 10 * 1000 * 1000;
-        if (next.tv_nsec >= 1000000000L) {
-            next.tv_nsec -= 1000000000L;
-            ++next.tv_sec;
-        }
-        clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &next, NULL);
+        example_tick(&next, 10);
     }
 
     CHECK(kx_get_current_arm_state(arm, &st));
