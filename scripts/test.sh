@@ -17,10 +17,10 @@ run_suite() { # build-dir, extra cmake args...
 run_suite build -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
 # ---- adoption: the installed package as a user meets it --------------------
-# The Python binding's tests against the simulator, the reference
-# documentation, then an application built
-# outside the tree against an installed copy (find_package and pkg-config, C99
-# and C++17, the installed examples) and run from that prefix.
+# The Python binding's tests against the simulator (label python), the
+# reference documentation, then an application built outside the tree against
+# an installed copy (find_package and pkg-config, C99 and C++17, the installed
+# examples) and run from that prefix.
 if [ -d python/tests ]; then
   (cd build && ctest --output-on-failure -L python)
 fi
