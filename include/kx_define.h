@@ -182,7 +182,7 @@ typedef struct {
     int program_id; /**< program that finished (program events) */
 } kx_event_push_data_t;
 
-/** Event callback (kx_get_arm_event_call_back()); runs on a library thread. */
+/** Event callback (kx_get_arm_event_call_back()); runs on the library's dispatch thread. */
 typedef void (*kx_event_callback_ptr)(kx_event_push_data_t data);
 
 /* ---- realtime push ---------------------------------------------------- */
@@ -293,7 +293,7 @@ typedef struct {
     kx_udp_aloha_state_t aloha_state; /**< auxiliary inputs */
 } kx_realtime_arm_joint_state_t;
 
-/** Realtime callback (kx_realtime_arm_state_call_back()); runs on the UDP receive thread. */
+/** Realtime callback (kx_realtime_arm_state_call_back()); runs on the library's dispatch thread. */
 typedef void (*kx_realtime_arm_state_callback_ptr)(kx_realtime_arm_joint_state_t state);
 
 /* ---- motion ----------------------------------------------------------- */

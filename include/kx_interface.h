@@ -17,8 +17,9 @@
  *
  * Blocking: a command waits for its reply on the caller's thread, at most
  * the reply timeout (500 ms unless a function says otherwise); calls on
- * several connections may run at once from several threads. Callbacks run on
- * the library's receive threads.
+ * several connections may run at once from several threads. Event and
+ * realtime callbacks run on one library dispatch thread, in arrival order;
+ * kx_destory() waits at most half a second for a callback still running.
  */
 #ifndef KX_INTERFACE_H
 #define KX_INTERFACE_H
@@ -76,7 +77,8 @@ KX_API int kx_delete_robot_arm(kx_robot_handle* handle);
  * every connection. kx_init() may be called again afterwards.
  * @retval 0 always.
  * @par Blocking
- * Until the receive threads have ended (they notice the stop at once).
+ * Until the receive threads have ended (they notice the stop at once), and
+ * at most half a second more for a callback still running.
  */
 KX_API int kx_destory(void);
 /** Joint count, model and force edition of a connection, from its cache.
@@ -115,16 +117,19 @@ KX_API void kx_set_log_save(const char* path);
 /** Registers the callback for controller events (a motion finished,
  * a program finished). Events of every connection arrive here; @c handle_id
  * tells them apart. NULL is ignored (the previous callback stays).
- * @param event_callback called on the TCP receive thread (dual and triple
- *   modes), or in single mode on the thread of the call that reads the event.
- *   It may call any library function.
+ * @param event_callback called on the library's dispatch thread, one call at
+ *   a time in arrival order (in single mode, on the thread of the call that
+ *   reads the event). It may call any library function.
  */
 KX_API void kx_get_arm_event_call_back(kx_event_callback_ptr event_callback);
 /** Registers the callback for realtime state datagrams
  * (::KX_TRIPLE_MODE_E only). Datagrams of every arm arrive here; @c arm_ip
  * tells them apart. NULL is ignored (the previous callback stays).
- * @param realtime_callback called on the UDP receive thread, once per
- *   datagram; the next datagram is read when it returns, so keep it short.
+ * @param realtime_callback called on the library's dispatch thread (shared
+ *   with the event callback), once per datagram in arrival order. A slow
+ *   callback delays no reading: while 1024 calls are pending, further
+ *   datagrams are dropped and counted in the error log. It may call any
+ *   library function.
  */
 KX_API void kx_realtime_arm_state_call_back(kx_realtime_arm_state_callback_ptr realtime_callback);
 

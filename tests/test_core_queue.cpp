@@ -181,7 +181,8 @@ TEST(CoreQueue, CopiesAreBoundedByTheirDestinations) {
 
     std::string big = R"({"command":"big","pad":")" + std::string(20000, 'p') + R"("})";
     q.add(big);
-    EXPECT_EQ(KX_FIFO_FRAME_LEN, q.fifo->fifo[0].recevie_len);
+    const int stored_len = q.fifo->fifo[0].recevie_len;  // a packed field: copied, not bound by reference
+    EXPECT_EQ(KX_FIFO_FRAME_LEN, stored_len);
     std::string text;
     EXPECT_GT(q.get("big", &text, 100), 0);
     EXPECT_EQ(99u, text.size());

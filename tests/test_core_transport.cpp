@@ -72,16 +72,16 @@ TEST(CoreRegistry, SlotsHandlesAndLocks) {
         EXPECT_EQ(-1, handles[i]->id);
     }
     EXPECT_TRUE(LogCapture::has_line("[kx_create_robot_arm] socket connect err!\n"));
-    EXPECT_EQ(nullptr, kx_create_robot_arm("127.0.0.1", port));
-    EXPECT_TRUE(LogCapture::has_line("[kx_create_robot_arm] robot num is max"));
 
-    // Failed records still answer lookups; the model is unknown. Every path
-    // releases the read lock, or the deletes below could not take it.
+    // Failed creates hold no slot and answer no lookup; a deleted one is gone.
+    // Every path releases the read lock, or the deletes below could not take it.
     kx_robot_info_t info;
-    EXPECT_EQ(-2, kx_get_robot_info(handles[0], &info));
+    EXPECT_EQ(-1, kx_get_robot_info(handles[0], &info));
     int dof = 0;
     EXPECT_EQ(-1, kx_get_arm_dof(handles[0], &dof));
-    kx_robot_handle copy = *handles[0];
+    EXPECT_EQ(0, kx_delete_robot_arm(handles[0]));
+    EXPECT_EQ(-1, kx_delete_robot_arm(handles[0]));
+    kx_robot_handle copy = *handles[1];
     EXPECT_EQ(-1, kx_get_robot_info(&copy, &info));
     EXPECT_TRUE(LogCapture::has_line("[kx_get_robot_info] handle is NULL!\n"));
     EXPECT_EQ(-1, kx_delete_robot_arm(&copy));
@@ -89,6 +89,16 @@ TEST(CoreRegistry, SlotsHandlesAndLocks) {
     kx_realtime_push_config_t config;
     EXPECT_EQ(-1, kx_get_realtime_push(&copy, &config));
 
+    auto sim5 = kxtest::start_sim(5);
+    kx_robot_handle* arms[5];
+    for (int i = 0; i < 5; ++i) {
+        arms[i] = kxtest::connect_arm(*sim5, i);
+        ASSERT_NE(nullptr, arms[i]);
+        EXPECT_EQ(i + 1, arms[i]->id);
+    }
+    EXPECT_EQ(nullptr, kx_create_robot_arm("127.0.0.1", port));
+    EXPECT_TRUE(LogCapture::has_line("[kx_create_robot_arm] robot num is max"));
+    handles[2] = arms[2];
     EXPECT_EQ(0, kx_delete_robot_arm(handles[2]));
     auto sim = kxtest::start_sim();
     kx_robot_handle* live = kx_create_robot_arm(sim->host(0).c_str(), sim->port(0));

@@ -101,6 +101,11 @@ inline int bound_port(int type) {
 }
 inline int free_udp_port() { return bound_port(SOCK_DGRAM); }
 
+// Connects to arm k (0-based) of a simulator, at its own address.
+inline kx_robot_handle* connect_arm(const kxsim::Simulator& sim, int arm) {
+    return kx_create_robot_arm(sim.host(arm).c_str(), sim.port(arm));
+}
+
 // The library's record behind a handle (tests inspect its fields).
 inline kx_handle_t* record_of(kx_robot_handle* handle) {
     kx_rdlock_lock();

@@ -208,14 +208,15 @@ class State:
 
 def on_realtime(fn):
     """Calls fn(State) for every realtime datagram (in KX_TRIPLE_MODE_E, which
-    starts the UDP thread), on that thread: keep fn short, for the library
-    reads the next datagram only when it returns. None unregisters."""
+    starts the UDP thread), on the library's dispatch thread in arrival order;
+    datagrams that arrive while 1024 calls are pending are dropped. None
+    unregisters."""
     _register("realtime", ffi.kx_realtime_arm_state_callback_ptr, lib.kx_realtime_arm_state_call_back, fn, State)
 
 
 def on_event(fn):
     """Calls fn(event) for every controller event (motion finished, program
-    finished), on a library thread; event is a dict of the
+    finished), on the library's dispatch thread; event is a dict of the
     kx_event_push_data_t fields. None unregisters."""
     _register("event", ffi.kx_event_callback_ptr, lib.kx_get_arm_event_call_back, fn, as_dict)
 

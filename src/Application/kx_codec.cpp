@@ -169,25 +169,13 @@ KX_API int common_json_parse(const char* caller_function_name, const char* json_
 KX_API int kx_pack_lock_set(const char* caller_function_name, kx_robot_handle* handle, const JsonValue* json_values,
                             size_t num_values, const char* command, uint8_t* buf, int buf_len, int timeout) {
     const char* caller = caller_function_name ? caller_function_name : "";
-    kx_rdlock_lock();
-    kx_handle_t* record = kx_get_kx_handle_by_robot_handle(handle);
-    if (!record) {
-        kx_rdlock_unlock();
-        return -1;
-    }
-    if (json_values && common_json_pack_set(caller, record, json_values, num_values) != 0) {
-        kx_rdlock_unlock();
+    // The table lock is held only for the lookup: the send and the wait run without it.
+    int result = kx::round_trip(caller, handle, json_values, num_values, command, buf, buf_len, timeout);
+    if (result == kx::kSendFailed) {
         kx_log_error("[%s] %s send error\n", caller, request_name(json_values));
         return -1;
     }
-    if (!command) {
-        kx::pause_ms(timeout);
-        kx_rdlock_unlock();
-        return 0;
-    }
-    int result = handle_revice_data(caller, record, command, buf, buf_len, timeout);
-    kx_rdlock_unlock();
-    if (result > 0) return result;
+    if (result == -1 || !command || result > 0) return result;
     if (json_values)
         kx_log_error("[%s] %s revice error\n", caller, request_name(json_values));
     else if (strcmp(command, "point") == 0)

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "kx_commands_internal.h"
+#include "kx_core.h"
 
 namespace kx {
 
@@ -245,13 +246,11 @@ int send_built(kx_robot_handle* h, cJSON* root, size_t buf_size) {
     cJSON_free(text);
     std::memcpy(buf + len, "\r\n", 3);
     kx_log_debug("send is: %s\n", buf);
-    int sent = -1;
-    with_record(h, [&](kx_handle_t& rec) {
-        kx_socket_handle* sock = rec.socket_handle;
-        if (sock != nullptr && sock->send != nullptr)
-            sent = sock->send(sock, reinterpret_cast<uint8_t*>(buf), static_cast<int>(len + 2));
-    });
-    return sent == 0 ? 0 : -1;
+    ConnUse use(h);  /* keeps the connection, not the table lock, while sending */
+    if (!use) return -1;
+    kx_socket_handle* sock = use.record()->socket_handle;
+    if (sock == nullptr || sock->send == nullptr) return -1;
+    return sock->send(sock, reinterpret_cast<uint8_t*>(buf), static_cast<int>(len + 2)) == 0 ? 0 : -1;
 }
 
 int checked_dof(const char* fn, kx_robot_handle* h) {

@@ -183,13 +183,13 @@ int get_num(const char* fn, kx_robot_handle* h, const char* request, const char*
 int get_scaled(const char* fn, kx_robot_handle* h, const char* request, const char* reply, const char* field,
                Scale scale, float* out);
 
-/* A request that expects no reply: sends, then pauses `pause_ms` still
- * holding the registry read lock. 0, or -1 when it could not be sent. */
+/* A request that expects no reply: sends, then pauses `pause_ms` (without
+ * the registry lock). 0, or -1 when it could not be sent. */
 int send_only(const char* fn, kx_robot_handle* h, const Request& req, int pause_ms);
 
 /* Sends a request this family built itself: printed unformatted, "\r\n"
  * appended in a buffer of `buf_size` bytes, written with the connection's
- * non-blocking send under the registry read lock. Takes ownership of root.
+ * send while the call holds the connection (not the registry lock). Takes ownership of root.
  * 0, or -1 (unknown handle, too long, not sent). */
 int send_built(kx_robot_handle* h, ::cJSON* root, size_t buf_size);
 

@@ -1,4 +1,5 @@
-/* Internal glue between the lifecycle, the receive side and the codec. */
+/* Internal glue between the lifecycle, the receive side, the codec and the
+ * callback dispatcher. */
 #ifndef KX_APPLICATION_KX_CORE_H
 #define KX_APPLICATION_KX_CORE_H
 
@@ -6,6 +7,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include <cJSON.h>
@@ -16,10 +18,19 @@
 
 namespace kx {
 
+/* The reply queue of one connection: its lock, the signal of a stored frame,
+ * the discard marker of the connection's accepted non-blocking move, and who
+ * reads its socket right now. */
+struct QueueSync {
+    std::mutex mutex;
+    std::condition_variable cv;
+    int discard = 0;      /* 1: drop the next trajectory event, 2: the next program event */
+    bool reading = false; /* one thread at a time reads and frames the socket */
+};
+
 /* Per-connection state that the public record has no room for. Owns the
  * record: destroying the last reference closes the socket and frees the
- * record, its reply queue and its socket record. The receive thread holds a
- * reference while it reads, so a delete never frees what it is using. */
+ * record, its reply queue and its socket record. */
 struct Conn {
     explicit Conn(kx_handle_t* record) : record(record) {}
     ~Conn();
@@ -27,44 +38,91 @@ struct Conn {
     Conn& operator=(const Conn&) = delete;
 
     kx_handle_t* const record;
-    int fd = -1;                      /* descriptor watched by the receive thread, closed on release */
-    std::atomic<bool> active{false};  /* in the receive thread's poll set */
+    int fd = -1;                      /* descriptor, closed on release */
+    std::atomic<bool> active{false};  /* published: watched by the receive thread */
     std::atomic<bool> closed{false};  /* the peer closed; nothing more will arrive */
+    std::atomic<int> users{0};        /* calls using the connection right now */
     std::mutex rx_mutex;              /* single mode: callers waiting on one socket share the framer */
-    Framer framer;                    /* partial frame between reads */
+    Framer framer;                    /* partial frame between reads (held by the reader) */
+    QueueSync sync;
+    std::vector<int> udp_ports;       /* realtime ports this connection added (registry lock) */
 };
 
-/* The connection table, slot for slot beside gHandleList. */
-void conn_set(int slot, std::shared_ptr<Conn> conn);
+/* ---- the connection table ------------------------------------------------ */
+
+/* The connection of a record, or null. */
 std::shared_ptr<Conn> conn_of(const kx_handle_t* record);
-std::vector<std::shared_ptr<Conn>> active_conns();
+std::shared_ptr<Conn> conn_by_fd(int fd);
+std::shared_ptr<Conn> conn_of_fifo(const kx_socket_fifo_handle* fifo);
 
-/* Frees a record that never got a Conn. */
-void free_record(kx_handle_t* record, int extra_fd);
+/* A call's hold on a connection: taken under the table's read lock, kept
+ * without it; a delete waits until every hold is released. */
+class ConnUse {
+public:
+    explicit ConnUse(kx_robot_handle* handle);
+    ~ConnUse();
+    ConnUse(const ConnUse&) = delete;
+    ConnUse& operator=(const ConnUse&) = delete;
+    explicit operator bool() const { return conn_ != nullptr; }
+    Conn& conn() const { return *conn_; }
+    kx_handle_t* record() const { return conn_->record; }
 
-/* Reply queues: one lock for all of them, and waiters are woken when a frame is stored. */
-std::mutex& fifo_mutex();
-std::condition_variable& fifo_cv();
+private:
+    std::shared_ptr<Conn> conn_;
+};
+
+/* Records that the handle's connection added `port` to the realtime port
+ * registry, so that releasing the connection releases the port. */
+void note_udp_port(kx_robot_handle* handle, int port);
+
+/* ---- reply queues ---------------------------------------------------------- */
+
+/* The queue lock of records that have no connection. */
+QueueSync& orphan_sync();
+
+/* Marks the connection's next trajectory event as not to be taken by a wait
+ * (and writes the listener's flag). */
+void mark_discard(kx_robot_handle* handle);
+
+/* Stores one frame in the record's queue, dispatching events. */
+void store_frame(QueueSync& sync, kx_handle_t* record, const uint8_t* str, int len);
+
+/* Sends a request (when given) and waits for the reply named `command` on the
+ * caller's thread, reading the connection itself when nobody else does.
+ * Returns the reply length (> 0), 0 (no reply expected; paused `timeout`
+ * ms), -1 (unknown handle), kSendFailed, or -2 (no reply in time). */
+inline constexpr int kSendFailed = -100;
+int round_trip(const char* caller, kx_robot_handle* handle, const JsonValue* values, size_t count,
+               const char* command, uint8_t* buf, int buf_len, int timeout);
+
+/* ---- receive threads and shutdown ------------------------------------------ */
 
 /* Shutdown: should_exit, read and written atomically. */
 bool stopping();
 /* Sleeps ms milliseconds unless the library shuts down first. */
 void pause_ms(int ms);
+/* Readable from a shutdown until the next start. */
+int stop_fd();
+/* Wakes every sleeper and waiter for a shutdown. */
+void wake_all_for_stop();
 
-/* Receive-thread wake-up descriptor. */
-int receiver_wake_fd();
-void wake_receiver();
-void drain_receiver_wake();
-
-/* Blocks until a descriptor of fds is readable; fds[0] is the thread's wake-up
- * descriptor, drained here. False when the wait failed (the caller retries). */
-bool wait_readable(std::vector<struct pollfd>& fds, void (*drain_wake)());
+/* The receive thread's watch list. */
+void watch(Conn& conn);
+void unwatch(Conn& conn);
 
 /* Runs a receive thread's body; nothing it throws leaves the thread. */
 void* run_thread(const char* name, void (*body)());
 
-/* Fills event_data from a stored event frame and calls the callback. */
+/* ---- callbacks ----------------------------------------------------------------- */
+
+/* Decodes a stored event frame and hands it to the dispatcher. */
 void dispatch_event(const kx_handle_t* record, const cJSON* root, const char* key);
+/* A decoded realtime state for the realtime callback. */
+void dispatch_state(const kx_realtime_arm_joint_state_t& state);
+/* The dispatch thread: callbacks run there in arrival order. */
+bool start_dispatcher();
+void stop_dispatcher();
+unsigned long long dispatch_drops();
 
 /* The handle id read atomically (a failed synchronisation rewrites it). */
 inline int handle_id(const kx_handle_t* record) {

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <chrono>
+#include <vector>
 
 #include "kx_core.h"
 #include "kx_interface.h"
@@ -32,6 +33,15 @@ constexpr int kSlots = 5;
 
 bool g_rx_started = false;
 bool g_udp_started = false;
+bool g_dispatch_started = false;
+
+// Guarded by the table's write lock: slots a create has reserved while it
+// connects, and the records of failed creates (they hold no slot).
+bool g_reserved[kSlots] = {};
+std::vector<kx_handle_t*>& failed_records() {
+    static auto* records = new std::vector<kx_handle_t*>;
+    return *records;
+}
 
 // Never destroyed: the receive threads may still run while statics unwind.
 std::mutex& table_mutex() {
@@ -42,6 +52,14 @@ std::array<std::shared_ptr<kx::Conn>, kSlots>& table() {
     static auto* conns = new std::array<std::shared_ptr<kx::Conn>, kSlots>;
     return *conns;
 }
+std::mutex& stop_mutex() {
+    static auto* mutex = new std::mutex;
+    return *mutex;
+}
+std::condition_variable& stop_cv() {
+    static auto* cv = new std::condition_variable;
+    return *cv;
+}
 
 int find_slot(const kx_robot_handle* handle) {
     for (int i = 0; i < kSlots; ++i)
@@ -49,32 +67,68 @@ int find_slot(const kx_robot_handle* handle) {
     return -1;
 }
 
-// Empties a slot: the record is closed and freed once the receive thread lets go.
-void release_slot(int slot) {
-    kx_handle_t* record = gHandleList[slot];
+void free_record(kx_handle_t* record) {
+    if (!record) return;
+    kx_socket_handle* sock = record->socket_handle;
+    if (sock && kx::socket_fd(sock) > 0) sock->close(sock);
+    free(sock);
+    free(record->fifo_handle);
+    free(record);
+}
+
+// Takes a slot out of the table (write lock held); what it held is retired
+// afterwards, without the lock.
+struct Taken {
+    kx_handle_t* record = nullptr;
+    std::shared_ptr<kx::Conn> conn;
+};
+Taken take_slot(int slot) {
+    Taken taken{gHandleList[slot], nullptr};
     gHandleList[slot] = nullptr;
-    if (auto conn = kx::conn_of(record)) {
-        conn->active = false;
-        kx::conn_set(slot, nullptr);
-        kx::wake_receiver();
-    } else {
-        kx::free_record(record, -1);
+    std::lock_guard lock(table_mutex());
+    taken.conn = std::move(table()[slot]);
+    return taken;
+}
+
+// Waits until no call uses the connection, stops watching it, releases its
+// realtime ports, and lets it go (the receive thread may hold it a moment longer).
+void retire(Taken taken) {
+    if (!taken.conn) {
+        free_record(taken.record);
+        return;
+    }
+    kx::Conn& conn = *taken.conn;
+    for (int n; (n = conn.users.load()) != 0;) conn.users.wait(n);
+    kx::unwatch(conn);
+    std::vector<int> ports;
+    {
+        std::lock_guard lock(kx::udp::registry_mutex());
+        ports.swap(conn.udp_ports);
+        for (int port : ports)
+            if (gUdpHandle) gUdpHandle->udp_delete_port(gUdpHandle, port);
     }
 }
 
-// Stops and joins the receive threads that were started (and only those).
+kx_robot_handle* fail_create(kx_handle_t* record) {
+    kx::set_handle_id(&record->robot_handle, -1);
+    kx_wrlock_lock();
+    failed_records().push_back(record);
+    kx_wrlock_unlock();
+    return &record->robot_handle;
+}
+
+// Stops and joins the threads that were started (and only those).
 void stop_threads() {
     {
-        // Under the queue lock, so that no waiter misses the wake-up.
-        std::lock_guard lock(kx::fifo_mutex());
+        std::lock_guard lock(stop_mutex());
         __atomic_store_n(&should_exit, true, __ATOMIC_RELEASE);
     }
-    kx::fifo_cv().notify_all();
-    kx::wake_receiver();
+    kx::wake_all_for_stop();
     kx::udp::wake();
     if (g_rx_started) pthread_join(thread_id, nullptr);
     if (g_udp_started) pthread_join(thread_udp_id, nullptr);
-    g_rx_started = g_udp_started = false;
+    if (g_dispatch_started) kx::stop_dispatcher();
+    g_rx_started = g_udp_started = g_dispatch_started = false;
 }
 
 void stop_udp_registry() {
@@ -84,30 +138,44 @@ void stop_udp_registry() {
     gUdpHandle = nullptr;
 }
 
+// Closes every bound realtime port that is left.
+void close_udp_ports() {
+    if (!gUdpHandle) return;
+    std::lock_guard lock(kx::udp::registry_mutex());
+    for (auto& entry : gUdpHandle->udp_list) {
+        kx_udp_close(entry.udp_id);
+        entry = kx_udp_info{};
+    }
+}
+
+// Empties the table and retires everything in it, failed records included.
+void release_all() {
+    std::vector<Taken> taken;
+    kx_wrlock_lock();
+    for (int i = 0; i < kSlots; ++i)
+        if (gHandleList[i]) taken.push_back(take_slot(i));
+    std::vector<kx_handle_t*> failed;
+    failed.swap(failed_records());
+    kx_wrlock_unlock();
+    for (auto& t : taken) retire(std::move(t));
+    for (auto* record : failed) free_record(record);
+}
+
 }  // namespace
 
 // ---- internal glue ---------------------------------------------------------
 
 namespace kx {
 
-Conn::~Conn() { free_record(record, fd); }
-
-void free_record(kx_handle_t* record, int extra_fd) {
-    if (!record) return;
+Conn::~Conn() {
     kx_socket_handle* sock = record->socket_handle;
-    if (sock && socket_fd(sock) > 0) {
+    if (sock && socket_fd(sock) > 0)
         sock->close(sock);
-    } else if (extra_fd > 0) {
-        ::close(extra_fd);  // the peer closed and the record forgot its descriptor
-    }
+    else if (fd > 0)
+        ::close(fd);  // the peer closed and the record forgot its descriptor
     free(sock);
     free(record->fifo_handle);
     free(record);
-}
-
-void conn_set(int slot, std::shared_ptr<Conn> conn) {
-    std::lock_guard lock(table_mutex());
-    table()[slot] = std::move(conn);
 }
 
 std::shared_ptr<Conn> conn_of(const kx_handle_t* record) {
@@ -118,35 +186,73 @@ std::shared_ptr<Conn> conn_of(const kx_handle_t* record) {
     return nullptr;
 }
 
-std::vector<std::shared_ptr<Conn>> active_conns() {
-    std::vector<std::shared_ptr<Conn>> out;
+std::shared_ptr<Conn> conn_by_fd(int fd) {
     std::lock_guard lock(table_mutex());
     for (auto& conn : table())
-        if (conn && conn->active && !conn->closed) out.push_back(conn);
-    return out;
+        if (conn && conn->fd == fd) return conn;
+    return nullptr;
+}
+
+std::shared_ptr<Conn> conn_of_fifo(const kx_socket_fifo_handle* fifo) {
+    std::lock_guard lock(table_mutex());
+    for (auto& conn : table())
+        if (conn && conn->record->fifo_handle == fifo) return conn;
+    return nullptr;
+}
+
+ConnUse::ConnUse(kx_robot_handle* handle) {
+    kx_rdlock_lock();
+    if (kx_handle_t* record = kx_get_kx_handle_by_robot_handle(handle)) {
+        // The table changes only under the write lock, so the read lock
+        // suffices here (the receive thread, without it, takes table_mutex).
+        for (auto& conn : table()) {
+            if (conn && conn->record == record) {
+                conn->users.fetch_add(1);
+                conn_ = conn;
+                break;
+            }
+        }
+    }
+    kx_rdlock_unlock();
+}
+
+ConnUse::~ConnUse() {
+    if (!conn_) return;
+    if (conn_->users.fetch_sub(1) == 1) conn_->users.notify_all();
+}
+
+void note_udp_port(kx_robot_handle* handle, int port) {
+    ConnUse use(handle);
+    if (!use) return;
+    std::lock_guard lock(udp::registry_mutex());
+    use.conn().udp_ports.push_back(port);
 }
 
 bool stopping() { return __atomic_load_n(&should_exit, __ATOMIC_ACQUIRE); }
 
 void pause_ms(int ms) {
     if (ms <= 0) return;
-    std::unique_lock lock(fifo_mutex());
-    fifo_cv().wait_for(lock, std::chrono::milliseconds(ms), [] { return stopping(); });
+    std::unique_lock lock(stop_mutex());
+    stop_cv().wait_for(lock, std::chrono::milliseconds(ms), [] { return stopping(); });
 }
 
-int receiver_wake_fd() {
+int stop_fd() {
     static int fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     return fd;
 }
 
-void wake_receiver() {
+void wake_all_for_stop() {
     uint64_t one = 1;
-    if (write(receiver_wake_fd(), &one, sizeof one) < 0) { /* already readable */ }
-}
-
-void drain_receiver_wake() {
-    uint64_t count;
-    if (read(receiver_wake_fd(), &count, sizeof count) < 0) { /* nothing pending */ }
+    if (write(stop_fd(), &one, sizeof one) < 0) { /* already readable */ }
+    stop_cv().notify_all();
+    auto wake = [](QueueSync& sync) {
+        { std::lock_guard lock(sync.mutex); }
+        sync.cv.notify_all();
+    };
+    wake(orphan_sync());
+    std::lock_guard lock(table_mutex());
+    for (auto& conn : table())
+        if (conn) wake(conn->sync);
 }
 
 std::string bounded(const void* data, size_t max_len) {
@@ -184,17 +290,19 @@ KX_API kx_handle_t* kx_get_kx_handle_by_fifo_handle(kx_socket_fifo_handle* handl
 }
 
 KX_API int kx_init(kx_thread_mode_e mode) {
-    if (g_rx_started || g_udp_started) stop_threads();  // a second start without a shutdown
+    if (g_rx_started || g_udp_started || g_dispatch_started) stop_threads();  // a second start without a shutdown
     kx_rwlock_init();
     g_mode = mode;
+    release_all();
     __atomic_store_n(&should_exit, false, __ATOMIC_RELEASE);
-    for (int i = 0; i < kSlots; ++i)
-        if (gHandleList[i]) release_slot(i);
+    uint64_t pending;
+    if (read(kx::stop_fd(), &pending, sizeof pending) < 0) { /* was not signalled */ }
     if (mode == KX_DUAL_MODE_E || mode == KX_TRIPLE_MODE_E) {
         if (mode == KX_TRIPLE_MODE_E) {
             stop_udp_registry();
             gUdpHandle = kx_udp_init();
         }
+        g_dispatch_started = kx::start_dispatcher();  // without it callbacks run where events arrive
         int err = pthread_create(&thread_id, nullptr, thread_socket_receive, nullptr);
         if (err != 0) {
             kx_log_error("Error creating thread thread_id: %d\n", err);
@@ -215,10 +323,8 @@ KX_API int kx_init(kx_thread_mode_e mode) {
 
 KX_API int kx_destory(void) {
     stop_threads();
-    kx_wrlock_lock();
-    for (int i = 0; i < kSlots; ++i)
-        if (gHandleList[i]) release_slot(i);
-    kx_wrlock_unlock();
+    release_all();
+    close_udp_ports();
     return 0;
 }
 
@@ -238,69 +344,100 @@ KX_API kx_handle_t* kx_handle_init(const char* ip, int port) {
     return record;
 }
 
+// The slot is reserved under the table's write lock, the connect and the
+// synchronisation run without it, and the record is published under it.
 KX_API kx_robot_handle* kx_create_robot_arm(const char* ip, int port) {
     kx_wrlock_lock();
     int slot = 0;
-    while (slot < kSlots && gHandleList[slot]) ++slot;
+    while (slot < kSlots && (gHandleList[slot] || g_reserved[slot])) ++slot;
     if (slot == kSlots) {
         kx_wrlock_unlock();
         kx_log_error("[kx_create_robot_arm] robot num is max");
         return nullptr;
     }
+    g_reserved[slot] = true;
+    kx_wrlock_unlock();
+    auto unreserve = [slot] {
+        kx_wrlock_lock();
+        g_reserved[slot] = false;
+        kx_wrlock_unlock();
+    };
+
     kx_handle_t* record = kx_handle_init(ip, port);
     if (!record) {
-        // Bad address or port, or out of memory: nothing to keep in the table.
-        kx_wrlock_unlock();
+        // Bad address or port, or out of memory: nothing to keep.
+        unreserve();
         kx_log_error("[kx_create_robot_arm] socket connect err!\n");
         return nullptr;
+    }
+    int fd = kx::socket_fd(record->socket_handle);
+    if (fd <= 0) {
+        unreserve();
+        kx_log_error("[kx_create_robot_arm] socket connect err!\n");
+        return fail_create(record);
     }
     std::shared_ptr<kx::Conn> conn;
     try {
         conn = std::make_shared<kx::Conn>(record);
     } catch (...) {
-        kx::free_record(record, -1);
-        kx_wrlock_unlock();
+        unreserve();
+        free_record(record);
         return nullptr;
-    }
-    gHandleList[slot] = record;
-    kx::conn_set(slot, conn);
-    int fd = kx::socket_fd(record->socket_handle);
-    if (fd <= 0) {
-        kx_log_error("[kx_create_robot_arm] socket connect err!\n");
-        kx::set_handle_id(&record->robot_handle, -1);
-        kx_wrlock_unlock();
-        return &record->robot_handle;
     }
     record->id = static_cast<uint8_t>(slot + 1);
     kx::set_handle_id(&record->robot_handle, slot + 1);
     strncpy(record->socket_handle->ip, ip, 16);
     conn->fd = fd;
-    conn->active = true;  // publishes the record to the receive thread
-    kx::wake_receiver();
+
+    kx_wrlock_lock();
+    g_reserved[slot] = false;
+    gHandleList[slot] = record;
+    {
+        std::lock_guard lock(table_mutex());
+        table()[slot] = conn;
+    }
     kx_wrlock_unlock();
+    kx::watch(*conn);
 
     int result = kx_sync_robot_info(&record->robot_handle);
     kx_algo_arm_state_set(&record->robot_handle);
+    if (result == 0) return &record->robot_handle;
 
+    // A failed synchronisation frees the slot; the caller keeps a record
+    // that only says so.
+    kx_log_error("[kx_create_robot_arm] get robot info err!\n");
+    kx::set_handle_id(&record->robot_handle, -1);
+    Taken taken;
     kx_wrlock_lock();
-    if (result != 0) {
-        kx_log_error("[kx_create_robot_arm] get robot info err!\n");
-        kx::set_handle_id(&record->robot_handle, -1);
-    }
+    if (gHandleList[slot] == record) taken = take_slot(slot);
     kx_wrlock_unlock();
-    return &record->robot_handle;
+    retire(std::move(taken));
+    conn.reset();
+    auto* placeholder = static_cast<kx_handle_t*>(calloc(1, sizeof(kx_handle_t)));
+    if (!placeholder) return nullptr;
+    return fail_create(placeholder);
 }
 
 KX_API int kx_delete_robot_arm(kx_robot_handle* handle) {
     kx_wrlock_lock();
     int slot = find_slot(handle);
     if (slot < 0) {
+        auto& failed = failed_records();
+        for (auto it = failed.begin(); it != failed.end(); ++it) {
+            if (&(*it)->robot_handle != handle) continue;
+            kx_handle_t* record = *it;
+            failed.erase(it);
+            kx_wrlock_unlock();
+            free_record(record);
+            return 0;
+        }
         kx_wrlock_unlock();
         kx_log_error("not find handle\n");
         return -1;
     }
-    release_slot(slot);
+    Taken taken = take_slot(slot);
     kx_wrlock_unlock();
+    retire(std::move(taken));
     return 0;
 }
 

@@ -7,6 +7,7 @@
 
 #include "kx_command.h"
 #include "kx_commands_internal.h"
+#include "kx_core.h"
 
 using namespace kx;
 
@@ -69,10 +70,10 @@ int send_arc_move(kx_robot_handle* h, const kx_pose_t& via, const kx_pose_t& to,
 
 /* A non-blocking move the controller accepted marks its own future
  * completion event as not to be taken by a later wait. */
-int accept_nonblocking(const char* fn, int len, const ReplyBuf& buf) {
+int accept_nonblocking(const char* fn, kx_robot_handle* h, int len, const ReplyBuf& buf) {
     if (len < 1) return len;
     int ret = motion_accepted(fn, buf);
-    if (ret == 0) __atomic_store_n(&event_listener.flag, 1, __ATOMIC_SEQ_CST);
+    if (ret == 0) kx::mark_discard(h);
     return ret;
 }
 
@@ -103,7 +104,7 @@ int accept_blocking(const char* fn, const char* device_fn, kx_robot_handle* h, i
 int pose_nblock(const PoseMove& m, kx_robot_handle* h, const kx_pose_t& pose, int v, int r, int tc) {
     ReplyBuf buf;
     int len = send_pose_move(m.fn, m.command, h, pose, v, r, tc, buf);
-    return accept_nonblocking(m.fn, len, buf);
+    return accept_nonblocking(m.fn, h, len, buf);
 }
 
 int pose_block(const PoseMove& m, kx_robot_handle* h, const kx_pose_t& pose, int v, int r, int tc, int block) {
@@ -137,7 +138,7 @@ KX_API int kx_movecmd_singlemode_parse(kx_robot_handle* handle, int block, int t
 KX_API int kx_movej_nblock(kx_robot_handle* handle, const float* joint, int v, int r, int trajectory_connect) {
     ReplyBuf buf;
     int len = send_joint_move(handle, joint, v, r, trajectory_connect, buf);
-    return accept_nonblocking("kx_movej", len, buf);
+    return accept_nonblocking("kx_movej", handle, len, buf);
 }
 
 KX_API int kx_movej_block(kx_robot_handle* handle, const float* joint, int v, int r, int trajectory_connect,
@@ -195,7 +196,7 @@ KX_API int kx_movec_nblock(kx_robot_handle* handle, kx_pose_t pose_via, kx_pose_
                            int trajectory_connect) {
     ReplyBuf buf;
     int len = send_arc_move(handle, pose_via, pose_to, v, r, loop, trajectory_connect, buf);
-    return accept_nonblocking("kx_movec", len, buf);
+    return accept_nonblocking("kx_movec", handle, len, buf);
 }
 
 KX_API int kx_movec_block(kx_robot_handle* handle, kx_pose_t pose_via, kx_pose_t pose_to, int v, int r, int loop,

@@ -3,7 +3,7 @@
 #include <arpa/inet.h>
 #include <errno.h>
 #include <netinet/in.h>
-#include <poll.h>
+#include <sys/epoll.h>
 #include <string.h>
 #include <sys/socket.h>
 
@@ -189,44 +189,33 @@ void drain_port(int fd, kx_realtime_arm_joint_state_t& state, char* buf) {
         if (n < 1) return;
         state.errCode = parse_kx_realtime_arm_joint_state(buf, &state);
         inet_ntop(AF_INET, &from.sin_addr, state.arm_ip, sizeof state.arm_ip);
-        kx_realtime_arm_state_callback_ptr callback = __atomic_load_n(&kx_arm_state_callback, __ATOMIC_ACQUIRE);
-        if (callback) {
-            kx_log_debug("kx_arm_state_callback kx_arm_state_callback kx_arm_state_callback\n");
-            callback(state);
-        }
+        kx::dispatch_state(state);
     }
 }
 
 void run_udp_receiver() {
     kx_realtime_arm_joint_state_t state = {};
     std::vector<char> buf(kDatagram + 1);
-    std::vector<struct pollfd> fds;
+    struct epoll_event events[8];
     while (!kx::stopping()) {
-        fds.assign(1, pollfd{kx::udp::wake_fd(), POLLIN, 0});
-        {
-            std::lock_guard lock(kx::udp::registry_mutex());
-            for (int i = 0; gUdpHandle && i < 5; ++i) {
-                const kx_udp_info& entry = gUdpHandle->udp_list[i];
-                if (entry.user_num != 0 && entry.udp_id > 0) fds.push_back(pollfd{entry.udp_id, POLLIN, 0});
-            }
+        int n = epoll_wait(kx::udp::epoll_fd(), events, 8, -1);
+        if (n < 0) {
+            if (errno != EINTR) sleep_cp(1);  // never spin on a persistent error
+            continue;
         }
-        if (!kx::wait_readable(fds, kx::udp::drain_wake)) continue;
-        // Held while delivering, so no port is closed (and its number reused) mid-read.
+        // Held while reading, so no port is closed (and its number reused) mid-read.
         std::lock_guard lock(kx::udp::registry_mutex());
-        for (size_t i = 1; i < fds.size(); ++i)
-            if (fds[i].revents) drain_port(fds[i].fd, state, buf.data());
-    }
-    // Each connection's port is released once per entry still in use.
-    kx_rdlock_lock();
-    if (gUdpHandle) {
-        for (const auto& entry : gUdpHandle->udp_list) {
-            if (entry.user_num == 0) continue;
-            for (auto* record : gHandleList)
-                if (record) gUdpHandle->udp_delete_port(gUdpHandle, __atomic_load_n(&record->udp_port, __ATOMIC_ACQUIRE));
+        for (int i = 0; i < n; ++i) {
+            if (events[i].data.fd == kx::udp::wake_fd())
+                kx::udp::drain_wake();
+            else
+                drain_port(events[i].data.fd, state, buf.data());
         }
     }
-    kx_rdlock_unlock();
+    // The ports are released with their connections (delete or shutdown).
 }
+
+int read_push(kx_robot_handle* handle, kx_realtime_push_config_t* config, bool* bound);
 
 // Boolean member of the "custom" object as 1 / 0, or -1 when missing.
 int custom_flag(const cJSON* custom, const char* key) { return MIO_JSON_GetObjectItemBool(custom, key); }
@@ -329,10 +318,29 @@ KX_API int kx_set_realtime_push(kx_robot_handle* handle, kx_realtime_push_config
     result = parse_kx_set_command(kCaller, reinterpret_cast<char*>(buf), "state");
     if (result != 0) return result;
     kx_realtime_push_config_t current = {};
-    return kx_get_realtime_push(handle, &current);
+    bool bound = true;
+    result = read_push(handle, &current, &bound);
+    if (result == 0 && !bound) {
+        kx_log_error("[%s] udp port %d cannot be bound\n", kCaller, current.port);
+        return -1;
+    }
+    return result;
 }
 
 KX_API int kx_get_realtime_push(kx_robot_handle* handle, kx_realtime_push_config_t* config) {
+    bool bound = true;
+    int result = read_push(handle, config, &bound);
+    if (result == 0 && !bound) kx_log_error("[%s] udp port %d cannot be bound\n", "kx_get_realtime_push", config->port);
+    return result;
+}
+
+}  // extern "C"
+
+namespace {
+
+// Reads the push configuration, and in triple mode listens on its port;
+// `bound` tells whether that port could be bound.
+int read_push(kx_robot_handle* handle, kx_realtime_push_config_t* config, bool* bound) {
     static const char* const kCaller = "kx_get_realtime_push";
     if (!config) return -1;
     kx_robot_info_t info = {};
@@ -390,8 +398,10 @@ KX_API int kx_get_realtime_push(kx_robot_handle* handle, kx_realtime_push_config
     if (config->enable && g_mode == KX_TRIPLE_MODE_E && gUdpHandle) {
         int added = gUdpHandle->udp_add_port(gUdpHandle, port);
         kx_log_info("udp add port %d result: %d\n", port, added);
+        if (added == 0 || added == 1) kx::note_udp_port(handle, port);
+        *bound = added != -1;
     }
     return 0;
 }
 
-}  // extern "C"
+}  // namespace

@@ -1,10 +1,16 @@
 // The TCP receive side: framing, the per-connection reply queues and the
-// waits that take replies from them (or, in single mode, from the socket).
+// waits that take replies from them. One thread at a time reads a
+// connection: the receive thread (events, replies nobody waits for) or a
+// caller waiting for a reply there, which frames its own reply and so needs
+// no second thread to wake it. In single mode the waiting call reads alone.
 #include <errno.h>
 #include <poll.h>
 #include <string.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -97,17 +103,19 @@ void set_key(kx_socket_fifo& slot, const char* key) {
     strncpy(slot.command, key, sizeof slot.command - 1);
 }
 
-// Picks the slot for a new frame, with the process-wide eviction mark.
+// Picks the slot for a new frame, with the process-wide eviction mark (shared
+// by every queue, so read and written atomically).
 int choose_slot(kx_socket_fifo_handle* fifo) {
     for (int i = 0; i < KX_FIFO_SLOTS; ++i) {
-        if (fifo->fifo[i].time < static_cast<uint64_t>(min_time)) {
-            min_time = static_cast<int>(fifo->fifo[i].time);
-            min_index = i;
+        if (fifo->fifo[i].time < static_cast<uint64_t>(load(min_time))) {
+            store(min_time, static_cast<int>(fifo->fifo[i].time));
+            store(min_index, i);
         }
     }
     for (int i = 0; i < KX_FIFO_SLOTS; ++i) {
-        if (i == KX_FIFO_SLOTS - 1 && min_index >= 0 && min_index < KX_FIFO_SLOTS)
-            memset(&fifo->fifo[min_index], 0, sizeof(kx_socket_fifo));
+        int mark = load(min_index);
+        if (i == KX_FIFO_SLOTS - 1 && mark >= 0 && mark < KX_FIFO_SLOTS)
+            memset(&fifo->fifo[mark], 0, sizeof(kx_socket_fifo));
         const kx_socket_fifo& slot = fifo->fifo[i];
         if (slot.is_used != 1 || slot.time + kStaleFrames < fifo->current_time) return i;
     }
@@ -116,13 +124,18 @@ int choose_slot(kx_socket_fifo_handle* fifo) {
 
 enum class Take { Found, Missed, Discarded };
 
-// One scan of a queue under the queue lock: lowest slot index wins.
-Take take_locked(kx_socket_fifo_handle* fifo, const char* command, uint8_t* out, int out_len, int* length) {
+// One scan of a queue under its lock: lowest slot index wins. The discard
+// marker is the connection's own; a record without a connection follows the
+// listener's flag.
+Take take_locked(kx::QueueSync& sync, kx_socket_fifo_handle* fifo, const char* command, uint8_t* out, int out_len,
+                 int* length) {
+    const bool orphan = &sync == &kx::orphan_sync();
     for (auto& slot : fifo->fifo) {
         if (slot.is_used != 1) continue;
-        int flag = load(event_listener.flag);
+        int flag = orphan ? load(event_listener.flag) : sync.discard;
         if ((flag == 1 && strcmp(slot.command, kTrajectoryEvent) == 0) ||
             (flag == 2 && strcmp(slot.command, kProgramEvent) == 0)) {
+            sync.discard = 0;
             store(event_listener.flag, 0);
             memset(&slot, 0, sizeof slot);
             return Take::Discarded;
@@ -142,17 +155,21 @@ Take take_locked(kx_socket_fifo_handle* fifo, const char* command, uint8_t* out,
     return Take::Missed;
 }
 
-int wait_queue(kx_handle_t* handle, const char* command, uint8_t* buf, int buf_len, int polls) {
-    const auto deadline = Clock::now() + std::chrono::milliseconds(polls * kPollSliceMs);
-    std::unique_lock lock(kx::fifo_mutex());
-    bool expired = false;
+using Deadline = Clock::time_point;
+
+Deadline deadline_after(int polls) { return Clock::now() + std::chrono::milliseconds(polls * kPollSliceMs); }
+
+// A record without a connection: wait for someone else to store the frame.
+int wait_orphan(kx_handle_t* handle, const char* command, uint8_t* buf, int buf_len, Deadline deadline) {
+    kx::QueueSync& sync = kx::orphan_sync();
+    std::unique_lock lock(sync.mutex);
     for (;;) {
         int length = -1;
-        Take take = take_locked(handle->fifo_handle, command, buf, buf_len, &length);
+        Take take = take_locked(sync, handle->fifo_handle, command, buf, buf_len, &length);
         if (take == Take::Found) return length;
         if (take == Take::Discarded) continue;
-        if (expired || kx::stopping()) return -1;
-        expired = kx::fifo_cv().wait_until(lock, deadline) == std::cv_status::timeout;
+        if (Clock::now() >= deadline || kx::stopping()) return -1;
+        sync.cv.wait_until(lock, deadline);
     }
 }
 
@@ -227,13 +244,34 @@ int wait_socket(kx_handle_t* handle, const char* command, uint8_t* buf, int buf_
     }
 }
 
-// ---- receive thread ----------------------------------------------------------
+// ---- reading a connection -----------------------------------------------------
+// One thread at a time reads and frames a connection: the receive thread, or
+// a caller waiting for a reply on it, which then gets its reply without a
+// second thread in between.
 
 void deliver(kx::Conn& conn, char* frame, size_t len, ssize_t received) {
     if (kx::log_enabled(LOG_LEVEL_DEBUG))
         kx_log_debug("thread_socket_receive len %d robot_handle: %d message:%s\n", static_cast<int>(received),
                      kx::handle_id(conn.record), frame);
-    add_str_to_fifo(conn.record, reinterpret_cast<uint8_t*>(frame), static_cast<int>(len));
+    kx::store_frame(conn.sync, conn.record, reinterpret_cast<uint8_t*>(frame), static_cast<int>(len));
+}
+
+int epoll_fd() {
+    static int fd = epoll_create1(EPOLL_CLOEXEC);
+    return fd;
+}
+
+int receiver_wake_fd() {
+    static int fd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    return fd;
+}
+
+// Whether the receive thread watches the connection's descriptor.
+void set_watched(kx::Conn& conn, bool on) {
+    struct epoll_event ev = {};
+    ev.events = on ? static_cast<uint32_t>(EPOLLIN) : 0u;
+    ev.data.fd = conn.fd;
+    epoll_ctl(epoll_fd(), EPOLL_CTL_MOD, conn.fd, &ev);
 }
 
 void peer_closed(kx::Conn& conn) {
@@ -243,18 +281,21 @@ void peer_closed(kx::Conn& conn) {
     kx_log_error("服务器已关闭!\n");
     kx::set_socket_fd(conn.record->socket_handle, -1);
     conn.closed = true;
+    epoll_ctl(epoll_fd(), EPOLL_CTL_DEL, conn.fd, nullptr);
 }
 
-// Reads everything waiting on one connection and queues each complete frame.
-void drain(kx::Conn& conn, char* chunk, size_t size) {
+// Reads everything waiting on one connection and stores each complete frame.
+// The caller holds the connection's reading role.
+void drain(kx::Conn& conn) {
+    static thread_local std::vector<char> chunk(KX_RECV_FRAME_LEN);
     for (;;) {
-        ssize_t n = recv(conn.fd, chunk, size, MSG_DONTWAIT);
+        ssize_t n = recv(conn.fd, chunk.data(), chunk.size(), MSG_DONTWAIT);
         if (n > 0) {
-            conn.framer.append(chunk, static_cast<size_t>(n));
+            conn.framer.append(chunk.data(), static_cast<size_t>(n));
             char* frame;
             size_t len;
             while (conn.framer.next(frame, len)) deliver(conn, frame, len, n);
-            if (static_cast<size_t>(n) < size) break;  // poll is level-triggered: more wakes it again
+            if (static_cast<size_t>(n) < chunk.size()) break;  // the rest, if any, makes the descriptor readable again
             continue;
         }
         if (n < 0 && errno == EINTR) continue;
@@ -268,34 +309,210 @@ void drain(kx::Conn& conn, char* chunk, size_t size) {
     if (conn.framer.take_unterminated(frame, len)) deliver(conn, frame, len, static_cast<ssize_t>(len));
 }
 
+// Takes the reading role (queue lock held) and keeps the receive thread off
+// the descriptor meanwhile.
+bool claim_reading(kx::Conn& conn) {
+    if (conn.sync.reading || !conn.active || conn.closed) return false;
+    conn.sync.reading = true;
+    set_watched(conn, false);
+    return true;
+}
+
+void release_reading(kx::Conn& conn) {
+    conn.sync.reading = false;
+    if (conn.active && !conn.closed) set_watched(conn, true);
+    conn.sync.cv.notify_all();  // another waiter may take the role
+}
+
+// Waits (without the queue lock) until the connection is readable, the
+// deadline passes or the library shuts down, then reads what came.
+void read_until(kx::Conn& conn, Deadline deadline) {
+    auto left = deadline - Clock::now();
+    if (left <= Clock::duration::zero()) return;
+    auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(left).count();
+    struct timespec ts = {static_cast<time_t>(ns / 1000000000), static_cast<long>(ns % 1000000000)};
+    struct pollfd fds[2] = {{conn.fd, POLLIN, 0}, {kx::stop_fd(), POLLIN, 0}};
+    if (ppoll(fds, 2, &ts, nullptr) > 0 && fds[0].revents) drain(conn);
+}
+
+// Waits for the frame keyed `command` on a connection, reading the socket
+// itself whenever no other thread does.
+int wait_conn(kx::Conn& conn, const char* command, uint8_t* buf, int buf_len, Deadline deadline, bool reading) {
+    kx::QueueSync& sync = conn.sync;
+    std::unique_lock lock(sync.mutex);
+    for (;;) {
+        int length = -1;
+        Take take = take_locked(sync, conn.record->fifo_handle, command, buf, buf_len, &length);
+        if (take == Take::Discarded) continue;
+        if (take == Take::Found || Clock::now() >= deadline || kx::stopping()) {
+            if (reading) release_reading(conn);
+            return take == Take::Found ? length : -1;
+        }
+        if (reading && conn.closed) {
+            release_reading(conn);
+            reading = false;
+        }
+        if (!reading) reading = claim_reading(conn);
+        if (!reading) {
+            sync.cv.wait_until(lock, deadline);
+            continue;
+        }
+        lock.unlock();
+        read_until(conn, deadline);
+        lock.lock();
+    }
+}
+
+// ---- receive thread ----------------------------------------------------------
+
+void serve(kx::Conn& conn) {
+    {
+        std::lock_guard lock(conn.sync.mutex);
+        if (conn.sync.reading || !conn.active || conn.closed) return;  // a waiter reads it
+        conn.sync.reading = true;
+    }
+    drain(conn);
+    std::lock_guard lock(conn.sync.mutex);
+    conn.sync.reading = false;
+    conn.sync.cv.notify_all();
+}
+
 void run_receiver() {
-    std::vector<char> chunk(KX_RECV_FRAME_LEN);
-    std::vector<std::shared_ptr<kx::Conn>> conns;
-    std::vector<struct pollfd> fds;
+    struct epoll_event wake = {};
+    wake.events = EPOLLIN;
+    wake.data.fd = receiver_wake_fd();
+    epoll_ctl(epoll_fd(), EPOLL_CTL_ADD, receiver_wake_fd(), &wake);
+    struct epoll_event stop = {};
+    stop.events = EPOLLIN;
+    stop.data.fd = kx::stop_fd();
+    epoll_ctl(epoll_fd(), EPOLL_CTL_ADD, kx::stop_fd(), &stop);
+    struct epoll_event events[8];
     while (!kx::stopping()) {
-        conns = kx::active_conns();
-        fds.assign(1, pollfd{kx::receiver_wake_fd(), POLLIN, 0});
-        for (auto& conn : conns) fds.push_back(pollfd{conn->fd, POLLIN, 0});
-        if (!kx::wait_readable(fds, kx::drain_receiver_wake)) continue;
-        for (size_t i = 0; i < conns.size(); ++i) {
-            kx::Conn& conn = *conns[i];
-            if (fds[i + 1].revents && conn.active && !conn.closed) drain(conn, chunk.data(), chunk.size());
+        int n = epoll_wait(epoll_fd(), events, 8, -1);
+        if (n < 0) {
+            if (errno != EINTR) sleep_cp(1);  // never spin on a persistent error
+            continue;
+        }
+        for (int i = 0; i < n; ++i) {
+            int fd = events[i].data.fd;
+            if (fd == receiver_wake_fd()) {
+                uint64_t count;
+                if (read(fd, &count, sizeof count) < 0) { /* nothing pending */ }
+                continue;
+            }
+            if (fd == kx::stop_fd()) continue;
+            if (auto conn = kx::conn_by_fd(fd)) serve(*conn);
         }
     }
+    epoll_ctl(epoll_fd(), EPOLL_CTL_DEL, receiver_wake_fd(), nullptr);
+    epoll_ctl(epoll_fd(), EPOLL_CTL_DEL, kx::stop_fd(), nullptr);
+}
+
+// The frame's key, its slot, and the event it carries, stored under the queue lock.
+void store_locked(kx::QueueSync& sync, kx_handle_t* handle, const char* key, const uint8_t* str, int str_len,
+                  int index, uint64_t stamp) {
+    kx_socket_fifo& slot = handle->fifo_handle->fifo[index];
+    set_key(slot, key);
+    if (strcmp(key, "conduct_project") == 0) return;  // never queued
+    size_t n = std::min(static_cast<size_t>(str_len), sizeof slot.str_json);
+    memcpy(slot.str_json, str, n);
+    if (kx::log_enabled(LOG_LEVEL_DEBUG))
+        kx_log_debug("fifo str_json %s----handle->fifo_handle->fifo->id %d\n",
+                     kx::bounded(slot.str_json, sizeof slot.str_json).c_str(), static_cast<int>(slot.id));
+    slot.time = stamp;
+    slot.recevie_len = static_cast<int>(n);
+    slot.is_used = 1;
 }
 
 }  // namespace
 
 namespace kx {
 
-std::mutex& fifo_mutex() {
-    static auto* mutex = new std::mutex;
-    return *mutex;
+QueueSync& orphan_sync() {
+    static auto* sync = new QueueSync;  // never destroyed: threads may outlive statics
+    return *sync;
 }
 
-std::condition_variable& fifo_cv() {
-    static auto* cv = new std::condition_variable;
-    return *cv;
+void mark_discard(kx_robot_handle* handle) {
+    __atomic_store_n(&event_listener.flag, 1, __ATOMIC_SEQ_CST);
+    ConnUse use(handle);
+    if (!use) return;
+    std::lock_guard lock(use.conn().sync.mutex);
+    use.conn().sync.discard = 1;
+}
+
+void store_frame(QueueSync& sync, kx_handle_t* handle, const uint8_t* str, int str_len) {
+    kx_socket_fifo_handle* fifo = handle->fifo_handle;
+    cJSON* root = cJSON_ParseWithLength(reinterpret_cast<const char*>(str), static_cast<size_t>(str_len));
+    const char* key = root ? frame_key(root) : nullptr;
+    int index;
+    {
+        std::lock_guard lock(sync.mutex);
+        fifo->current_time++;
+        index = choose_slot(fifo);
+        if (index >= 0 && key) store_locked(sync, handle, key, str, str_len, index, fifo->current_time);
+    }
+    if (index >= 0 && key) sync.cv.notify_all();
+    if (root && !key && index >= 0) save_point_frame(root, str, str_len);  // a drag-teach point
+    if (key && (strcmp(key, kTrajectoryEvent) == 0 || strcmp(key, kProgramEvent) == 0))
+        dispatch_event(handle, root, key);  // to the callback, even when the queue had no room
+    cJSON_Delete(root);
+}
+
+void watch(Conn& conn) {
+    struct epoll_event ev = {};
+    ev.events = EPOLLIN;
+    ev.data.fd = conn.fd;
+    conn.active = true;
+    epoll_ctl(epoll_fd(), EPOLL_CTL_ADD, conn.fd, &ev);
+}
+
+void unwatch(Conn& conn) {
+    std::lock_guard lock(conn.sync.mutex);
+    conn.active = false;
+    epoll_ctl(epoll_fd(), EPOLL_CTL_DEL, conn.fd, nullptr);
+}
+
+int round_trip(const char* caller, kx_robot_handle* handle, const JsonValue* values, size_t count,
+               const char* command, uint8_t* buf, int buf_len, int timeout) {
+    ConnUse use(handle);
+    if (!use) return -1;
+    Conn& conn = use.conn();
+    const bool threaded = g_mode == KX_DUAL_MODE_E || g_mode == KX_TRIPLE_MODE_E;
+    const int polls = timeout / 2;
+    // Read the reply ourselves: take the reading role before the request leaves.
+    bool reading = false;
+    if (threaded && command && polls > 0) {
+        std::lock_guard lock(conn.sync.mutex);
+        reading = claim_reading(conn);
+    }
+    auto give_back = [&] {
+        if (!reading) return;
+        std::lock_guard lock(conn.sync.mutex);
+        release_reading(conn);
+        reading = false;
+    };
+    if (values && common_json_pack_set(caller, use.record(), values, count) != 0) {
+        give_back();
+        return kSendFailed;
+    }
+    if (!command) {
+        pause_ms(timeout);
+        return 0;
+    }
+    int result = -1;
+    try {
+        if (threaded && polls > 0) {
+            result = wait_conn(conn, command, buf, buf_len, deadline_after(polls), reading);
+            reading = false;
+        } else {
+            give_back();
+            result = handle_revice_data(caller, use.record(), command, buf, buf_len, timeout);
+        }
+    } catch (...) {
+        give_back();
+    }
+    return result > 0 ? result : -2;
 }
 
 void* run_thread(const char* name, void (*body)()) {
@@ -307,15 +524,6 @@ void* run_thread(const char* name, void (*body)()) {
     return nullptr;
 }
 
-bool wait_readable(std::vector<struct pollfd>& fds, void (*drain_wake)()) {
-    if (poll(fds.data(), fds.size(), -1) < 0) {
-        if (errno != EINTR) sleep_cp(1);  // never spin on a persistent error
-        return false;
-    }
-    if (fds[0].revents) drain_wake();
-    return true;
-}
-
 }  // namespace kx
 
 extern "C" {
@@ -324,55 +532,20 @@ KX_API void* thread_socket_receive(void*) { return kx::run_thread("thread_socket
 
 KX_API void add_str_to_fifo(kx_handle_t* handle, uint8_t* str, int str_len) {
     if (!handle || !handle->fifo_handle || !str || str_len <= 0) return;
-    kx_socket_fifo_handle* fifo = handle->fifo_handle;
-    cJSON* root = cJSON_ParseWithLength(reinterpret_cast<const char*>(str), static_cast<size_t>(str_len));
-    std::unique_lock lock(kx::fifo_mutex());
-    fifo->current_time++;
-    const uint64_t stamp = fifo->current_time;
-    int index = choose_slot(fifo);
-    if (index < 0 || !root) {
-        lock.unlock();
-        cJSON_Delete(root);
-        return;
+    try {
+        auto conn = kx::conn_of(handle);
+        kx::store_frame(conn ? conn->sync : kx::orphan_sync(), handle, str, str_len);
+    } catch (...) {
     }
-    kx_socket_fifo& slot = fifo->fifo[index];
-    const char* key = frame_key(root);
-    if (!key) {
-        lock.unlock();
-        save_point_frame(root, str, str_len);
-        cJSON_Delete(root);
-        return;
-    }
-    set_key(slot, key);
-    lock.unlock();
-
-    // The callback runs without the queue lock: it may itself issue commands.
-    if (strcmp(key, kTrajectoryEvent) == 0 || strcmp(key, kProgramEvent) == 0) kx::dispatch_event(handle, root, key);
-    if (strcmp(key, "conduct_project") == 0) {
-        cJSON_Delete(root);
-        return;
-    }
-
-    lock.lock();
-    set_key(slot, key);
-    size_t n = std::min(static_cast<size_t>(str_len), sizeof slot.str_json);
-    memcpy(slot.str_json, str, n);
-    if (kx::log_enabled(LOG_LEVEL_DEBUG))
-        kx_log_debug("fifo str_json %s----handle->fifo_handle->fifo->id %d\n",
-                     kx::bounded(slot.str_json, sizeof slot.str_json).c_str(), static_cast<int>(slot.id));
-    slot.time = stamp;
-    slot.recevie_len = static_cast<int>(n);
-    slot.is_used = 1;
-    lock.unlock();
-    cJSON_Delete(root);
-    kx::fifo_cv().notify_all();
 }
 
 KX_API int get_str_from_fifo(kx_socket_fifo_handle* handle, const char* command, uint8_t* str, int str_len) {
     if (!handle) return -1;
-    std::lock_guard lock(kx::fifo_mutex());
+    auto conn = kx::conn_of_fifo(handle);
+    kx::QueueSync& sync = conn ? conn->sync : kx::orphan_sync();
+    std::lock_guard lock(sync.mutex);
     int length = -1;
-    return take_locked(handle, command, str, str_len, &length) == Take::Found ? length : -1;
+    return take_locked(sync, handle, command, str, str_len, &length) == Take::Found ? length : -1;
 }
 
 KX_API int handle_revice_data(const char* caller_function_name, kx_handle_t* handle, const char* command,
@@ -382,8 +555,12 @@ KX_API int handle_revice_data(const char* caller_function_name, kx_handle_t* han
     try {
         switch (g_mode) {
             case KX_DUAL_MODE_E:
-            case KX_TRIPLE_MODE_E:
-                return handle->fifo_handle ? wait_queue(handle, command, buf, buf_len, polls) : -1;
+            case KX_TRIPLE_MODE_E: {
+                if (!handle->fifo_handle) return -1;
+                auto conn = kx::conn_of(handle);
+                if (conn) return wait_conn(*conn, command, buf, buf_len, deadline_after(polls), false);
+                return wait_orphan(handle, command, buf, buf_len, deadline_after(polls));
+            }
             case KX_SINGLE_MODE_E:
                 return handle->socket_handle ? wait_socket(handle, command, buf, buf_len, polls) : -1;
             default:

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -24,6 +25,8 @@ constexpr int kMaxDescriptor = 100000;
 constexpr int kMaxSendRetries = 3000;
 // Sends never raise SIGPIPE: a peer that closed yields an error code instead.
 constexpr int kSendFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
+// The send timeout set at connect time.
+constexpr int kSendTimeoutMs = 3000;
 
 }  // namespace
 
@@ -84,9 +87,24 @@ KX_API int socket_connect(kx_socket_handle* handle) {
     return fd;
 }
 
+// A request cut short would garble the stream: what the kernel did not take
+// at once is written as soon as it has room, within the send timeout.
 KX_API int socket_send(kx_socket_handle* handle, uint8_t* bytes, int len) {
     if (!bytes || len < 1) return -1;
-    return send(kx::socket_fd(handle), bytes, static_cast<size_t>(len), kSendFlags) >= 0 ? 0 : -2;
+    const int fd = kx::socket_fd(handle);
+    size_t sent = 0;
+    while (sent < static_cast<size_t>(len)) {
+        ssize_t n = send(fd, bytes + sent, static_cast<size_t>(len) - sent, kSendFlags);
+        if (n >= 0) {
+            sent += static_cast<size_t>(n);
+            continue;
+        }
+        if (errno == EINTR) continue;
+        if (errno != EAGAIN && errno != EWOULDBLOCK) return -2;
+        struct pollfd pfd = {fd, POLLOUT, 0};
+        if (poll(&pfd, 1, kSendTimeoutMs) <= 0) return -2;
+    }
+    return 0;
 }
 
 KX_API int socket_block_send(kx_socket_handle* handle, uint8_t* bytes, int len) {

@@ -3,6 +3,7 @@
 #include <netinet/in.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -33,6 +34,18 @@ void kx::udp::wake() {
     if (write(wake_fd(), &one, sizeof one) < 0) { /* counter saturated: already readable */ }
 }
 
+int kx::udp::epoll_fd() {
+    static int fd = [] {
+        int ep = epoll_create1(EPOLL_CLOEXEC);
+        struct epoll_event ev = {};
+        ev.events = EPOLLIN;
+        ev.data.fd = wake_fd();
+        epoll_ctl(ep, EPOLL_CTL_ADD, wake_fd(), &ev);
+        return ep;
+    }();
+    return fd;
+}
+
 void kx::udp::drain_wake() {
     uint64_t count;
     if (read(wake_fd(), &count, sizeof count) < 0) { /* nothing pending */ }
@@ -60,12 +73,8 @@ KX_API int kx_udp_create_connect(int port) {
         close(fd);
         return -2;
     }
-    int reuse = 1;
-    if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse) < 0) {
-        perror("setsockopt fail");
-        close(fd);
-        return -2;
-    }
+    // No address reuse: a port another process listens on is refused, not
+    // shared (a datagram would reach only one of the two).
     int rcvbuf = kReceiveBuffer;
     setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &rcvbuf, sizeof rcvbuf);  // best effort
     struct sockaddr_in addr = {};
@@ -99,7 +108,10 @@ KX_API int kx_udp_add_port(kx_udp_handle* handle, int port) {
         entry.udp_id = fd;
         entry.port = port;
         entry.user_num = 1;
-        kx::udp::wake();
+        struct epoll_event ev = {};
+        ev.events = EPOLLIN;
+        ev.data.fd = fd;
+        epoll_ctl(kx::udp::epoll_fd(), EPOLL_CTL_ADD, fd, &ev);
         return 0;
     }
     return -2;
@@ -110,19 +122,21 @@ KX_API int kx_udp_delete_port(kx_udp_handle* handle, int port) {
     std::lock_guard lock(kx::udp::registry_mutex());
     for (auto& entry : handle->udp_list)
         if (entry.port == port) entry.user_num--;
-    bool released = false;
     for (auto& entry : handle->udp_list) {
         if (entry.user_num >= 1) continue;
-        released = released || entry.udp_id > 0;
         kx_udp_close(entry.udp_id);
         entry = kx_udp_info{};
     }
-    if (released) kx::udp::wake();
     return 0;
 }
 
+// The receive thread waits in epoll, which holds no reference to the socket:
+// once closed here the port is free at once.
 KX_API int kx_udp_close(int udp_id) {
-    if (udp_id > 0) close(udp_id);
+    if (udp_id > 0) {
+        epoll_ctl(kx::udp::epoll_fd(), EPOLL_CTL_DEL, udp_id, nullptr);
+        close(udp_id);
+    }
     return 0;
 }
 

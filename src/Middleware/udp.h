@@ -9,7 +9,8 @@ extern "C" {
 #endif
 
 KX_API kx_udp_handle* kx_udp_init(void);
-/* Bound datagram socket on all local addresses at port; -2 on failure. */
+/* Bound datagram socket on all local addresses at port, never shared with
+ * another socket; -2 on failure. */
 KX_API int kx_udp_create_connect(int port);
 /* 0 new port bound, 1 user added to an existing port, -1 bind failed, -2 registry full. */
 KX_API int kx_udp_add_port(kx_udp_handle* handle, int port);
@@ -26,8 +27,10 @@ namespace kx::udp {
 /* Guards the entries of every registry; recursive so that a realtime callback
  * may reconfigure the push (and so the registry) from the receive thread. */
 std::recursive_mutex& registry_mutex();
-/* Readable whenever the set of bound ports changed, so the receive thread re-polls. */
+/* Readable when the receive thread should look at the stop flag. */
 int wake_fd();
+/* Watches every bound port and the wake-up descriptor. */
+int epoll_fd();
 void wake();
 void drain_wake();
 }  // namespace kx::udp
