@@ -34,7 +34,7 @@ constexpr auto kMaxPushLag = std::chrono::milliseconds(100);
 constexpr milliseconds kSplitPause{2};
 
 struct Fault {
-    enum Kind { kDrop, kDelay, kSplit, kScript } kind;
+    enum Kind { kDrop, kDelay, kSplit, kScript, kCut, kReset } kind;
     std::string command;
     int count;
     milliseconds delay{0};
@@ -89,6 +89,8 @@ struct ArmServer {
     std::vector<Fault> faults;
     std::atomic<bool> silent{false};
     std::mutex busy; /* held while one request is answered */
+    std::thread flooder;
+    std::atomic<bool> flooding{false};
 
     std::atomic<unsigned long long> datagrams{0};
     std::atomic<Clock::rep> last_end_real{0};
@@ -155,7 +157,7 @@ struct Simulator::Impl {
         for (const Event& e : events) {
             // Stamped before the write, so that whoever sees the event sees the stamp.
             if (e.motion_end) a.last_end_real = Clock::now().time_since_epoch().count();
-            if (!a.silent) write(a, e.text + "\r\n");
+            if (!a.silent && !a.flooding) write(a, e.text + "\r\n");
         }
     }
 
@@ -171,7 +173,7 @@ struct Simulator::Impl {
     }
 
     void send_reply(ArmServer& a, const std::string& cmd, const std::string& bytes) {
-        if (a.silent) return;
+        if (a.silent || a.flooding) return; /* inside an endless line nothing else can be seen */
         Fault f{};
         if (!take_fault(a, cmd, f)) return write(a, bytes);
         switch (f.kind) {
@@ -179,7 +181,39 @@ struct Simulator::Impl {
         case Fault::kDelay: pause_for(f.delay); return write(a, bytes);
         case Fault::kSplit: return write_split(a, bytes, std::max<size_t>(f.chunk, 1));
         case Fault::kScript: return write(a, f.raw);
+        case Fault::kCut:
+        case Fault::kReset: return cut(a, bytes.substr(0, std::min(f.chunk, bytes.size())), f.kind == Fault::kReset);
         }
+    }
+
+    /* Runs on the I/O thread (from a request), which alone closes descriptors. */
+    void cut(ArmServer& a, const std::string& head, bool reset) {
+        std::lock_guard<std::mutex> l(a.wmu);
+        if (a.conn_fd < 0) return;
+        write_all(a.conn_fd, head.data(), head.size());
+        if (reset) {
+            const linger abort_close{1, 0};
+            ::setsockopt(a.conn_fd, SOL_SOCKET, SO_LINGER, &abort_close, sizeof abort_close);
+        }
+        close_fd(a.conn_fd);
+    }
+
+    void flood(ArmServer& a, bool on) {
+        if (on) {
+            if (a.flooding.exchange(true)) return;
+            const std::string chunk(16 * 1024, 'x');
+            write(a, chunk);  // the line has begun when this returns
+            a.flooder = std::thread([this, &a, chunk] {
+                while (a.flooding && running) {
+                    std::this_thread::sleep_for(milliseconds{1});
+                    write(a, chunk);
+                }
+            });
+            return;
+        }
+        if (!a.flooding.exchange(false)) return;
+        if (a.flooder.joinable()) a.flooder.join();
+        write(a, "\r\n");
     }
 
     /* ---- reading ---- */
@@ -383,8 +417,11 @@ struct Simulator::Impl {
             [[maybe_unused]] const ssize_t r = ::write(a->wake_fd, &one, sizeof one);
         }
         kick();
-        for (auto& a : arms)
+        for (auto& a : arms) {
+            a->flooding = false;
+            if (a->flooder.joinable()) a->flooder.join();
             if (a->io.joinable()) a->io.join();
+        }
         if (clock.joinable()) clock.join();
         for (auto& a : arms) close_arm(*a);
     }
@@ -516,6 +553,14 @@ void Simulator::close_connection(int arm) {
     if (!a) return;
     std::lock_guard<std::mutex> l(a->wmu);
     if (a->conn_fd >= 0) ::shutdown(a->conn_fd, SHUT_RDWR);  // the I/O thread closes it
+}
+
+void Simulator::cut_replies(int arm, const std::string& command, size_t keep, bool reset, int count) {
+    add_fault(impl_->at(arm), {reset ? Fault::kReset : Fault::kCut, command, count, milliseconds{0}, keep, {}});
+}
+
+void Simulator::flood(int arm, bool on) {
+    if (ArmServer* a = impl_->at(arm)) impl_->flood(*a, on);
 }
 
 std::string Simulator::product_version(int arm) const {

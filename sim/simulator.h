@@ -75,6 +75,13 @@ public:
     void send_raw(int arm, const std::string& bytes);
     /* Close the arm's current command connection from the controller side. */
     void close_connection(int arm);
+    /* Write only the first `keep` bytes of the reply, then close the
+     * connection: orderly, or with a reset (RST, SO_LINGER 0) when `reset`. */
+    void cut_replies(int arm, const std::string& command, size_t keep, bool reset, int count = 1);
+    /* An endless line: bytes without "\r\n" written on the command connection
+     * (about 16 MB/s) from now until flood(arm, false), which ends the line
+     * with "\r\n". Replies and events meanwhile are lost inside the line. */
+    void flood(int arm, bool on);
 
     /* ---- state access ---- */
     std::string product_version(int arm) const;

@@ -358,3 +358,45 @@ TEST(AlgoFacade, NonFiniteInputsAreRefused) {
     const kx_pose_t rotated = kx_algo_rotate_move(nullptr, joint, 0, 1.0f, p.q_pose);
     EXPECT_EQ(0, std::memcmp(&zero, &rotated, sizeof zero));
 }
+
+// A setter given a non-finite value leaves the configuration as it was.
+TEST(AlgoFacade, NonFiniteSettingsAreIgnored) {
+    kx_algo_init_sys_data(KX_MODEL_AVEN_E, KX_FORCE_TYPE_P_E);
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    kx_algo_set_angle(10, 20, 30);
+    kx_algo_set_angle(10, nan, 30);
+    float x, y, z;
+    kx_algo_get_angle(&x, &y, &z);
+    EXPECT_NEAR(20.0f, y, 1e-4);
+
+    float lim[7] = {100, 100, 100, 100, 100, 100, 100}, got[7] = {};
+    kx_algo_set_joint_max_limit(lim);
+    lim[3] = nan;
+    kx_algo_set_joint_max_limit(lim);
+    kx_algo_set_joint_min_limit(lim);
+    kx_algo_set_joint_max_speed(lim);
+    kx_algo_set_joint_max_acc(lim);
+    kx_algo_get_joint_max_limit(got);
+    EXPECT_NEAR(100.0f, got[3], 1e-3);
+
+    kx_frame_t tool = frame(0, 0, 0.1f, 0, 0, 0);
+    kx_algo_set_toolframe(&tool);
+    kx_frame_t bad = tool;
+    bad.pose.position.z = nan;
+    kx_algo_set_toolframe(&bad);
+    kx_algo_set_workframe(&bad);
+    bad = tool;
+    bad.payload = std::numeric_limits<float>::infinity();
+    kx_algo_set_toolframe(&bad);
+    kx_frame_t now{};
+    kx_algo_get_curr_toolframe(&now);
+    EXPECT_FLOAT_EQ(0.1f, now.pose.position.z);
+    EXPECT_FLOAT_EQ(0.0f, now.payload);
+
+    kx_dh_t dh = kx_algo_get_dh();
+    kx_dh_t spoiled = dh;
+    spoiled.offset[2] = nan;
+    kx_algo_set_dh(spoiled);
+    const kx_dh_t after = kx_algo_get_dh();
+    EXPECT_EQ(0, std::memcmp(&dh, &after, sizeof dh));
+}

@@ -4,6 +4,9 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "MIO_JSON.h"
 #include "socket.h"
@@ -223,4 +226,59 @@ TEST(CoreCodec, WrapperGettersReportFailuresByValue) {
     MIO_JSON_AddItemToObject(root, nullptr, nullptr);  // ignored
     MIO_JSON_Delete(nullptr);
     MIO_JSON_Delete(root);
+}
+
+// A number no int can hold (beyond the range, or infinite after parsing) is a
+// decode error wherever it arrives, never a conversion; a fraction truncates.
+TEST(CoreCodec, NumbersNoIntHoldsAreDecodeErrors) {
+    LogCapture::install(LOG_LEVEL_ERROR);
+    for (const char* v : {"2147483648", "-2147483649", "3e9", "1e999", "-1e999"}) {
+        SCOPED_TRACE(v);
+        LogCapture::clear();
+        std::string text = std::string(R"({"v":)") + v + "}";
+        KeyValue kv = row(JSON_INT, "v");
+        EXPECT_EQ(-3, common_json_parse("t", text.c_str(), &kv, 1));
+        EXPECT_TRUE(LogCapture::has_line("[t] v parsing error\n"));
+        text = std::string(R"({"a":[1,)") + v + "]}";
+        KeyValue arr = row(JSON_ARRAY, "a", 2);
+        EXPECT_EQ(-3, common_json_parse("t", text.c_str(), &arr, 1));
+        EXPECT_TRUE(LogCapture::has_line("[t] a parsing error\n"));
+        cJSON* root = MIO_JSON_Parse(text.c_str());
+        EXPECT_EQ(-1, MIO_JSON_GetArrayItemInt(MIO_JSON_GetObjectItem(root, "a"), 1));
+        MIO_JSON_Delete(root);
+        root = MIO_JSON_Parse((std::string(R"({"v":)") + v + "}").c_str());
+        EXPECT_EQ(-3, MIO_JSON_GetObjectItemInt(root, "v"));
+        MIO_JSON_Delete(root);
+    }
+    KeyValue kv[] = {row(JSON_INT, "hi"), row(JSON_INT, "lo"), row(JSON_INT, "f"), row(JSON_ARRAY, "a", 2)};
+    ASSERT_EQ(0, common_json_parse("t", R"({"hi":2147483647,"lo":-2147483648,"f":-7.9,"a":[2.5,"x"]})", kv, 4));
+    EXPECT_EQ(2147483647, kv[0].data.int_value);
+    EXPECT_EQ(-2147483647 - 1, kv[1].data.int_value);
+    EXPECT_EQ(-7, kv[2].data.int_value);
+    EXPECT_EQ(2, kv[3].data.array_value[0]);
+    EXPECT_EQ(-1, kv[3].data.array_value[1]);
+}
+
+TEST(CoreCodec, RealtimeNumbersNoIntHoldsFailTheDatagram) {
+    const std::string good = R"({"joint_status":{"joint_position":[1000]},)"
+                             R"("waypoint":{"quat":[1000000,0,0,0],"euler":[0,0,0],"position":[0,0,0]},"err":[0]})";
+    kx_realtime_arm_joint_state_t s;
+    ASSERT_EQ(0, parse_kx_realtime_arm_joint_state(good.c_str(), &s));
+    const std::vector<std::pair<std::string, std::string>> spoil = {
+        {"[1000]", "[1e10]"},
+        {R"("quat":[1000000,)", R"("quat":[1e999,)"},
+        {R"("position":[0,0,0])", R"("position":[0,0,-3e9])"},
+        {R"("err":[0])", R"("err":[0,4294967296])"},
+        {R"("joint_status":{)", R"("lift_state":{"pos":1e12,"height":0,"current":0,"err_flag":0,"en_flag":0},"joint_status":{)"},
+        {R"("joint_status":{)", R"("aloha_state":{"io1_state":2147483648,"io2_state":0},"joint_status":{)"},
+        {R"("joint_status":{)", R"("hand":{"hand_pos":[1e300],"hand_angle":[],"hand_force":[],"hand_state":[],"hand_err":0},"joint_status":{)"},
+        {R"("err":)", R"("six_force_sensor":{"force":[0],"coordinate":-1e999},"err":)"},
+        {R"("err":)", R"("one_force_sensor":{"zero_force":[1e10]},"err":)"},
+    };
+    for (const auto& [from, to] : spoil) {
+        std::string text = good;
+        text.replace(text.find(from), from.size(), to);
+        SCOPED_TRACE(text);
+        EXPECT_EQ(-3, parse_kx_realtime_arm_joint_state(text.c_str(), &s));
+    }
 }

@@ -16,7 +16,6 @@
 
 namespace {
 
-constexpr double DEG2RAD = 0.017453292519943295;
 
 // kx_matrix_t and Matrix are the same record.
 static_assert(sizeof(kx_matrix_t) == sizeof(Matrix) && offsetof(kx_matrix_t, data) == offsetof(Matrix, data));
@@ -102,12 +101,33 @@ bool finite_pose(const char* fn, const char* name, const kx_pose_t& p, bool by_q
     return by_quaternion ? finite_values(fn, name, q, 7) : finite_values(fn, name, v, 6);
 }
 
+// One library call under the configuration lock.
+template <class F, class... Args>
+auto locked(F f, Args... args) {
+    const kx::AlgoLock lock;
+    return f(args...);
+}
+
+// A joint-array setter: a non-finite value leaves the store as it was.
+void set_joints(const char* fn, void (*setter)(const float*), const float* values) {
+    const kx::AlgoLock lock;
+    if (values && !finite_joints(fn, "joint", values)) return;
+    setter(values);
+}
+
 void widen_redundancy_search() {
     ikine_set_solution_range_briv(3.14f);
     ikine_set_7dof_solver_search_strategy(0);
 }
 
 }  // namespace
+
+namespace kx {
+std::recursive_mutex& algo_mutex() {
+    static std::recursive_mutex m;
+    return m;
+}
+}  // namespace kx
 
 extern "C" {
 
@@ -117,19 +137,23 @@ KX_API char* kx_algo_version(void) {
 }
 
 KX_API void kx_algo_init_sys_data(kx_robot_arm_model_e Mode, kx_force_type_e Type) {
+    const kx::AlgoLock lock;
     invoke_libalgo_init();
     (void)invoke_libalgo_set_robot_type(library_type(Mode), library_sensor(Type));
 }
 
 KX_API void kx_algo_set_angle(float x, float y, float z) {
+    const float deg[3] = {x, y, z};
+    if (!finite_values("kx_algo_set_angle", "angle", deg, 3)) return;
+    const kx::AlgoLock lock;
     angleU = static_cast<float>(x * 3.141592653589793 / 180);
     angleV = static_cast<float>(y * 3.141592653589793 / 180);
     angleH = static_cast<float>(z * 3.141592653589793 / 180);
-    const float deg[3] = {x, y, z};
     invoke_libalgo_set_robot_install_angle(deg);
 }
 
 KX_API void kx_algo_get_angle(float* x, float* y, float* z) {
+    const kx::AlgoLock lock;
     if (!x || !y || !z) return;
     float deg[3];
     invoke_libalgo_get_robot_install_angle(deg);
@@ -139,6 +163,7 @@ KX_API void kx_algo_get_angle(float* x, float* y, float* z) {
 }
 
 KX_API void kx_algo_set_redundant_parameter_traversal_mode(bool mode) {
+    const kx::AlgoLock lock;
     // The mode setter configures the library directly and disarms the
     // per-call override.
     defaut_traversal_mode = false;
@@ -151,15 +176,22 @@ KX_API void kx_algo_set_redundant_parameter_traversal_mode(bool mode) {
 }
 
 KX_API void kx_algo_set_workframe(const kx_frame_t* const coord_work) {
-    if (coord_work) invoke_libalgo_set_work_cs_params(coord_of(*coord_work));
+    if (!coord_work || !finite_pose("kx_algo_set_workframe", "coord_work.pose", coord_work->pose)) return;
+    const kx::AlgoLock lock;
+    invoke_libalgo_set_work_cs_params(coord_of(*coord_work));
 }
 
 KX_API void kx_algo_get_curr_workframe(kx_frame_t* coord_work) {
+    const kx::AlgoLock lock;
     if (coord_work) put_coord(*coord_work, invoke_libalgo_get_work_cs_params());
 }
 
 KX_API void kx_algo_set_toolframe(const kx_frame_t* const coord_tool) {
-    if (!coord_tool) return;
+    static const char* const fn = "kx_algo_set_toolframe";
+    if (!coord_tool || !finite_pose(fn, "coord_tool.pose", coord_tool->pose)) return;
+    const float payload_values[4] = {coord_tool->payload, coord_tool->x, coord_tool->y, coord_tool->z};
+    if (!finite_values(fn, "coord_tool.payload", payload_values, 4)) return;
+    const kx::AlgoLock lock;
     invoke_libalgo_set_tool_cs_params(coord_of(*coord_tool));
     PayloadCfg payload{};
     payload.mass = coord_tool->payload;
@@ -170,6 +202,7 @@ KX_API void kx_algo_set_toolframe(const kx_frame_t* const coord_tool) {
 }
 
 KX_API void kx_algo_get_curr_toolframe(kx_frame_t* coord_tool) {
+    const kx::AlgoLock lock;
     if (!coord_tool) return;
     put_coord(*coord_tool, invoke_libalgo_get_tool_cs_params());
     const PayloadCfg payload = libalgo_get_payload_params();
@@ -179,16 +212,17 @@ KX_API void kx_algo_get_curr_toolframe(kx_frame_t* coord_tool) {
     coord_tool->z = payload.com[2];
 }
 
-KX_API void kx_algo_set_joint_max_limit(const float* joint_limit) { invoke_libalgo_set_jointlim_max(joint_limit); }
-KX_API void kx_algo_get_joint_max_limit(float* joint_limit) { invoke_libalgo_get_jointlim_max(joint_limit); }
-KX_API void kx_algo_set_joint_min_limit(const float* joint_limit) { invoke_libalgo_set_jointlim_min(joint_limit); }
-KX_API void kx_algo_get_joint_min_limit(float* joint_limit) { invoke_libalgo_get_jointlim_min(joint_limit); }
-KX_API void kx_algo_set_joint_max_speed(const float* v) { invoke_libalgo_set_joint_vel_maxlim(v); }
-KX_API void kx_algo_get_joint_max_speed(float* v) { invoke_libalgo_get_joint_vel_maxlim(v); }
-KX_API void kx_algo_set_joint_max_acc(const float* a) { invoke_libalgo_set_joint_acc_maxlim(a); }
-KX_API void kx_algo_get_joint_max_acc(float* a) { invoke_libalgo_get_joint_acc_maxlim(a); }
+KX_API void kx_algo_set_joint_max_limit(const float* joint_limit) { set_joints("kx_algo_set_joint_max_limit", invoke_libalgo_set_jointlim_max, joint_limit); }
+KX_API void kx_algo_get_joint_max_limit(float* joint_limit) { locked(invoke_libalgo_get_jointlim_max, joint_limit); }
+KX_API void kx_algo_set_joint_min_limit(const float* joint_limit) { set_joints("kx_algo_set_joint_min_limit", invoke_libalgo_set_jointlim_min, joint_limit); }
+KX_API void kx_algo_get_joint_min_limit(float* joint_limit) { locked(invoke_libalgo_get_jointlim_min, joint_limit); }
+KX_API void kx_algo_set_joint_max_speed(const float* v) { set_joints("kx_algo_set_joint_max_speed", invoke_libalgo_set_joint_vel_maxlim, v); }
+KX_API void kx_algo_get_joint_max_speed(float* v) { locked(invoke_libalgo_get_joint_vel_maxlim, v); }
+KX_API void kx_algo_set_joint_max_acc(const float* a) { set_joints("kx_algo_set_joint_max_acc", invoke_libalgo_set_joint_acc_maxlim, a); }
+KX_API void kx_algo_get_joint_max_acc(float* a) { locked(invoke_libalgo_get_joint_acc_maxlim, a); }
 
 KX_API int kx_algo_judgment_overpos(float* joint) {
+    const kx::AlgoLock lock;
     if (!joint) return -1;
     float lo[8] = {}, hi[8] = {};
     kx_algo_get_joint_min_limit(lo);
@@ -214,6 +248,7 @@ KX_API kx_matrix_t kx_algo_euler2matrix(kx_euler_t state) {
 }
 
 KX_API int kx_algo_inverse_kinematics(kx_robot_handle* handle, kx_inverse_kinematics_params_t params, float* q_out) {
+    const kx::AlgoLock lock;
     if (params.flag == 0) {
         // Exact single-precision comparison, deliberately without tolerance.
         const kx_quat_t& q = params.q_pose.quaternion;
@@ -229,6 +264,7 @@ KX_API int kx_algo_inverse_kinematics(kx_robot_handle* handle, kx_inverse_kinema
 }
 
 KX_API kx_pose_t kx_algo_forward_kinematics(kx_robot_handle* handle, const float* const joint) {
+    const kx::AlgoLock lock;
     kx_algo_arm_state_set(handle);
     if (!joint || !finite_joints("kx_algo_forward_kinematics", "joint", joint)) return kx_pose_t{};
     return to_api(invoke_forward_kinematics(joint));
@@ -244,6 +280,7 @@ KX_API kx_pose_t kx_algo_workframe2base(kx_matrix_t matrix, kx_pose_t state) {
 }
 
 KX_API kx_pose_t kx_algo_end2tool(kx_robot_handle* handle, kx_pose_t eu_end) {
+    const kx::AlgoLock lock;
     kx_algo_arm_state_set(handle);
     kx_frame_t tool{}, work{};
     kx_algo_get_curr_toolframe(&tool);
@@ -256,6 +293,7 @@ KX_API kx_pose_t kx_algo_end2tool(kx_robot_handle* handle, kx_pose_t eu_end) {
 }
 
 KX_API void kx_algo_arm_state_set(kx_robot_handle* handle) {
+    const kx::AlgoLock lock;
     if (!handle) return;
     kx_rdlock_lock();
     const kx_handle_t* h = kx_get_kx_handle_by_robot_handle(handle);
@@ -290,11 +328,13 @@ KX_API kx_pose_t kx_algo_tool2end(kx_robot_handle* handle, kx_pose_t eu_tool) {
 }
 
 KX_API Matrix Forward_Kinematics_e(const float* joint) {
+    const kx::AlgoLock lock;
     return to_lib(kx_algo_pos2matrix(kx_algo_forward_kinematics(nullptr, joint)));
 }
 
 KX_API kx_pose_t kx_algo_cartesian_tool(kx_robot_handle* handle, const float* curr_joint, float move_lengthx,
                                         float move_lengthy, float move_lengthz) {
+    const kx::AlgoLock lock;
     static const char* const fn = "kx_algo_cartesian_tool";
     kx_algo_arm_state_set(handle);
     const float lengths[3] = {move_lengthx, move_lengthy, move_lengthz};
@@ -305,6 +345,7 @@ KX_API kx_pose_t kx_algo_cartesian_tool(kx_robot_handle* handle, const float* cu
 
 KX_API kx_pose_t kx_algo_rotate_move(kx_robot_handle* handle, const float* const curr_joint, int rotate_axis,
                                      float rotate_angle, kx_pose_t choose_axis) {
+    const kx::AlgoLock lock;
     static const char* const fn = "kx_algo_rotate_move";
     kx_algo_arm_state_set(handle);
     if (!curr_joint || !finite_joints(fn, "curr_joint", curr_joint) ||
@@ -315,6 +356,7 @@ KX_API kx_pose_t kx_algo_rotate_move(kx_robot_handle* handle, const float* const
 
 KX_API kx_pose_t kx_algo_pose_move(kx_robot_handle* handle, kx_pose_t poseCurrent, const float* deltaPosAndRot,
                                    int frameMode) {
+    const kx::AlgoLock lock;
     static const char* const fn = "kx_algo_pose_move";
     kx_algo_arm_state_set(handle);
     if (!deltaPosAndRot || !finite_pose(fn, "poseCurrent", poseCurrent) ||
@@ -324,6 +366,7 @@ KX_API kx_pose_t kx_algo_pose_move(kx_robot_handle* handle, kx_pose_t poseCurren
 }
 
 KX_API kx_dh_t kx_algo_get_dh(void) {
+    const kx::AlgoLock lock;
     const DH dh = libalgo_get_dh_value();
     kx_dh_t out{};
     for (int i = 0; i < 7; ++i) {
@@ -336,6 +379,11 @@ KX_API kx_dh_t kx_algo_get_dh(void) {
 }
 
 KX_API void kx_algo_set_dh(kx_dh_t dh) {
+    static const char* const fn = "kx_algo_set_dh";
+    if (!finite_values(fn, "dh.d", dh.d, 7) || !finite_values(fn, "dh.a", dh.a, 7) ||
+        !finite_values(fn, "dh.alpha", dh.alpha, 7) || !finite_values(fn, "dh.offset", dh.offset, 7))
+        return;
+    const kx::AlgoLock lock;
     DH lib{};
     for (int i = 0; i < 7; ++i) {
         lib.d[i] = dh.d[i];

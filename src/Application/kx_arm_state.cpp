@@ -80,7 +80,14 @@ KX_API int kx_get_arm_all_state(kx_robot_handle* handle, kx_arm_all_state_t* sta
             state->joint_temperature[i] = from_wire(kv[0].data.array_value[i], kMilli);
             state->joint_current[i] = from_wire(kv[1].data.array_value[i], kMilli);
             state->joint_voltage[i] = from_wire(kv[2].data.array_value[i], kMilli);
-            state->joint_err_code[i] = static_cast<int>(static_cast<float>(kv[3].data.array_value[i]));
+            /* Through a float, as the controller's own tools read it; the
+             * largest codes round up past what an int holds. */
+            const float code = static_cast<float>(kv[3].data.array_value[i]);
+            if (!(code < 2147483648.0f)) {
+                kx_log_error("[%s] %s parsing error\n", fn, "err_flag");
+                return -3;
+            }
+            state->joint_err_code[i] = static_cast<int>(code);
             state->joint_en_flag[i] = kv[4].data.array_value[i];
         }
         copy_errors(kv[5], &state->err);

@@ -78,7 +78,12 @@ bool decode_row(const char* caller, const cJSON* container, KeyValue& row) {
             kx_log_info("[%s] %s parse result: %s\n", caller, key, row.data.str_value);
             return true;
         case JSON_INT:
-            row.data.int_value = item->valueint;
+            /* A non-number reads 0; a number no int can hold fails. */
+            if (cJSON_IsNumber(item) && !kx::json_int(item, &row.data.int_value)) {
+                kx_log_error("[%s] %s parsing error\n", caller, key);
+                return false;
+            }
+            if (!cJSON_IsNumber(item)) row.data.int_value = item->valueint;
             kx_log_info("[%s] %s parse result: %d\n", caller, key, row.data.int_value);
             return true;
         case JSON_ARRAY: {
@@ -95,7 +100,12 @@ bool decode_row(const char* caller, const cJSON* container, KeyValue& row) {
             int i = 0;
             for (const cJSON* element = item->child; element && i < std::min(size, kArrayValue);
                  element = element->next, ++i) {
-                row.data.array_value[i] = cJSON_IsNumber(element) ? element->valueint : -1;
+                int& value = row.data.array_value[i];
+                value = -1; /* a non-number element */
+                if (cJSON_IsNumber(element) && !kx::json_int(element, &value)) {
+                    kx_log_error("[%s] %s parsing error\n", caller, key);
+                    return false;
+                }
                 kx_log_info(" %d\n", row.data.array_value[i]);
             }
             return true;

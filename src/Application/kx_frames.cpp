@@ -9,6 +9,7 @@
 #include "kx_command.h"
 #include "kx_commands_internal.h"
 #include "kx_invoke_algo.h"
+#include "MIO_JSON.h"
 
 using namespace kx;
 
@@ -26,16 +27,16 @@ struct Name {
     }
 };
 
-int array_int(const cJSON* arr, int i) {
-    const cJSON* item = cJSON_GetArrayItem(arr, i);
-    return cJSON_IsNumber(item) ? item->valueint : -1;
-}
-
-/* Reads an integer array of exactly n entries. */
+/* Reads an integer array of exactly n entries; a non-number entry reads -1,
+ * a number no int can hold fails. */
 bool read_ints(const cJSON* obj, const char* key, int* out, int n) {
     const cJSON* arr = cJSON_GetObjectItem(obj, key);
     if (!cJSON_IsArray(arr) || cJSON_GetArraySize(arr) != n) return false;
-    for (int i = 0; i < n; ++i) out[i] = array_int(arr, i);
+    for (int i = 0; i < n; ++i) {
+        const cJSON* item = cJSON_GetArrayItem(arr, i);
+        out[i] = -1;
+        if (cJSON_IsNumber(item) && !json_int(item, &out[i])) return false;
+    }
     return true;
 }
 
@@ -90,11 +91,12 @@ int parse_frame(const char* msg, kx_frame_t* frame, const FrameTexts& t, bool to
                     f.pose.euler.ry, f.pose.euler.rz);
         if (tool) {
             const cJSON* payload = cJSON_GetObjectItem(root, "payload");
-            if (!cJSON_IsNumber(payload)) {
+            int payload_wire;
+            if (!json_int(payload, &payload_wire)) {
                 kx_log_error("[get_current_tool_frame] Tool frame payload parse err\n");
                 break;
             }
-            f.payload = from_wire(payload->valueint, kMilli);
+            f.payload = from_wire(payload_wire, kMilli);
             kx_log_info("[get_current_tool_frame] Tool frame payloda: %.3f\n", f.payload);
             int com[3];
             if (!read_ints(root, "position", com, 3)) {
@@ -126,7 +128,10 @@ int get_current_frame(const char* fn, kx_robot_handle* h, bool tool, kx_frame_t*
     *out = f;
     kx_matrix_t m = kx_algo_pos2matrix(f.pose);
     static_assert(sizeof(Matrix) == sizeof(kx_matrix_t), "the library's matrix mirrors the API's");
-    std::memcpy(tool ? &Tool_Matrix : &Frame_Matrix, &m, sizeof m);
+    {
+        const kx::AlgoLock lock; /* the named matrices belong with the library's configuration */
+        std::memcpy(tool ? &Tool_Matrix : &Frame_Matrix, &m, sizeof m);
+    }
     return with_record(h, [&](kx_handle_t& rec) { (tool ? rec.tool_frame : rec.work_frame) = f; });
 }
 
@@ -242,17 +247,18 @@ KX_API int Parser_Get_Tool_Envelope(const char* msg, kx_envelope_balls_list_t* e
             const cJSON* name = cJSON_GetObjectItem(ball, "name");
             const cJSON* v[4] = {cJSON_GetObjectItem(ball, "radius"), cJSON_GetObjectItem(ball, "x"),
                                  cJSON_GetObjectItem(ball, "y"), cJSON_GetObjectItem(ball, "z")};
-            if (!cJSON_IsString(name) || name->valuestring == nullptr || !cJSON_IsNumber(v[0]) ||
-                !cJSON_IsNumber(v[1]) || !cJSON_IsNumber(v[2]) || !cJSON_IsNumber(v[3])) {
+            int w[4];
+            if (!cJSON_IsString(name) || name->valuestring == nullptr || !json_int(v[0], &w[0]) ||
+                !json_int(v[1], &w[1]) || !json_int(v[2], &w[2]) || !json_int(v[3], &w[3])) {
                 ok = false;
                 break;
             }
             kx_envelopes_ball_t& b = env.balls[env.size++];
             copy_str(b.name, name->valuestring);
-            b.radius = from_wire(v[0]->valueint, kMilli);
-            b.x = from_wire(v[1]->valueint, kMilli);
-            b.y = from_wire(v[2]->valueint, kMilli);
-            b.z = from_wire(v[3]->valueint, kMilli);
+            b.radius = from_wire(w[0], kMilli);
+            b.x = from_wire(w[1], kMilli);
+            b.y = from_wire(w[2], kMilli);
+            b.z = from_wire(w[3], kMilli);
         }
     }
     cJSON_Delete(root);

@@ -63,6 +63,20 @@ KX_API Matrix Forward_Kinematics_e(const float* joint);
 
 #ifdef __cplusplus
 }
+
+#include <mutex>
+
+namespace kx {
+/* The kinematics library holds one configuration for the whole process. Each
+ * facade call that loads, reads or computes from it runs whole under this
+ * lock, so concurrent calls give the results of sequential ones. Recursive:
+ * facade calls nest. */
+std::recursive_mutex& algo_mutex();
+struct AlgoLock {
+    AlgoLock() : lock(algo_mutex()) {}
+    std::lock_guard<std::recursive_mutex> lock;
+};
+}  // namespace kx
 #endif
 
 #endif /* KX_INVOKE_ALGO_H */

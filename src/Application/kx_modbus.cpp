@@ -154,7 +154,11 @@ bool decode_rs485_row(const cJSON* root, KeyValue& row) {
     const cJSON* item = MIO_JSON_GetObjectItem(root, row.key);
     switch (row.type) {
     case JSON_INT:
-        row.data.int_value = item->valueint;
+        if (cJSON_IsNumber(item) && !kx::json_int(item, &row.data.int_value)) {
+            kx_log_error("%s parsing error\n", row.key);
+            return false;
+        }
+        if (!cJSON_IsNumber(item)) row.data.int_value = item ? item->valueint : 0;
         kx_log_info("%s parse result: %d\n", row.key, row.data.int_value);
         return true;
     case JSON_STRING:
@@ -178,7 +182,11 @@ bool decode_rs485_row(const cJSON* root, KeyValue& row) {
         constexpr int kMax = static_cast<int>(sizeof row.data.array_value / sizeof row.data.array_value[0]);
         int i = 0;
         for (const cJSON* el = item->child; el != nullptr && i < kMax; el = el->next, ++i) {
-            row.data.array_value[i] = cJSON_IsNumber(el) ? el->valueint : -1;
+            row.data.array_value[i] = -1; /* a non-number element */
+            if (cJSON_IsNumber(el) && !kx::json_int(el, &row.data.array_value[i])) {
+                kx_log_error("%s parsing error\n", row.key);
+                return false;
+            }
             kx_log_info(" %d\n", row.data.array_value[i]);
         }
         return true;

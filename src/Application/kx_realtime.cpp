@@ -29,12 +29,9 @@ constexpr int kReplyBuffer = 1024;
 
 bool is_force_edition(kx_force_type_e type) { return type == KX_FORCE_TYPE_QA_E || type == KX_FORCE_TYPE_QS_E; }
 
-// A required integer member; false when missing or not a number.
+// A required integer member; false when missing, not a number or beyond an int.
 bool read_int(const cJSON* object, const char* key, int* out) {
-    const cJSON* item = MIO_JSON_GetObjectItem(object, key);
-    if (!cJSON_IsNumber(item)) return false;
-    *out = item->valueint;
-    return true;
+    return kx::json_int(MIO_JSON_GetObjectItem(object, key), out);
 }
 
 bool read_scaled(const cJSON* object, const char* key, float* out, double scale) {
@@ -44,12 +41,18 @@ bool read_scaled(const cJSON* object, const char* key, float* out, double scale)
     return true;
 }
 
-// Copies as many elements as both the wire array and the record hold.
+// Copies as many elements as both the wire array and the record hold; a
+// non-number element reads 0, a number beyond an int fails the datagram.
 template <class T, class Convert>
-void read_array(const cJSON* array, T* out, int capacity, Convert convert) {
+bool read_array(const cJSON* array, T* out, int capacity, Convert convert) {
     int i = 0;
-    for (const cJSON* element = array ? array->child : nullptr; element && i < capacity; element = element->next, ++i)
-        out[i] = convert(element->valueint);
+    for (const cJSON* element = array ? array->child : nullptr; element && i < capacity;
+         element = element->next, ++i) {
+        int value = 0;
+        if (cJSON_IsNumber(element) && !kx::json_int(element, &value)) return false;
+        out[i] = convert(value);
+    }
+    return true;
 }
 
 const cJSON* optional_array(const cJSON* object, const char* key) {
@@ -81,8 +84,7 @@ bool decode_hand(const cJSON* hand, kx_udp_hand_state_t& out) {
                   {"hand_force", out.hand_force}, {"hand_state", out.hand_state}};
     for (const Field& field : fields) {
         const cJSON* array = MIO_JSON_GetObjectItem(hand, field.key);
-        if (!cJSON_IsArray(array)) return false;
-        read_array(array, field.target, 6, as_int);
+        if (!cJSON_IsArray(array) || !read_array(array, field.target, 6, as_int)) return false;
     }
     return read_int(hand, "hand_err", &out.hand_err);
 }
@@ -99,40 +101,43 @@ bool decode_expand(const cJSON* expand, kx_udp_expand_state_t& out) {
            read_int(expand, "err_flag", &out.err_flag) && read_int(expand, "en_flag", &out.en_flag);
 }
 
-void decode_joints(const cJSON* joints, kx_joint_status_t& out) {
-    read_array(optional_array(joints, "joint_position"), out.joint_position, 7, scaled(1000.0));
-    read_array(optional_array(joints, "joint_current"), out.joint_current, 7, scaled(1000.0));
-    read_array(optional_array(joints, "joint_en_flag"), out.joint_en_flag, 7, [](int v) { return v != 0; });
-    read_array(optional_array(joints, "joint_err_code"), out.joint_err_code, 7,
-               [](int v) { return static_cast<uint16_t>(v); });
-    read_array(optional_array(joints, "joint_temperature"), out.joint_temperature, 7, scaled(1000.0));
-    read_array(optional_array(joints, "joint_voltage"), out.joint_voltage, 7, scaled(1000.0));
-    read_array(optional_array(joints, "joint_speed"), out.joint_speed, 7,
-               [](int v) { return static_cast<float>(v * 6.0 / 1000.0); });
+bool decode_joints(const cJSON* joints, kx_joint_status_t& out) {
+    return read_array(optional_array(joints, "joint_position"), out.joint_position, 7, scaled(1000.0)) &&
+           read_array(optional_array(joints, "joint_current"), out.joint_current, 7, scaled(1000.0)) &&
+           read_array(optional_array(joints, "joint_en_flag"), out.joint_en_flag, 7, [](int v) { return v != 0; }) &&
+           read_array(optional_array(joints, "joint_err_code"), out.joint_err_code, 7,
+                      [](int v) { return static_cast<uint16_t>(v); }) &&
+           read_array(optional_array(joints, "joint_temperature"), out.joint_temperature, 7, scaled(1000.0)) &&
+           read_array(optional_array(joints, "joint_voltage"), out.joint_voltage, 7, scaled(1000.0)) &&
+           read_array(optional_array(joints, "joint_speed"), out.joint_speed, 7,
+                      [](int v) { return static_cast<float>(v * 6.0 / 1000.0); });
 }
 
-void decode_force(const cJSON* sensor, kx_force_sensor_t& out) {
-    if (!sensor) return;
-    read_array(optional_array(sensor, "force"), out.force, 6, scaled(1000.0));
-    read_array(optional_array(sensor, "zero_force"), out.zero_force, 6, scaled(1000.0));
-    read_int(sensor, "coordinate", &out.coordinate);
+// The sensor's members are optional; one that is present must fit.
+bool decode_force(const cJSON* sensor, kx_force_sensor_t& out) {
+    if (!sensor) return true;
+    if (!read_array(optional_array(sensor, "force"), out.force, 6, scaled(1000.0)) ||
+        !read_array(optional_array(sensor, "zero_force"), out.zero_force, 6, scaled(1000.0)))
+        return false;
+    const cJSON* coordinate = MIO_JSON_GetObjectItem(sensor, "coordinate");
+    return !cJSON_IsNumber(coordinate) || kx::json_int(coordinate, &out.coordinate);
 }
 
 bool decode_waypoint(const cJSON* waypoint, kx_pose_t& out) {
     const cJSON* quat = exact_array(waypoint, "quat", 4);
     if (!quat) return false;
     float q[4];
-    read_array(quat, q, 4, scaled(1000000.0));
+    if (!read_array(quat, q, 4, scaled(1000000.0))) return false;
     out.quaternion = {q[0], q[1], q[2], q[3]};
     const cJSON* euler = exact_array(waypoint, "euler", 3);
     if (!euler) return false;
     float e[3];
-    read_array(euler, e, 3, scaled(1000.0));
+    if (!read_array(euler, e, 3, scaled(1000.0))) return false;
     out.euler = {e[0], e[1], e[2]};
     const cJSON* position = exact_array(waypoint, "position", 3);
     if (!position) return false;
     float p[3];
-    read_array(position, p, 3, scaled(1000000.0));
+    if (!read_array(position, p, 3, scaled(1000000.0))) return false;
     out.position = {p[0], p[1], p[2]};
     return true;
 }
@@ -155,9 +160,10 @@ int decode_state(const cJSON* root, kx_realtime_arm_joint_state_t* state) {
         return -3;
     const cJSON* joints = optional_object(root, "joint_status");
     if (!joints) return -3;
-    decode_joints(joints, state->joint_status);
-    decode_force(optional_object(root, "six_force_sensor"), state->force_sensor);
-    decode_force(optional_object(root, "one_force_sensor"), state->force_sensor);
+    if (!decode_joints(joints, state->joint_status) ||
+        !decode_force(optional_object(root, "six_force_sensor"), state->force_sensor) ||
+        !decode_force(optional_object(root, "one_force_sensor"), state->force_sensor))
+        return -3;
     const cJSON* waypoint = optional_object(root, "waypoint");
     if (!waypoint || !decode_waypoint(waypoint, state->waypoint)) return -3;
     const cJSON* err = optional_array(root, "err");
@@ -165,8 +171,7 @@ int decode_state(const cJSON* root, kx_realtime_arm_joint_state_t* state) {
     if (size < 1) return -3;
     int len = std::min(size, static_cast<int>(sizeof state->err.err / sizeof(int)));
     state->err.err_len = static_cast<uint8_t>(len);
-    read_array(err, state->err.err, len, as_int);
-    return 0;
+    return read_array(err, state->err.err, len, as_int) ? 0 : -3;
 }
 
 // ---- UDP receive thread ----------------------------------------------------

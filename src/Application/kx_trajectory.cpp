@@ -2,6 +2,7 @@
  * blocking motions poll this to see their motion start and end. */
 #include <cjson/cJSON.h>
 
+#include "MIO_JSON.h"
 #include "kx_command.h"
 #include "kx_commands_internal.h"
 
@@ -50,7 +51,12 @@ KX_API int parse_kx_get_arm_current_trajectory(kx_robot_handle* handle, const ch
     int wire[7] = {};
     for (int i = 0; i < size && i < 7; ++i) {
         const cJSON* item = cJSON_GetArrayItem(arr, i);
-        wire[i] = cJSON_IsNumber(item) ? item->valueint : -1;
+        wire[i] = -1; /* a non-number entry */
+        if (cJSON_IsNumber(item) && !kx::json_int(item, &wire[i])) {
+            kx_log_error("[kx_get_arm_current_trajectory] Get arm current trajectory parse err\n");
+            cJSON_Delete(root);
+            return -1;
+        }
     }
     kx_log_info("[kx_get_arm_current_trajectory] Current trajectory data size: %d, data : (%d, %d, %d, %d, %d, %d, %d)\n",
                 size, wire[0], wire[1], wire[2], wire[3], wire[4], wire[5], wire[6]);

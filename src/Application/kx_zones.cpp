@@ -173,14 +173,13 @@ int get_enable(const char* fn, const char* command, kx_robot_handle* h, kx_elect
 bool parse_info(const cJSON* item, kx_fence_config_t& c) {
     const cJSON* name = MIO_JSON_GetObjectItem(item, "form_name");
     const cJSON* form = MIO_JSON_GetObjectItem(item, "form");
-    if (!cJSON_IsString(name) || !cJSON_IsNumber(form)) return false;
+    if (!cJSON_IsString(name) || !kx::json_int(form, &c.form)) return false;
     std::strncpy(c.name, name->valuestring, sizeof c.name);
-    c.form = form->valueint;
     const GeoKeys g = read_keys(c.form);
     for (int i = 0; i < g.n; ++i) {
-        const cJSON* v = MIO_JSON_GetObjectItem(item, g.keys[i].key);
-        if (!cJSON_IsNumber(v)) return false;
-        set_geo(c, g.keys[i], v->valueint);
+        int value;
+        if (!kx::json_int(MIO_JSON_GetObjectItem(item, g.keys[i].key), &value)) return false;
+        set_geo(c, g.keys[i], value);
     }
     return true;
 }

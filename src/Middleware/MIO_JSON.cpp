@@ -51,8 +51,8 @@ KX_API int MIO_JSON_GetObjectItemInt(const cJSON* object, const char* string) {
     if (!MIO_JSON_Assert(object) || !MIO_JSON_Assert(string)) return -2;
     const cJSON* item = cJSON_GetObjectItem(object, string);
     if (!item) return -1;
-    if (!cJSON_IsNumber(item)) return -3;
-    return item->valueint;
+    int value;
+    return kx::json_int(item, &value) ? value : -3;
 }
 
 KX_API char* MIO_JSON_GetObjectItemStr(const cJSON* object, const char* string) {
@@ -71,8 +71,20 @@ KX_API int MIO_JSON_GetObjectItemBool(const cJSON* object, const char* string) {
 
 KX_API int MIO_JSON_GetArrayItemInt(const cJSON* array, int index) {
     if (!cJSON_IsArray(array) || index < 0 || index >= cJSON_GetArraySize(array)) return -1;
-    const cJSON* item = cJSON_GetArrayItem(array, index);
-    return cJSON_IsNumber(item) ? item->valueint : -1;
+    int value;
+    return kx::json_int(cJSON_GetArrayItem(array, index), &value) ? value : -1;
 }
 
 }  // extern "C"
+
+namespace kx {
+
+bool json_int(const cJSON* item, int* out) {
+    if (!cJSON_IsNumber(item)) return false;
+    const double v = item->valuedouble;
+    if (!(v > -2147483649.0 && v < 2147483648.0)) return false; /* NaN fails too */
+    *out = static_cast<int>(v);
+    return true;
+}
+
+}  // namespace kx

@@ -43,4 +43,13 @@ KX_API int MIO_JSON_GetArrayItemInt(const cJSON* array, int index);
 }
 #endif
 
+#ifdef __cplusplus
+namespace kx {
+/* The integer a number from the network stands for (fraction truncated):
+ * false for a non-number and for a NaN, infinite or out-of-range value,
+ * which no int can hold and no decoder may convert. */
+bool json_int(const cJSON* item, int* out);
+}  // namespace kx
+#endif
+
 #endif /* KX_MIDDLEWARE_MIO_JSON_H */
