@@ -2,7 +2,7 @@
  * Pick and place with the two-finger gripper, every step blocking until the
  * arm or the gripper reports it finished.
  *
- *   gripper_pick_place IP PORT
+ *   gripper_pick_place [IP PORT]
  *
  * Try it against the simulator with an object between the fingers:
  *   kx_sim --port 8080 --time-scale 5 --grip-object 400   then   gripper_pick_place 127.0.0.1 8080
@@ -10,7 +10,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-#include "example_connect.h"
+#include "example_arm.h"
 
 static int step(const char* what, int rc) {
     printf("%-40s -> %d\n", what, rc);
@@ -18,8 +18,8 @@ static int step(const char* what, int rc) {
 }
 
 int main(int argc, char** argv) {
-    kx_robot_handle* arm = example_connect(argc, argv);
-    if (arm == NULL) return argc < 3 ? 2 : 1;
+    int dof = 0;
+    kx_robot_handle* arm = example_connect(argc, argv, KX_DUAL_MODE_E, &dof);
 
     const float above_pick[7] = {0, 20, 70, 0, 90, 0, 0};
     const float above_place[7] = {45, 20, 70, 0, 90, 0, 0};

@@ -3,14 +3,14 @@
  * leave. A small move inside it runs; a large one is refused with the
  * controller's error, which kx_clear_system_err then clears.
  *
- *   virtual_wall IP PORT
+ *   virtual_wall [IP PORT]
  *
  * Against the simulator:   kx_sim --port 8080 --time-scale 5   then   virtual_wall 127.0.0.1 8080
  */
 #include <stdio.h>
 #include <stdlib.h>
 
-#include "example_connect.h"
+#include "example_arm.h"
 
 static void print_errors(kx_robot_handle* arm) {
     kx_current_arm_state_t st;
@@ -21,8 +21,8 @@ static void print_errors(kx_robot_handle* arm) {
 }
 
 int main(int argc, char** argv) {
-    kx_robot_handle* arm = example_connect(argc, argv);
-    if (arm == NULL) return argc < 3 ? 2 : 1;
+    int dof = 0;
+    kx_robot_handle* arm = example_connect(argc, argv, KX_DUAL_MODE_E, &dof);
 
     int rc = 1;
     const float start[7] = {0, 20, 70, 0, 90, 0, 0};

@@ -35,6 +35,18 @@ step() { echo "==== $* ($(date +%T))"; }
 step "suite (gcc)"
 run_suite build "${gcc[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
+# ---- adoption: the installed package as a user meets it --------------------
+# The Python binding's tests against the simulator (label python), the
+# reference documentation, then an application built outside the tree against
+# an installed copy (find_package and pkg-config, C99 and C++17, the installed
+# examples) and run from that prefix.
+if [ -d python/tests ]; then
+  (cd build && ctest --output-on-failure -L python)
+fi
+cmake --build build --target docs   # the reference; fails on anything undocumented
+scripts/consumer_test.sh build
+# ---- end of adoption steps -------------------------------------------------
+
 step "suite under ASan+UBSan (clang)"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   run_suite build-asan "${clang[@]}" -DCMAKE_BUILD_TYPE=Debug -DKX_SANITIZE=address "${lean[@]}"

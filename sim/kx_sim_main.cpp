@@ -29,8 +29,8 @@ const char kHelp[] =
     "options (a comma-separated list gives one value per arm; the last value\n"
     "repeats for the remaining arms):\n"
     "  --arms N             number of arms, 1 to 5 (default 1)\n"
-    "  --model M[,M...]     arm model: AVEN, BRIV, CALD, DUMO, ESKA, FIRU (6 joints)\n"
-    "                       or GOLT (7 joints) (default AVEN)\n"
+    "  --model M[,M...]     arm model: AVEN, CALD, DUMO, ESKA, GOLT (6 joints)\n"
+    "                       or BRIV, FIRU (7 joints) (default AVEN)\n"
     "  --edition E[,E...]   force edition: P (no sensor), QA (one-axis Fz sensor),\n"
     "                       QS (six-axis sensor) (default P)\n"
     "  --port P[,P...]      TCP command port, 0 = any free port (default 8080)\n"
@@ -58,7 +58,7 @@ const char kHelp[] =
     "  tool-input K CHANNEL 0|1   tool digital input 1..2\n"
     "  object K WIDTH             gripper object width 1..1000, 0 = nothing\n"
     "\n"
-    "example: kx_sim --arms 2 --model AVEN,GOLT --edition QS,P\n"
+    "example: kx_sim --arms 2 --model AVEN,BRIV --edition QS,P\n"
     "prints one line per arm, e.g. \"arm 1 listening on 127.0.0.1:8080 model AVEN-QS\".\n";
 
 int usage(const std::string& why) {

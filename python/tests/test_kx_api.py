@@ -1,0 +1,115 @@
+"""kx_api against kx_sim: layout, connection, realtime callback, blocking
+move, kinematics, errors."""
+import ctypes
+import gc
+import math
+import os
+import socket
+import subprocess
+import threading
+
+import pytest
+
+import kx_api
+
+
+def test_every_record_has_the_c_layout():
+    out = subprocess.run([os.environ["KX_LAYOUT_DUMP"]], check=True, capture_output=True, text=True).stdout
+    checked = 0
+    for line in out.splitlines():
+        name, value = line.split()
+        record, _, field = name.partition(".")
+        cls = getattr(kx_api.ffi, record)
+        got = getattr(cls, field).offset if field else ctypes.sizeof(cls)
+        assert got == int(value), f"{name}: Python {got}, C {value}"
+        checked += 1
+    assert checked > 200
+    assert {r.__name__ for r in kx_api.ffi.RECORDS} >= {"kx_pose_t", "kx_realtime_arm_joint_state_t", "kx_handle_t"}
+
+
+def test_connects_reads_and_tells_arms_apart(sim):
+    (host1, port1), (host2, port2) = sim
+    with kx_api.Arm(host1, port1) as a, kx_api.Arm(host2, port2) as b:
+        assert (a.id, a.dof) == (1, 6)
+        assert (b.id, b.dof) == (2, 7)
+        assert b.software()["product_version"].startswith("BRIV")
+        assert len(b.joints()) == 7 and len(b.pose()) == 6
+        assert b.info()["arm_dof"] == 7
+        limits = (ctypes.c_float * 7)()
+        b.get_joint_max_pos(limits)  # any C function taking the handle, by its name
+        assert all(v > 0 for v in limits[:7])
+
+
+def test_realtime_state_reaches_a_python_callback(sim):
+    host, port = sim[1]
+    mine, done = [], threading.Event()
+
+    def on_state(state):
+        if state.arm_ip == host and len(mine) < 5:
+            mine.append(state)
+            if len(mine) == 5:
+                done.set()
+
+    kx_api.on_realtime(on_state)
+    del on_state
+    gc.collect()  # the registration keeps the callback alive
+    try:
+        with kx_api.Arm(host, port):
+            assert done.wait(10)
+    finally:
+        kx_api.on_realtime(None)
+    assert all(s.err_code == 0 and len(s.joints) == 7 and len(s.pose) == 6 for s in mine)
+    q = kx_api.as_dict(mine[-1].record)["waypoint"]["quaternion"]
+    assert math.isclose(q["w"] ** 2 + q["x"] ** 2 + q["y"] ** 2 + q["z"] ** 2, 1.0, abs_tol=1e-3)
+
+
+@pytest.mark.parametrize("arm", [0, 1])
+def test_blocking_move_and_kinematics_round_trip(sim, arm):
+    events = []
+    kx_api.on_event(events.append)
+    try:
+        with kx_api.Arm(*sim[arm]) as a:
+            ready = [0, 20, 70, 0, 90, 0] if a.dof == 6 else [0, 30, 0, 60, 0, 60, 20]
+            a.movej(ready, speed=50)
+            target = list(ready)
+            target[0] += 15
+            a.movej(target, speed=50)  # returns once arrived
+            assert a.joints() == pytest.approx(target, abs=0.01)
+            assert any(e["event_type"] == kx_api.KX_CURRENT_TRAJECTORY_STATE_E for e in events)
+
+            pose = a.forward_kinematics(target)
+            assert_same_pose(pose, a.pose())
+            moved = list(pose)
+            moved[2] -= 0.05
+            q = a.inverse_kinematics(moved, reference=target)
+            assert_same_pose(a.forward_kinematics(q), moved)
+            a.movel(moved, speed=50)
+            assert a.pose()[:3] == pytest.approx(moved[:3], abs=1e-3)
+    finally:
+        kx_api.on_event(None)
+
+
+def test_errors_carry_their_code_and_function(sim):
+    with kx_api.Arm(*sim[0]) as a:
+        with pytest.raises(kx_api.KxError) as e:
+            a.movej([0, 0, 1000, 0, 0, 0])  # beyond the joint's limit
+        assert (e.value.code, e.value.function) == (1, "kx_movej")
+        assert "refused" in str(e.value)
+        with pytest.raises(kx_api.KxError) as e:
+            a.set_joint_max_speed(99, 10.0)  # no joint 99
+        assert (e.value.code, e.value.function) == (1, "kx_set_joint_max_speed")
+        with pytest.raises(ValueError):
+            a.movel([0, 0, 0])
+    with socket.socket() as s:  # bound, not listening: nothing answers there
+        s.bind(("127.0.0.1", 0))
+        with pytest.raises(kx_api.KxError) as e:
+            kx_api.Arm("127.0.0.1", s.getsockname()[1])
+    assert (e.value.code, e.value.function) == (-1, "kx_create_robot_arm")
+    kx_api.shutdown()
+
+
+def assert_same_pose(a, b):
+    """Same position, and same Euler angles up to whole turns."""
+    assert a[:3] == pytest.approx(b[:3], abs=1e-3)
+    for x, y in zip(a[3:], b[3:]):
+        assert math.remainder(x - y, 2 * math.pi) == pytest.approx(0, abs=2e-3)

@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# Installs a built tree into a temporary prefix and uses it as an outsider
+# would: builds tests/consumer (the README's program, as C99 and as C++17,
+# and the installed examples) with find_package(kx_api) and the program
+# again with pkg-config, then runs everything, and the installed Python
+# package's examples, against the installed kx_sim,
+# on a six- and a seven-joint arm, without LD_LIBRARY_PATH.
+#
+#   scripts/consumer_test.sh [BUILD_DIR]          (default: build)
+#   KX_PREFIX=/usr scripts/consumer_test.sh       (test an existing install instead)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${1:-build}
+tmp=$(mktemp -d)
+sim_pid=""
+cleanup() {
+  if [ -n "$sim_pid" ]; then kill "$sim_pid" 2>/dev/null || true; wait "$sim_pid" 2>/dev/null || true; fi
+  rm -rf "$tmp"
+}
+trap cleanup EXIT
+unset LD_LIBRARY_PATH
+
+prefix=${KX_PREFIX:-}
+if [ -z "$prefix" ]; then
+  prefix=$tmp/prefix
+  cmake --install "$build" --prefix "$prefix" >/dev/null
+fi
+docdir=$prefix/share/doc/kx_api
+[ -d "$docdir" ] || docdir=$(dirname "$(find "$prefix/share/doc" -path '*kx_api*/examples/example_arm.h' | head -1)")/..
+echo "== consumer: installed copy in $prefix"
+for h in kx_interface_global.h kx_core.h MIO_JSON.h; do
+  if find "$prefix/include" -name "$h" 2>/dev/null | grep -q .; then echo "internal header $h installed"; exit 1; fi
+done
+
+echo "== consumer: the README's program is tests/consumer/main.c"
+awk '/^```c$/ && !done {on = 1; next} on && /^```$/ {on = 0; done = 1} on' README.md | diff - tests/consumer/main.c
+
+echo "== consumer: find_package(kx_api)"
+cmake -S tests/consumer -B "$tmp/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
+  -DKX_EXAMPLES_DIR="$docdir/examples" >/dev/null
+cmake --build "$tmp/cmake" >/dev/null
+
+echo "== consumer: pkg-config"
+pc=$(find "$prefix" -name kx_api.pc | head -1)
+export PKG_CONFIG_PATH=$(dirname "$pc")
+cflags=$(pkg-config --cflags kx_api)
+libs="$(pkg-config --libs kx_api) -Wl,-rpath,$(pkg-config --variable=libdir kx_api)"
+# shellcheck disable=SC2086
+cc -std=c99 -Wall -Wextra -Werror $cflags tests/consumer/main.c -o "$tmp/pc_c" $libs
+# shellcheck disable=SC2086
+c++ -std=c++17 -Wall -Wextra -Werror -x c++ $cflags tests/consumer/main.c -x none -o "$tmp/pc_cxx" $libs
+
+echo "== consumer: against the installed simulator"
+"$prefix/bin/kx_sim" --help | grep -q 127.0.0.K
+"$prefix/bin/kx_sim" --version
+udp=$((20000 + RANDOM % 20000))
+"$prefix/bin/kx_sim" --arms 2 --model AVEN,BRIV --port 0 --time-scale 10 --grip-object 400 --udp-port "$udp" >"$tmp/sim.out" &
+sim_pid=$!
+for _ in $(seq 100); do [ "$(wc -l <"$tmp/sim.out")" -ge 2 ] && break; sleep 0.1; done
+cat "$tmp/sim.out"
+mapfile -t arms < <(sed -n 's/^arm [0-9] listening on \([0-9.]*\):\([0-9]*\) .*/\1 \2/p' "$tmp/sim.out")
+[ ${#arms[@]} -eq 2 ]
+
+programs=("$tmp/cmake/app_c" "$tmp/cmake/app_cxx" "$tmp/pc_c" "$tmp/pc_cxx" "$tmp"/cmake/example_*)
+installed=$(find "$prefix" -path '*kx_api/examples/*' -type f -perm -u+x | head -1)
+[ -n "$installed" ] && programs+=("$installed")
+for arm in "${arms[@]}"; do
+  for p in "${programs[@]}"; do
+    echo "-- $(basename "$p") $arm"
+    # shellcheck disable=SC2086
+    "$p" $arm
+  done
+  for p in "$docdir"/examples/python/[a-z]*.py; do
+    echo "-- python $(basename "$p") $arm"
+    # shellcheck disable=SC2086
+    PYTHONPATH=$(dirname "$(find "$prefix" -path '*/kx_api/_ffi.py' | head -1)")/.. /usr/bin/python3 "$p" $arm
+  done
+done
+echo "consumer test passed"
