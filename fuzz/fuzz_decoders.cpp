@@ -76,5 +76,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     CHECK(r != 0 || (env.size >= 0 && env.size <= KX_ENVELOPE_BALLS_MAX));
     kx_arm_software_version_t info;
     parse_kx_get_arm_software_info(t, &info);
+
+    int points = 0;
+    r = parse_kx_save_trajectory("fuzz", t, &points);
+    CHECK(r == 0 || r == 1 || r == -3);
+    kx_program_run_state_t run;
+    r = Parser_Get_Program_Run_State("fuzz", t, &run);
+    CHECK(r == 0 || r == -3);
+    for (int dof = 6; dof <= 7; ++dof) {
+        kx_waypoint_list_t list;
+        r = parser_get_point_list("fuzz", t, dof, &list);
+        CHECK(r == 0 || r == 1 || r == -3);
+    }
+    kx_io_get_t io;
+    prase_get_IO_state(t, &io);
+    KeyValue rs485[] = {row(JSON_INT, "mode"), row(JSON_ARRAY, "data", 24)};
+    parse_rs485(t, rs485, 2);
+    kx_fence_config_list_t fences;
+    const int fence_cap = static_cast<int>(sizeof fences.config / sizeof fences.config[0]);
+    len = 0;
+    r = Parser_Get_Electronic_Fence_List_Info(t, &fences, &len);
+    CHECK(r != 0 || (len >= 0 && len <= fence_cap));
     return 0;
 }

@@ -346,7 +346,6 @@ int motion_accepted(const char* fn, const ReplyBuf& buf) { return parse_kx_set_c
 
 namespace {
 
-constexpr const char* kTrajectoryEvent = "current_trajectory_state";
 constexpr int kPauseMs = 100;
 constexpr int kMaxQueryFailures = 5;
 constexpr int kIdleLimit = 10;
