@@ -306,10 +306,10 @@ class Arm:
 
     def __getattr__(self, name):
         function = "kx_" + name
-        spec = ffi.FUNCTIONS.get(function)
-        if spec is None or not spec[1] or spec[1][0] is not _HANDLE:
+        sig = ffi.FUNCTIONS.get(function)
+        if sig is None or not sig[1] or sig[1][0] is not _HANDLE:
             raise AttributeError(name)
-        if spec[0] is ctypes.c_int:
+        if sig[0] is ctypes.c_int:
             return lambda *args: self.call(function, *args)
         return lambda *args: getattr(lib, function)(self._h, *args)
 
