@@ -1,37 +1,30 @@
 /*
  * Print live force readings: all six axes on a QS arm, Fz on a QA arm.
  *
- *   force_readout IP PORT [COUNT]
+ *   force_readout [IP PORT [COUNT]]
  *
  * Try it without an arm (the simulator pushes 20 N down and 5 N sideways on the tool):
  *   kx_sim --arms 1 --model AVEN --edition QS --port 8080 --push 5,0,-20 &
  *   force_readout 127.0.0.1 8080
  */
-#include <stdio.h>
-#include <stdlib.h>
-#include <unistd.h>
+#define _POSIX_C_SOURCE 200809L
+#include <time.h>
 
-#include "kx_interface.h"
+#include "example_arm.h"
 
 int main(int argc, char** argv) {
-    if (argc < 3) {
-        fprintf(stderr, "usage: %s IP PORT [COUNT]\n", argv[0]);
-        return 2;
-    }
     int count = argc > 3 ? atoi(argv[3]) : 10;
-    kx_init(KX_DUAL_MODE_E);
-    kx_robot_handle* arm = kx_create_robot_arm(argv[1], atoi(argv[2]));
+    int dof = 0;
+    kx_robot_handle* arm = example_connect(argc, argv, KX_DUAL_MODE_E, &dof);
     kx_robot_info_t info;
-    if (arm == NULL || arm->id < 0 || kx_get_robot_info(arm, &info) != 0) {
-        fprintf(stderr, "could not connect to %s:%s\n", argv[1], argv[2]);
-        kx_destory();
-        return 1;
-    }
+    CHECK(kx_get_robot_info(arm, &info));
     if (info.force_type == KX_FORCE_TYPE_P_E) {
         fprintf(stderr, "this arm has no force sensor (start kx_sim with --edition QS or QA)\n");
         kx_destory();
         return 1;
     }
+    struct timespec next;
+    clock_gettime(CLOCK_MONOTONIC, &next);
     int rc = 0;
     printf("reading the %s sensor %d times, 100 ms apart (N, N m)\n",
            info.force_type == KX_FORCE_TYPE_QS_E ? "six-axis" : "one-axis", count);
@@ -48,7 +41,7 @@ int main(int argc, char** argv) {
                 printf("Fz %8.3f  zeroed %8.3f  work %8.3f  tool %8.3f\n", fz.Fz, fz.zero_Fz, fz.work_zero_Fz,
                        fz.tool_zero_Fz);
         }
-        usleep(100000);
+        example_tick(&next, 100);
     }
     if (rc != 0) fprintf(stderr, "reading the sensor failed: %d\n", rc);
     kx_delete_robot_arm(arm);

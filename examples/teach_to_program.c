@@ -3,18 +3,17 @@
  * controller's program library and run it by number, printing the events
  * the controller pushes meanwhile.
  *
- *   teach_to_program IP PORT [SECONDS]
+ *   teach_to_program [IP PORT [SECONDS]]
  *
  * Try it without an arm (the simulated hand moves joints 1 and 2 while teaching):
  *   kx_sim --arms 1 --model AVEN --edition QS --port 8080 --hand 5,-3 &
  *   teach_to_program 127.0.0.1 8080
  */
-#include <stdio.h>
-#include <stdlib.h>
+#define _POSIX_C_SOURCE 200809L
 #include <string.h>
 #include <unistd.h>
 
-#include "kx_interface.h"
+#include "example_arm.h"
 
 #define PROGRAM_ID 1
 
@@ -27,40 +26,28 @@ static void on_event(kx_event_push_data_t e) {
     fflush(stdout);
 }
 
-static int fail(const char* what, int rc) {
-    fprintf(stderr, "%s failed: %d\n", what, rc);
-    kx_destory();
-    return 1;
-}
-
 int main(int argc, char** argv) {
-    if (argc < 3) {
-        fprintf(stderr, "usage: %s IP PORT [SECONDS]\n", argv[0]);
-        return 2;
-    }
     int seconds = argc > 3 ? atoi(argv[3]) : 2;
-    kx_init(KX_DUAL_MODE_E);
+    int dof = 0;
     kx_get_arm_event_call_back(on_event);
-    kx_robot_handle* arm = kx_create_robot_arm(argv[1], atoi(argv[2]));
-    if (arm == NULL || arm->id < 0) {
-        fprintf(stderr, "could not connect to %s:%s\n", argv[1], argv[2]);
+    kx_robot_handle* arm = example_connect(argc, argv, KX_DUAL_MODE_E, &dof);
+
+    printf("drag teaching for %d s, recording the path\n", seconds);
+    CHECK(kx_start_drag_teach(arm, 1));
+    sleep((unsigned)seconds);
+    CHECK(kx_stop_drag_teach(arm));
+
+    char dir[] = "/tmp/kx_teach_XXXXXX";
+    if (mkdtemp(dir) == NULL) {
+        perror("mkdtemp");
         kx_destory();
         return 1;
     }
-
-    printf("drag teaching for %d s, recording the path\n", seconds);
-    int rc = kx_start_drag_teach(arm, 1);
-    if (rc != 0) return fail("kx_start_drag_teach", rc);
-    sleep((unsigned)seconds);
-    if ((rc = kx_stop_drag_teach(arm)) != 0) return fail("kx_stop_drag_teach", rc);
-
-    char dir[] = "/tmp/kx_teach_XXXXXX";
-    if (mkdtemp(dir) == NULL) return fail("mkdtemp", -1);
     char path[256];
     snprintf(path, sizeof path, "%s/teach.txt", dir);
     int points = 0;
     printf("saving the recorded path to %s\n", path);
-    if ((rc = kx_save_trajectory(arm, path, &points)) != 0) return fail("kx_save_trajectory", rc);
+    CHECK(kx_save_trajectory(arm, path, &points));
     printf("saved %d points\n", points);
 
     /* The trajectory becomes a program saved beside it; the controller
@@ -75,15 +62,12 @@ int main(int argc, char** argv) {
     project.project_type = 1;
     int err_line = 0;
     printf("uploading it as program %d\n", PROGRAM_ID);
-    rc = kx_send_project(arm, project, &err_line);
-    if (rc != 0) {
-        fprintf(stderr, "refused at line %d\n", err_line);
-        return fail("kx_send_project", rc);
-    }
+    int rc = kx_send_project(arm, project, &err_line);
+    if (rc != 0) fprintf(stderr, "refused at line %d\n", err_line);
+    CHECK(rc);
 
     static kx_program_trajectorys_t library;
-    if ((rc = kx_get_program_trajectory_list(arm, 1, 10, NULL, &library)) != 0)
-        return fail("kx_get_program_trajectory_list", rc);
+    CHECK(kx_get_program_trajectory_list(arm, 1, 10, NULL, &library));
     printf("program library: %d program(s)\n", library.list_size);
     for (int i = 0; i < library.list_size && i < 10; ++i)
         printf("  #%d %s (%d bytes, speed %d)\n", library.trajectory_list[i].id,
@@ -91,12 +75,11 @@ int main(int argc, char** argv) {
                library.trajectory_list[i].speed);
 
     printf("running program %d and waiting for its end\n", PROGRAM_ID);
-    if ((rc = kx_set_program_id_run(arm, PROGRAM_ID, 0, 1)) != 0) return fail("kx_set_program_id_run", rc);
+    CHECK(kx_set_program_id_run(arm, PROGRAM_ID, 0, 1));
 
     kx_current_arm_state_t state;
-    if (kx_get_current_arm_state(arm, &state) == 0)
-        printf("done; joints now %.3f %.3f %.3f %.3f %.3f %.3f\n", state.joint[0], state.joint[1], state.joint[2],
-               state.joint[3], state.joint[4], state.joint[5]);
+    CHECK(kx_get_current_arm_state(arm, &state));
+    example_print_joints("done; joints now", state.joint, dof);
     kx_delete_robot_arm(arm);
     kx_destory();
     return 0;

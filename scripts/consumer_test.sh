@@ -54,7 +54,8 @@ echo "== consumer: against the installed simulator"
 "$prefix/bin/kx_sim" --help | grep -q 127.0.0.K
 "$prefix/bin/kx_sim" --version
 udp=$((20000 + RANDOM % 20000))
-"$prefix/bin/kx_sim" --arms 2 --model AVEN,BRIV --port 0 --time-scale 10 --grip-object 400 --udp-port "$udp" >"$tmp/sim.out" &
+"$prefix/bin/kx_sim" --arms 2 --model AVEN,BRIV --edition QS,QA --port 0 --time-scale 10 --grip-object 400 \
+  --hand 5,-3 --push 5,0,-20 --udp-port "$udp" >"$tmp/sim.out" &
 sim_pid=$!
 for _ in $(seq 100); do [ "$(wc -l <"$tmp/sim.out")" -ge 2 ] && break; sleep 0.1; done
 cat "$tmp/sim.out"
