@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstring>
 
@@ -330,15 +331,39 @@ void release_reading(kx::Conn& conn) {
 // wake-up of an idle CPU, which costs tens of microseconds on virtual machines.
 constexpr auto kSpin = std::chrono::microseconds(60);
 
+// Callers checking their sockets right now. At most one fewer than the CPUs
+// (and at least one) may do so, so that spinning callers never keep the
+// peers they wait for, or each other, off the processors.
+std::atomic<int> g_spinners{0};
+
+int max_spinners() {
+    static const int n = [] {
+        long cpus = sysconf(_SC_NPROCESSORS_ONLN);
+        return cpus > 2 ? static_cast<int>(cpus - 1) : 1;
+    }();
+    return n;
+}
+
 // Checks the socket without sleeping until `until`, yielding between checks
-// so that a peer on the same CPU can answer. True when it became readable.
+// so that a peer on the same CPU can answer. True when it became readable;
+// false at once when enough other callers are already checking theirs.
 bool spin_readable(int fd, Clock::time_point until) {
+    if (g_spinners.fetch_add(1, std::memory_order_relaxed) >= max_spinners()) {
+        g_spinners.fetch_sub(1, std::memory_order_relaxed);
+        return false;
+    }
     struct pollfd pfd = {fd, POLLIN, 0};
+    bool readable = false;
     for (;;) {
-        if (poll(&pfd, 1, 0) > 0) return true;
-        if (Clock::now() >= until) return false;
+        if (poll(&pfd, 1, 0) > 0) {
+            readable = true;
+            break;
+        }
+        if (Clock::now() >= until) break;
         sched_yield();
     }
+    g_spinners.fetch_sub(1, std::memory_order_relaxed);
+    return readable;
 }
 
 // Waits (without the queue lock) until the connection is readable, the
