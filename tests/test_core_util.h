@@ -162,4 +162,44 @@ protected:
     void TearDown() override { EXPECT_EQ(0, kx_destory()); }
 };
 
+// A local listener that never accepts, its backlog filled, so that a
+// connection attempt gets no answer at all: the stand-in for a host that
+// drops connection attempts.
+class DeafPeer {
+public:
+    DeafPeer() {
+        fd_ = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in addr{};
+        addr.sin_family = AF_INET;
+        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t len = sizeof addr;
+        if (bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || listen(fd_, 0) != 0 ||
+            getsockname(fd_, reinterpret_cast<sockaddr*>(&addr), &len) != 0)
+            return;
+        port_ = ntohs(addr.sin_port);
+        for (int i = 0; i < 16; ++i) {
+            int c = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+            fillers_.push_back(c);
+            connect(c, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
+            pollfd p{c, POLLOUT, 0};
+            if (poll(&p, 1, 200) == 0) {  // this one is left unanswered: the backlog is full
+                full_ = true;
+                break;
+            }
+        }
+    }
+    ~DeafPeer() {
+        for (int c : fillers_) close(c);
+        if (fd_ >= 0) close(fd_);
+    }
+    bool full() const { return full_; }
+    int port() const { return port_; }
+
+private:
+    int fd_ = -1;
+    int port_ = 0;
+    bool full_ = false;
+    std::vector<int> fillers_;
+};
+
 }  // namespace kxtest

@@ -16,8 +16,10 @@
 
 #include "kx_commands_internal.h"
 #include "test_cmd_fixture.h"
+#include "test_core_util.h"
 
 using namespace cmdtest;
+using kxtest::DeafPeer;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
@@ -33,45 +35,6 @@ const char* const kSpeedReply = R"({"command":"arm_max_line_speed","arm_line_spe
 milliseconds since(Clock::time_point t0) {
     return std::chrono::duration_cast<milliseconds>(Clock::now() - t0);
 }
-
-/* A local listener that never accepts, its backlog filled, so that a
- * connection attempt gets no answer at all. */
-class DeafPeer {
-public:
-    DeafPeer() {
-        fd_ = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in addr{};
-        addr.sin_family = AF_INET;
-        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof addr;
-        if (bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || listen(fd_, 0) != 0 ||
-            getsockname(fd_, reinterpret_cast<sockaddr*>(&addr), &len) != 0)
-            return;
-        port_ = ntohs(addr.sin_port);
-        for (int i = 0; i < 16; ++i) {
-            int c = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-            fillers_.push_back(c);
-            connect(c, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-            pollfd p{c, POLLOUT, 0};
-            if (poll(&p, 1, 200) == 0) {  // this one is left unanswered: the backlog is full
-                full_ = true;
-                break;
-            }
-        }
-    }
-    ~DeafPeer() {
-        for (int c : fillers_) close(c);
-        if (fd_ >= 0) close(fd_);
-    }
-    bool full() const { return full_; }
-    int port() const { return port_; }
-
-private:
-    int fd_ = -1;
-    int port_ = 0;
-    bool full_ = false;
-    std::vector<int> fillers_;
-};
 
 class Hostile : public SimFixture {
 protected:

@@ -30,34 +30,6 @@ std::unique_ptr<kxsim::Simulator> start_sim(int arms, double time_scale = 1.0, i
     return sim;
 }
 
-// A local listener that never accepts and whose backlog is full: a connect
-// to it hangs until the connect timeout.
-struct FullBacklog {
-    FullBacklog() {
-        listener = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in addr{};
-        addr.sin_family = AF_INET;
-        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-        listen(listener, 0);
-        socklen_t len = sizeof addr;
-        getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len);
-        port = ntohs(addr.sin_port);
-        for (int i = 0; i < 4; ++i) {
-            int fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-            connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr);
-            fillers.push_back(fd);
-        }
-    }
-    ~FullBacklog() {
-        for (int fd : fillers) close(fd);
-        close(listener);
-    }
-    int listener = -1;
-    int port = 0;
-    std::vector<int> fillers;
-};
-
 // True when a UDP socket without address reuse can bind the port (nobody holds it).
 bool udp_port_free(int port, bool reuse = false) {
     int fd = socket(AF_INET, SOCK_DGRAM, 0);
@@ -136,8 +108,9 @@ TEST_F(MultiArm, TableLockIsNeverHeldAcrossNetworkIo) {
     kx_robot_handle* quiet = connect_arm(*sim, 1);
     ASSERT_TRUE(healthy && quiet && healthy->id > 0 && quiet->id > 0);
 
-    FullBacklog hole;
-    auto creating = std::async(std::launch::async, [&] { return kx_create_robot_arm("127.0.0.1", hole.port); });
+    kxtest::DeafPeer hole;
+    ASSERT_TRUE(hole.full());
+    auto creating = std::async(std::launch::async, [&] { return kx_create_robot_arm("127.0.0.1", hole.port()); });
     // A stop is a normal round trip, not the 3 s connect of the other arm.
     const size_t before = sim->received(0).size();
     for (auto t0 = Clock::now(); Clock::now() - t0 < 300ms;) ASSERT_EQ(0, kx_set_arm_stop(healthy));
