@@ -111,6 +111,9 @@ struct Simulator::Impl {
     std::mutex cmu;
     std::condition_variable ccv;
     bool kicked = false;
+    /* When the clock thread means to look at the arms next; the maximum while
+       it is looking, so that a change it may have missed wakes it again. */
+    std::atomic<Clock::time_point> planned{Clock::time_point::max()};
 
     double sim_now() const {
         return std::chrono::duration<double>(Clock::now() - t0).count() * opt.time_scale;
@@ -118,6 +121,16 @@ struct Simulator::Impl {
 
     ArmServer* at(int arm) const {
         return arm >= 0 && static_cast<size_t>(arm) < arms.size() ? arms[static_cast<size_t>(arm)].get() : nullptr;
+    }
+
+    /* When the clock must next look at this arm (under its lock). */
+    static bool needs_ticks(const ArmServer& a) {
+        return a.state.moving() || a.state.effectors.busy() || families_busy(a.state);
+    }
+    static Clock::time_point due(const ArmServer& a, Clock::time_point now) {
+        if (needs_ticks(a)) return now + kMotionTick;
+        if (a.state.push.enable) return a.next_push == Clock::time_point{} ? now : a.next_push;
+        return Clock::time_point::max();
     }
 
     void kick() {
@@ -248,17 +261,21 @@ struct Simulator::Impl {
         }
         Events before, after;
         std::string reply;
+        Clock::time_point needed;
         {
             std::lock_guard<std::mutex> l(a.mu);
             const double now = sim_now();
             a.state.advance(now, before);
             reply = handle_request(a.state, req, now, after);
+            needed = due(a, Clock::now());
         }
         cJSON_Delete(req);
         send_events(a, before);
         if (!reply.empty()) send_reply(a, cmd, reply + "\r\n");
         send_events(a, after);
-        kick();
+        // Only a request that needs the clock sooner than planned wakes it:
+        // queries leave it asleep, which keeps a busy command stream cheap.
+        if (needed < planned.load()) kick();
     }
 
     size_t divert_upload(ArmServer& a, const char* data, size_t n) {
@@ -361,6 +378,7 @@ struct Simulator::Impl {
 
     void tick() {
         while (running) {
+            planned.store(Clock::time_point::max());
             const Clock::time_point now = Clock::now();
             const double t = sim_now();
             Clock::time_point next = now + std::chrono::hours(1);
@@ -372,8 +390,7 @@ struct Simulator::Impl {
                 {
                     std::lock_guard<std::mutex> l(a.mu);
                     a.state.advance(t, events);
-                    if (a.state.moving() || a.state.effectors.busy() || families_busy(a.state))
-                        next = std::min(next, now + kMotionTick);
+                    if (needs_ticks(a)) next = std::min(next, now + kMotionTick);
                     if (a.state.push.enable) {
                         const auto period = std::max<Clock::duration>(
                             std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double, std::milli>(
@@ -399,6 +416,7 @@ struct Simulator::Impl {
                     ++a.datagrams;
             }
             std::unique_lock<std::mutex> l(cmu);
+            planned.store(next);
             ccv.wait_until(l, next, [this] { return kicked || !running; });
             kicked = false;
         }
