@@ -149,6 +149,37 @@ TEST_F(MultiArm, TableLockIsNeverHeldAcrossNetworkIo) {
     std::thread streamer([&] { sim->send_raw(1, stream); });
     for (int i = 0; i < 20; ++i) EXPECT_EQ(0, kx_set_arm_stop(healthy));
     streamer.join();
+
+    // A program upload paces itself for about half a second; stops and a
+    // create on other arms go through meanwhile.
+    std::string program = "{\"file\":6}\r\n"
+                          "{\"name\":\"Folder\",\"num\":1,\"type\":200,\"enabled\":true,\"parent_number\":0}\r\n";
+    for (int i = 0; i < 200; ++i)
+        program += R"({"command":"movej","v":50,"joint":[10000,0,20000,0,0,0],"r":0,"trajectory_connect":0})" "\r\n";
+    const std::string path = ::testing::TempDir() + "kx_multi_upload_" + std::to_string(getpid()) + ".txt";
+    FILE* f = std::fopen(path.c_str(), "wb");
+    ASSERT_NE(nullptr, f);
+    std::fwrite(program.data(), 1, program.size(), f);
+    std::fclose(f);
+    kx_send_project_t project{};
+    std::snprintf(project.project_path, sizeof project.project_path, "%s", path.c_str());
+    project.project_path_len = static_cast<int>(path.size());
+    project.plan_speed = 50;
+    project.only_save = 1;
+    sim->clear_received(1);
+    auto uploading = std::async(std::launch::async, [&] {
+        int err_line = -1;
+        return kx_send_project(quiet, project, &err_line);
+    });
+    ASSERT_TRUE(sim->wait_received(1, 1, 10s));  // the announcement
+    EXPECT_EQ(0, kx_set_arm_stop(healthy));
+    third = connect_arm(*sim, 2);
+    ASSERT_NE(nullptr, third);
+    EXPECT_GT(third->id, 0);
+    EXPECT_EQ(0, kx_set_arm_stop(healthy));
+    EXPECT_FALSE(ready(uploading)) << "the stop or the create waited for the upload";
+    EXPECT_EQ(0, uploading.get());
+    std::remove(path.c_str());
 }
 
 // Deleting a connection waits for the calls that use it.

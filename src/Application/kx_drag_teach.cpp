@@ -171,8 +171,8 @@ KX_API int kx_run_drag_trajectory(kx_robot_handle* handle, int timeout) {
     if (timeout != 0 && g_mode == KX_SINGLE_MODE_E)
         return set_command(fn, handle, req, reply, "run_state", timeout * 1000);
     if (timeout == 0) return send_only(fn, handle, req, 0);
-    /* The full pause, with the registry read lock held, is the controller's
-     * time to start the replay. */
+    /* The full pause (holding the connection, not the registry lock) is the
+     * controller's time to start the replay. */
     if (send_only(fn, handle, req, timeout * 1000) != 0) return -1;
     kx_arm_current_trajectory_e type = KX_NO_PLANNING_E;
     float data[7];

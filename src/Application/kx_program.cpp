@@ -81,19 +81,21 @@ int read_file(const std::string& path, std::vector<char>& image) {
 }
 
 /* Writes `len` bytes in pieces of `chunk`, each cut at an embedded zero
- * byte as a C string would be, under the registry read lock. */
+ * byte as a C string would be. An upload paces itself for seconds, so it
+ * holds its connection, never the registry lock that other arms need. */
 int write_chunks(kx_robot_handle* h, const char* data, size_t len, size_t chunk, bool blocking, int pause) {
-    return with_record(h, [&](kx_handle_t& rec) {
-        kx_socket_handle* sock = rec.socket_handle;
-        for (size_t off = 0; off < len; off += chunk) {
-            size_t n = strnlen(data + off, std::min(chunk, len - off));
-            if (sock != nullptr && n > 0) {
-                auto* bytes = reinterpret_cast<uint8_t*>(const_cast<char*>(data + off));
-                (blocking ? sock->block_send : sock->send)(sock, bytes, static_cast<int>(n));
-            }
-            if (pause > 0) pause_ms(pause);
+    ConnUse use(h);
+    if (!use) return -1;
+    kx_socket_handle* sock = use.record()->socket_handle;
+    for (size_t off = 0; off < len; off += chunk) {
+        size_t n = strnlen(data + off, std::min(chunk, len - off));
+        if (sock != nullptr && n > 0) {
+            auto* bytes = reinterpret_cast<uint8_t*>(const_cast<char*>(data + off));
+            (blocking ? sock->block_send : sock->send)(sock, bytes, static_cast<int>(n));
         }
-    });
+        if (pause > 0) pause_ms(pause);
+    }
+    return 0;
 }
 
 /* The acknowledgement: "project_state", and "err_line" when refused. */
