@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -24,6 +25,17 @@
 #include "simulator.h"
 
 namespace kxtest {
+
+// The upload record for a program file at `path`.
+inline kx_send_project_t project_of(const std::string& path, int only_save = 0, int save_id = 0) {
+    kx_send_project_t p{};
+    std::snprintf(p.project_path, sizeof p.project_path, "%s", path.c_str());
+    p.project_path_len = static_cast<int>(path.size());
+    p.plan_speed = 50;
+    p.only_save = only_save;
+    p.save_id = save_id;
+    return p;
+}
 
 // Collects every formatted log message.
 class LogCapture {

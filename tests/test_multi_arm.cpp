@@ -161,11 +161,7 @@ TEST_F(MultiArm, TableLockIsNeverHeldAcrossNetworkIo) {
     ASSERT_NE(nullptr, f);
     std::fwrite(program.data(), 1, program.size(), f);
     std::fclose(f);
-    kx_send_project_t project{};
-    std::snprintf(project.project_path, sizeof project.project_path, "%s", path.c_str());
-    project.project_path_len = static_cast<int>(path.size());
-    project.plan_speed = 50;
-    project.only_save = 1;
+    const kx_send_project_t project = kxtest::project_of(path, 1);
     sim->clear_received(1);
     auto uploading = std::async(std::launch::async, [&] {
         int err_line = -1;

@@ -7,6 +7,7 @@
 
 #include "kx_commands_internal.h"
 #include "test_cmd_fixture.h"
+#include "test_core_util.h"
 
 using namespace cmdtest;
 
@@ -27,12 +28,8 @@ protected:
         FILE* f = std::fopen(path.c_str(), "wb");
         std::fwrite(kProgram.data(), 1, kProgram.size(), f);
         std::fclose(f);
-        kx_send_project_t p{};
-        std::snprintf(p.project_path, sizeof p.project_path, "%s", path.c_str());
-        p.project_path_len = static_cast<int>(path.size());
+        kx_send_project_t p = kxtest::project_of(path, only_save, id);
         p.plan_speed = 60;
-        p.only_save = only_save;
-        p.save_id = id;
         p.step_flag = step;
         int err_line = 0;
         ASSERT_EQ(0, kx_send_project(h(), p, &err_line));

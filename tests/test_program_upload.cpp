@@ -12,8 +12,10 @@
 #include <sstream>
 
 #include "test_cmd_fixture.h"
+#include "test_core_util.h"
 
 using namespace cmdtest;
+using kxtest::project_of;
 
 namespace {
 
@@ -27,16 +29,6 @@ std::string read_all(const std::string& path) {
 void write_all(const std::string& path, const std::string& text) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out << text;
-}
-
-kx_send_project_t project_of(const std::string& path, int only_save = 0, int save_id = 0) {
-    kx_send_project_t p{};
-    std::snprintf(p.project_path, sizeof p.project_path, "%s", path.c_str());
-    p.project_path_len = static_cast<int>(path.size());
-    p.plan_speed = 50;
-    p.only_save = only_save;
-    p.save_id = save_id;
-    return p;
 }
 
 /* A small valid program for a six-joint arm. */
