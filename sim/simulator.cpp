@@ -123,10 +123,11 @@ struct Simulator::Impl {
         return arm >= 0 && static_cast<size_t>(arm) < arms.size() ? arms[static_cast<size_t>(arm)].get() : nullptr;
     }
 
-    /* When the clock must next look at this arm (under its lock). */
+    /* Something on the arm advances with time (under its lock). */
     static bool needs_ticks(const ArmServer& a) {
         return a.state.moving() || a.state.effectors.busy() || families_busy(a.state);
     }
+    /* When the clock must next look at this arm (under its lock). */
     static Clock::time_point due(const ArmServer& a, Clock::time_point now) {
         if (needs_ticks(a)) return now + kMotionTick;
         if (a.state.push.enable) return a.next_push == Clock::time_point{} ? now : a.next_push;
