@@ -11,8 +11,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <condition_variable>
+#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -25,6 +25,14 @@
 #include "simulator.h"
 
 namespace kxtest {
+
+// Writes `text` to `path`, replacing it; false when it cannot be written.
+inline bool write_file(const std::string& path, const std::string& text) {
+    FILE* f = std::fopen(path.c_str(), "wb");
+    if (f == nullptr) return false;
+    const bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
+    return std::fclose(f) == 0 && ok;
+}
 
 // The upload record for a program file at `path`.
 inline kx_send_project_t project_of(const std::string& path, int only_save = 0, int save_id = 0) {

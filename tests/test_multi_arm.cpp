@@ -157,10 +157,7 @@ TEST_F(MultiArm, TableLockIsNeverHeldAcrossNetworkIo) {
     for (int i = 0; i < 200; ++i)
         program += R"({"command":"movej","v":50,"joint":[10000,0,20000,0,0,0],"r":0,"trajectory_connect":0})" "\r\n";
     const std::string path = ::testing::TempDir() + "kx_multi_upload_" + std::to_string(getpid()) + ".txt";
-    FILE* f = std::fopen(path.c_str(), "wb");
-    ASSERT_NE(nullptr, f);
-    std::fwrite(program.data(), 1, program.size(), f);
-    std::fclose(f);
+    ASSERT_TRUE(kxtest::write_file(path, program));
     const kx_send_project_t project = kxtest::project_of(path, 1);
     sim->clear_received(1);
     auto uploading = std::async(std::launch::async, [&] {

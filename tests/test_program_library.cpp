@@ -25,9 +25,7 @@ protected:
      * from the upload; it is sent as an announced upload). */
     void store(int id, const char* name, int step = 0, int only_save = 1) {
         std::string path = ::testing::TempDir() + name;
-        FILE* f = std::fopen(path.c_str(), "wb");
-        std::fwrite(kProgram.data(), 1, kProgram.size(), f);
-        std::fclose(f);
+        ASSERT_TRUE(kxtest::write_file(path, kProgram));
         kx_send_project_t p = kxtest::project_of(path, only_save, id);
         p.plan_speed = 60;
         p.step_flag = step;

@@ -16,6 +16,7 @@
 
 using namespace cmdtest;
 using kxtest::project_of;
+using kxtest::write_file;
 
 namespace {
 
@@ -24,11 +25,6 @@ std::string read_all(const std::string& path) {
     std::stringstream ss;
     ss << in.rdbuf();
     return ss.str();
-}
-
-void write_all(const std::string& path, const std::string& text) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
 }
 
 /* A small valid program for a six-joint arm. */
@@ -52,7 +48,7 @@ protected:
     }
     std::string file(const std::string& name, const std::string& text) {
         std::string path = dir_ + "/" + name;
-        write_all(path, text);
+        write_file(path, text);
         return path;
     }
     std::string dir_;
@@ -77,9 +73,9 @@ const auto* const kDeathStyle = ::testing::AddGlobalTestEnvironment(new Threadsa
 
 TEST(ProgramFiles, CountLinesInFile) {
     std::string path = ::testing::TempDir() + "kx_lines_" + std::to_string(::getpid());
-    write_all(path, "a\r\nb\r\n" + std::string(1500, 'x') + "\r\nlast");
+    write_file(path, "a\r\nb\r\n" + std::string(1500, 'x') + "\r\nlast");
     EXPECT_EQ(5, countLinesInFile(path.c_str())); /* the long line is read twice */
-    write_all(path, "");
+    write_file(path, "");
     EXPECT_EQ(0, countLinesInFile(path.c_str()));
     std::remove(path.c_str());
     /* A missing file ends the whole process with status 1. */
@@ -153,7 +149,7 @@ TEST_F(Upload, EmptyFileAndLocalFailures) {
     kx_send_project_t p = project_of("teach.txt");
     p.project_type = 1;
     std::string cwd_file = "teach.txt";
-    write_all(cwd_file, "{\"point\":[0,0,0,0,0,0]}\r\n");
+    write_file(cwd_file, "{\"point\":[0,0,0,0,0,0]}\r\n");
     EXPECT_EQ(-5, kx_send_project(h(), p, &err_line));
     std::remove(cwd_file.c_str());
     EXPECT_TRUE(requests("run_project").empty());
