@@ -3,19 +3,16 @@
  * port as a master, read one holding register and a block of them from the
  * device at address 1, then show what an absent device looks like.
  *
- *   modbus_sensor [IP PORT]
+ *   modbus_sensor [HOST [PORT]]
  *
  * The simulator emulates the sensor at device address 1 on every port opened
  * as a master:   kx_sim --port 8080   then   modbus_sensor 127.0.0.1 8080
  */
-#include <stdio.h>
-#include <stdlib.h>
-
 #include "example_arm.h"
 
 int main(int argc, char** argv) {
-    int dof = 0;
-    kx_robot_handle* arm = example_connect(argc, argv, KX_DUAL_MODE_E, &dof);
+    const example_arm_t ex = example_connect(argc, argv, "[HOST [PORT]]", KX_DUAL_MODE_E);
+    kx_robot_handle* arm = ex.handle;
 
     const int port = 0; /* the controller's own RS485 port */
     int rc = 1;

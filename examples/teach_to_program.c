@@ -3,17 +3,15 @@
  * controller's program library and run it by number, printing the events
  * the controller pushes meanwhile.
  *
- *   teach_to_program [IP PORT [SECONDS]]
+ *   teach_to_program [HOST [PORT [SECONDS]]]
  *
  * Try it without an arm (the simulated hand moves joints 1 and 2 while teaching):
  *   kx_sim --arms 1 --model AVEN --edition QS --port 8080 --hand 5,-3 &
  *   teach_to_program 127.0.0.1 8080
  */
-#define _POSIX_C_SOURCE 200809L
-#include <string.h>
-#include <unistd.h>
-
 #include "example_arm.h"
+
+#include <unistd.h>
 
 #define PROGRAM_ID 1
 
@@ -27,10 +25,12 @@ static void on_event(kx_event_push_data_t e) {
 }
 
 int main(int argc, char** argv) {
-    int seconds = argc > 3 ? atoi(argv[3]) : 2;
-    int dof = 0;
+    const char* usage = "[HOST [PORT [SECONDS]]]";
+    const int seconds = argc > 3 ? atoi(argv[3]) : 2;
+    if (seconds < 1) example_usage_exit(argv[0], usage, "SECONDS must be a positive number");
     kx_get_arm_event_call_back(on_event);
-    kx_robot_handle* arm = example_connect(argc, argv, KX_DUAL_MODE_E, &dof);
+    const example_arm_t ex = example_connect(argc, argv, usage, KX_DUAL_MODE_E);
+    kx_robot_handle* arm = ex.handle;
 
     printf("drag teaching for %d s, recording the path\n", seconds);
     CHECK(kx_start_drag_teach(arm, 1));
@@ -79,7 +79,7 @@ int main(int argc, char** argv) {
 
     kx_current_arm_state_t state;
     CHECK(kx_get_current_arm_state(arm, &state));
-    example_print_joints("done; joints now", state.joint, dof);
+    example_print_joints("done; joints now", state.joint, ex.dof);
     kx_delete_robot_arm(arm);
     kx_destory();
     return 0;

@@ -3,13 +3,10 @@
  * leave. A small move inside it runs; a large one is refused with the
  * controller's error, which kx_clear_system_err then clears.
  *
- *   virtual_wall [IP PORT]
+ *   virtual_wall [HOST [PORT]]
  *
  * Against the simulator:   kx_sim --port 8080 --time-scale 5   then   virtual_wall 127.0.0.1 8080
  */
-#include <stdio.h>
-#include <stdlib.h>
-
 #include "example_arm.h"
 
 static void print_errors(kx_robot_handle* arm) {
@@ -21,13 +18,14 @@ static void print_errors(kx_robot_handle* arm) {
 }
 
 int main(int argc, char** argv) {
-    int dof = 0;
-    kx_robot_handle* arm = example_connect(argc, argv, KX_DUAL_MODE_E, &dof);
+    const example_arm_t ex = example_connect(argc, argv, "[HOST [PORT]]", KX_DUAL_MODE_E);
+    kx_robot_handle* arm = ex.handle;
 
     int rc = 1;
-    const float start[7] = {0, 20, 70, 0, 90, 0, 0};
-    const float nudge[7] = {2, 20, 70, 0, 90, 0, 0};
-    const float far[7] = {60, 0, 45, 0, 60, 0, 0};
+    float start[7], nudge[7], far[7];
+    example_ready_pose(&ex, start);
+    example_turned(&ex, start, 0, 2, nudge); /* the tool moves a centimetre or less */
+    example_turned(&ex, start, 0, 90, far);  /* the tool is 20 cm or more from the ready pose */
     kx_electronic_fence_enable_t on = {true, 0, 0}, off = {false, 0, 0};
     kx_current_arm_state_t st;
     kx_fence_config_t wall = {0};
