@@ -1,0 +1,74 @@
+#!/usr/bin/env bash
+# Runs every example program against one fully equipped kx_sim (a six-axis
+# force sensor where the model has one, an object between the gripper's
+# fingers, an operator's hand for drag teaching, a push on the tool) with one
+# arm per model, the arms side by side, each arm's examples one after another.
+# An example that exits 77 found its feature missing on that arm (skipped);
+# any other non-zero status fails the run, and its output is shown.
+#
+#   scripts/examples.sh [EXAMPLES_DIR [KX_SIM]]   (default: build/examples build/kx_sim)
+#   KX_MODELS="AVEN BRIV FIRU DUMO" (default; up to five models) picks the arms.
+#
+# Against an installed copy:
+#   scripts/examples.sh PREFIX/libexec/kx_api/examples PREFIX/bin/kx_sim
+set -euo pipefail
+cd "$(dirname "$0")/.."
+dir=${1:-build/examples}
+sim=${2:-build/kx_sim}
+read -r -a models <<<"${KX_MODELS:-AVEN BRIV FIRU DUMO}"
+[ ${#models[@]} -ge 1 ] && [ ${#models[@]} -le 5 ] || { echo "KX_MODELS: one to five models" >&2; exit 2; }
+
+tmp=$(mktemp -d)
+sim_pid=""
+cleanup() {
+  if [ -n "$sim_pid" ]; then kill "$sim_pid" 2>/dev/null || true; wait "$sim_pid" 2>/dev/null || true; fi
+  rm -rf "$tmp"
+}
+trap cleanup EXIT
+
+# Models built without a sensor flange come in the plain edition only.
+editions=()
+for m in "${models[@]}"; do
+  case $m in FIRU | ESKA) editions+=(P) ;; *) editions+=(QS) ;; esac
+done
+list() { local IFS=,; echo "$*"; }
+"$sim" --arms ${#models[@]} --model "$(list "${models[@]}")" --edition "$(list "${editions[@]}")" --port 0 \
+  --time-scale 10 --no-push --grip-object 400 --hand 5,-3 --push 5,0,-20 >"$tmp/sim.out" 2>"$tmp/sim.err" &
+sim_pid=$!
+for _ in $(seq 100); do [ "$(wc -l <"$tmp/sim.out")" -ge ${#models[@]} ] && break; sleep 0.1; done
+mapfile -t arms < <(sed -n 's/^arm [0-9] listening on \([0-9.]*\):\([0-9]*\) .*/\1 \2/p' "$tmp/sim.out")
+[ ${#arms[@]} -eq ${#models[@]} ] || { echo "kx_sim did not start:"; cat "$tmp/sim.out" "$tmp/sim.err"; exit 1; }
+
+programs=()
+for p in "$dir"/*; do [ -f "$p" ] && [ -x "$p" ] && programs+=("$p"); done
+[ ${#programs[@]} -gt 0 ] || { echo "no example programs in $dir" >&2; exit 1; }
+
+run_arm() { # index: every example against that arm; one result line each
+  local k=$1 p name rc
+  for p in "${programs[@]}"; do
+    name=$(basename "$p")
+    rc=0
+    # shellcheck disable=SC2086
+    timeout 120 "$p" ${arms[$k]} >"$tmp/$k.$name.log" 2>&1 || rc=$?
+    echo "$rc ${models[$k]}-${editions[$k]} $name"
+  done >"$tmp/$k.results"
+}
+for k in "${!arms[@]}"; do run_arm "$k" & done
+wait_failed=0
+for job in $(jobs -p); do [ "$job" = "$sim_pid" ] || wait "$job" || wait_failed=1; done
+
+failed=0 passed=0 skipped=0
+for k in "${!arms[@]}"; do
+  while read -r rc arm name; do
+    case $rc in
+      0) passed=$((passed + 1)) ;;
+      77) skipped=$((skipped + 1)); echo "skipped $name on $arm: $(tail -n 1 "$tmp/$k.$name.log")" ;;
+      *) failed=$((failed + 1)); echo "FAILED $name on $arm (status $rc):"; sed 's/^/    /' "$tmp/$k.$name.log" ;;
+    esac
+  done <"$tmp/$k.results"
+done
+echo "examples: $passed passed, $skipped skipped, $failed failed on ${#arms[@]} arms ($(list "${models[@]}"))"
+if [ $failed -gt 0 ] || [ $wait_failed -ne 0 ]; then
+  echo "simulator's reasons for what it refused:"; sed 's/^/    /' "$tmp/sim.err"
+  exit 1
+fi
