@@ -1,20 +1,27 @@
 #!/usr/bin/env bash
-# Runs every example program against one fully equipped kx_sim (a six-axis
-# force sensor where the model has one, an object between the gripper's
-# fingers, an operator's hand for drag teaching, a push on the tool) with one
-# arm per model, the arms side by side, each arm's examples one after another.
-# An example that exits 77 found its feature missing on that arm (skipped);
-# any other non-zero status fails the run, and its output is shown.
+# Runs every example program, C and Python, against one fully equipped kx_sim
+# (a six-axis force sensor where the model has one, an object between the
+# gripper's fingers, an operator's hand for drag teaching, a push on the tool)
+# with one arm per model, the arms side by side, each arm's examples one after
+# another. An example that exits 77 found its feature missing on that arm
+# (skipped); any other non-zero status fails the run, and its output is shown.
+# First, the command line every example shares: a bad port, a host name, an
+# address without a port.
 #
-#   scripts/examples.sh [EXAMPLES_DIR [KX_SIM]]   (default: build/examples build/kx_sim)
+#   scripts/examples.sh [EXAMPLES_DIR [KX_SIM [PYTHONPATH [PY_EXAMPLES_DIR]]]]
+#     defaults: build/examples build/kx_sim build/python python/examples
+#     (the Python examples run when PYTHONPATH holds the kx_api package)
 #   KX_MODELS="AVEN BRIV FIRU DUMO" (default; up to five models) picks the arms.
 #
 # Against an installed copy:
-#   scripts/examples.sh PREFIX/libexec/kx_api/examples PREFIX/bin/kx_sim
+#   scripts/examples.sh PREFIX/libexec/kx_api/examples PREFIX/bin/kx_sim \
+#     PREFIX/lib/python3/dist-packages PREFIX/share/doc/kx_api/examples/python
 set -euo pipefail
 cd "$(dirname "$0")/.."
 dir=${1:-build/examples}
 sim=${2:-build/kx_sim}
+pythonpath=${3:-build/python}
+pydir=${4:-python/examples}
 read -r -a models <<<"${KX_MODELS:-AVEN BRIV FIRU DUMO}"
 [ ${#models[@]} -ge 1 ] && [ ${#models[@]} -le 5 ] || { echo "KX_MODELS: one to five models" >&2; exit 2; }
 
@@ -42,6 +49,27 @@ mapfile -t arms < <(sed -n 's/^arm [0-9] listening on \([0-9.]*\):\([0-9]*\) .*/
 programs=()
 for p in "$dir"/*; do [ -f "$p" ] && [ -x "$p" ] && programs+=("$p"); done
 [ ${#programs[@]} -gt 0 ] || { echo "no example programs in $dir" >&2; exit 1; }
+if [ -d "$pythonpath/kx_api" ]; then
+  for p in "$pydir"/[a-z]*.py; do programs+=("$p"); done
+fi
+export PYTHONPATH=$pythonpath PYTHONDONTWRITEBYTECODE=1
+
+# ---- the shared command line ----
+probe=$dir/connect_and_read
+expect() { # status, what the output must contain, command...
+  local want=$1 text=$2 rc=0; shift 2
+  "$@" >"$tmp/cli.log" 2>&1 || rc=$?
+  if [ $rc -ne "$want" ] || ! grep -qF -- "$text" "$tmp/cli.log"; then
+    echo "FAILED: '$*' exited $rc (wanted $want, saying '$text'):"; sed 's/^/    /' "$tmp/cli.log"; exit 1
+  fi
+}
+expect 2 "PORT must be a number" "$probe" 127.0.0.1 80x
+expect 2 "PORT must be a number" "$probe" 127.0.0.1 ""
+# No port: port 8080 of the address given (nothing listens on 127.0.0.9).
+expect 1 "127.0.0.9:8080" "$probe" 127.0.0.9
+expect 0 "usage: " "$probe" --help
+read -r host port <<<"${arms[0]}"
+if [ "$host" = 127.0.0.1 ]; then expect 0 "connecting to 127.0.0.1:$port" "$probe" localhost "$port"; fi
 
 run_arm() { # index: every example against that arm; one result line each
   local k=$1 p name rc
@@ -49,7 +77,10 @@ run_arm() { # index: every example against that arm; one result line each
     name=$(basename "$p")
     rc=0
     # shellcheck disable=SC2086
-    timeout 120 "$p" ${arms[$k]} >"$tmp/$k.$name.log" 2>&1 || rc=$?
+    case $p in
+      *.py) timeout 120 /usr/bin/python3 "$p" ${arms[$k]} >"$tmp/$k.$name.log" 2>&1 || rc=$? ;;
+      *) timeout 120 "$p" ${arms[$k]} >"$tmp/$k.$name.log" 2>&1 || rc=$? ;;
+    esac
     echo "$rc ${models[$k]}-${editions[$k]} $name"
   done >"$tmp/$k.results"
 }
