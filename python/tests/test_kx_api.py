@@ -41,25 +41,28 @@ def test_connects_reads_and_tells_arms_apart(sim):
 
 
 def test_realtime_state_reaches_a_python_callback(sim):
-    host, port = sim[1]
-    mine, done = [], threading.Event()
+    mine, done = {host: [] for host, _ in sim}, threading.Event()
 
     def on_state(state):
-        if state.arm_ip == host and len(mine) < 5:
-            mine.append(state)
-            if len(mine) == 5:
+        got = mine.get(state.arm_ip)
+        if got is not None and len(got) < 5:
+            got.append(state)
+            if all(len(v) == 5 for v in mine.values()):
                 done.set()
 
     kx_api.on_realtime(on_state)
     del on_state
     gc.collect()  # the registration keeps the callback alive
     try:
-        with kx_api.Arm(host, port):
+        with kx_api.Arm(*sim[0]) as a, kx_api.Arm(*sim[1]) as b:
             assert done.wait(10)
+            dof = {a.ip: a.dof, b.ip: b.dof}
     finally:
         kx_api.on_realtime(None)
-    assert all(s.err_code == 0 and len(s.joints) == 7 and len(s.pose) == 6 for s in mine)
-    q = kx_api.as_dict(mine[-1].record)["waypoint"]["quaternion"]
+    for host, states in mine.items():  # each datagram's joints: one per joint of its arm
+        assert all(s.err_code == 0 and len(s.joints) == dof[host] and len(s.pose) == 6 for s in states)
+    assert sorted(dof.values()) == [6, 7]
+    q = kx_api.as_dict(mine[sim[1][0]][-1].record)["waypoint"]["quaternion"]
     assert math.isclose(q["w"] ** 2 + q["x"] ** 2 + q["y"] ** 2 + q["z"] ** 2, 1.0, abs_tol=1e-3)
 
 
@@ -100,6 +103,27 @@ def test_errors_carry_their_code_and_function(sim):
         assert (e.value.code, e.value.function) == (1, "kx_set_joint_max_speed")
         with pytest.raises(ValueError):
             a.movel([0, 0, 0])
+        before = a.joints()
+        for call in (a.movej, a.forward_kinematics, a.stream_joints, lambda q: a.inverse_kinematics(a.pose(), q)):
+            with pytest.raises(ValueError, match="this arm has 6 joints, got 3 values"):
+                call([10, 10, 10])  # never padded with zeros
+            with pytest.raises(ValueError, match="this arm has 6 joints, got 7 values"):
+                call(before + [0])
+        assert a.joints() == before
+        far = a.pose()
+        far[0] += 10  # ten metres away
+        with pytest.raises(kx_api.KxError) as e:
+            a.inverse_kinematics(far)  # a local computation: not the controller's verdict
+        assert (e.value.code, e.value.function) == (1, "kx_algo_inverse_kinematics")
+        assert "no solution" in str(e.value) and "controller" not in str(e.value)
+        assert "timeout" in kx_api.describe("kx_get_joint_max_speed", -2)
+        assert kx_api.describe("no_such_function", 1).startswith("refused")
+    host, port = sim[0]
+    if host == "127.0.0.1":
+        with kx_api.Arm("localhost", port) as a:  # a host name, resolved to IPv4
+            assert a.ip == "127.0.0.1" and a.dof == 6
+    with pytest.raises(ValueError, match="cannot resolve"):
+        kx_api.Arm("", port)
     with socket.socket() as s:  # bound, not listening: nothing answers there
         s.bind(("127.0.0.1", 0))
         with pytest.raises(kx_api.KxError) as e:
