@@ -92,7 +92,8 @@ lib = _load()
 
 # What each function's documentation says its result codes mean, read from
 # the headers at build time; MEANINGS covers a code a function leaves unsaid.
-RESULTS = ffi.RESULTS
+RESULTS = dict(ffi.RESULTS)
+RESULTS.setdefault("kx_create_robot_arm", {-1: "no connection"})  # it returns a handle, not a code
 MEANINGS = {
     1: "refused (the controller's verdict was false)",
     -1: "unknown handle, invalid argument, or the request could not be sent",
