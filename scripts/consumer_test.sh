@@ -1,15 +1,19 @@
 #!/usr/bin/env bash
 # Installs a built tree into a temporary prefix and uses it as an outsider
 # would: builds tests/consumer (the README's program, as C99 and as C++17,
-# and the installed examples) with find_package(kx_api) and the program
-# again with pkg-config, then runs everything, and the installed Python
-# package's examples, against the installed kx_sim,
-# on a six- and a seven-joint arm, without LD_LIBRARY_PATH.
+# and the installed examples' sources) with find_package(kx_api) and the
+# program again with pkg-config, runs the programs against the installed
+# kx_sim on a six- and a seven-joint arm, then every installed example, C and
+# Python, with scripts/examples.sh; all without LD_LIBRARY_PATH.
 #
 #   scripts/consumer_test.sh [BUILD_DIR]          (default: build)
+#   scripts/consumer_test.sh --deb [BUILD_DIR]    (the Debian package instead:
+#       built with CPack, checked with dpkg-deb, unpacked into a scratch root)
 #   KX_PREFIX=/usr scripts/consumer_test.sh       (test an existing install instead)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+deb=""
+if [ "${1:-}" = --deb ]; then deb=1; shift; fi
 build=${1:-build}
 tmp=$(mktemp -d)
 sim_pid=""
@@ -21,7 +25,18 @@ trap cleanup EXIT
 unset LD_LIBRARY_PATH
 
 prefix=${KX_PREFIX:-}
-if [ -z "$prefix" ]; then
+if [ -n "$deb" ]; then
+  rm -f "$build"/kx-api_*.deb
+  cmake --build "$build" --target package >/dev/null
+  pkg=$(ls "$build"/kx-api_*.deb)
+  echo "== consumer: $(basename "$pkg")"
+  dpkg-deb --field "$pkg" Package Version Architecture Depends | tee "$tmp/fields"
+  grep -q '^Depends:.*libcjson' "$tmp/fields" || { echo "the package does not depend on libcjson"; exit 1; }
+  dpkg-deb --contents "$pkg" >"$tmp/contents"
+  grep -q '/usr/include/kx_api/kx_interface.h$' "$tmp/contents"
+  dpkg-deb -x "$pkg" "$tmp/root"
+  prefix=$tmp/root/usr
+elif [ -z "$prefix" ]; then
   prefix=$tmp/prefix
   cmake --install "$build" --prefix "$prefix" >/dev/null
 fi
@@ -62,19 +77,19 @@ cat "$tmp/sim.out"
 mapfile -t arms < <(sed -n 's/^arm [0-9] listening on \([0-9.]*\):\([0-9]*\) .*/\1 \2/p' "$tmp/sim.out")
 [ ${#arms[@]} -eq 2 ]
 
-programs=("$tmp/cmake/app_c" "$tmp/cmake/app_cxx" "$tmp/pc_c" "$tmp/pc_cxx" "$tmp"/cmake/example_*)
-installed=$(find "$prefix" -path '*kx_api/examples/*' -type f -perm -u+x | head -1)
-[ -n "$installed" ] && programs+=("$installed")
+# The examples built from the installed sources are checked above to compile;
+# the installed programs of the same sources run below.
 for arm in "${arms[@]}"; do
-  for p in "${programs[@]}"; do
+  for p in "$tmp/cmake/app_c" "$tmp/cmake/app_cxx" "$tmp/pc_c" "$tmp/pc_cxx"; do
     echo "-- $(basename "$p") $arm"
     # shellcheck disable=SC2086
     "$p" $arm
   done
-  for p in "$docdir"/examples/python/[a-z]*.py; do
-    echo "-- python $(basename "$p") $arm"
-    # shellcheck disable=SC2086
-    PYTHONPATH=$(dirname "$(find "$prefix" -path '*/kx_api/_ffi.py' | head -1)")/.. /usr/bin/python3 "$p" $arm
-  done
 done
+kill "$sim_pid"; wait "$sim_pid" 2>/dev/null || true; sim_pid=""
+
+echo "== consumer: every installed example, C and Python"
+examples=$(dirname "$(find "$prefix" -path '*kx_api/examples/connect_and_read' -type f | head -1)")
+pythonpath=$(dirname "$(find "$prefix" -path '*/kx_api/_ffi.py' | head -1)")/..
+scripts/examples.sh "$examples" "$prefix/bin/kx_sim" "$pythonpath" "$docdir/examples/python"
 echo "consumer test passed"
