@@ -15,13 +15,10 @@ cd "$(dirname "$0")/.."
 deb=""
 if [ "${1:-}" = --deb ]; then deb=1; shift; fi
 build=${1:-build}
+# shellcheck source=scripts/sim_arms.sh
+. scripts/sim_arms.sh
 tmp=$(mktemp -d)
-sim_pid=""
-cleanup() {
-  if [ -n "$sim_pid" ]; then kill "$sim_pid" 2>/dev/null || true; wait "$sim_pid" 2>/dev/null || true; fi
-  rm -rf "$tmp"
-}
-trap cleanup EXIT
+trap 'stop_sim; rm -rf "$tmp"' EXIT
 unset LD_LIBRARY_PATH
 
 prefix=${KX_PREFIX:-}
@@ -69,13 +66,8 @@ echo "== consumer: against the installed simulator"
 "$prefix/bin/kx_sim" --help | grep -q 127.0.0.K
 "$prefix/bin/kx_sim" --version
 udp=$((20000 + RANDOM % 20000))
-"$prefix/bin/kx_sim" --arms 2 --model AVEN,BRIV --edition QS,QA --port 0 --time-scale 10 --grip-object 400 \
-  --hand 5,-3 --push 5,0,-20 --udp-port "$udp" >"$tmp/sim.out" &
-sim_pid=$!
-for _ in $(seq 100); do [ "$(wc -l <"$tmp/sim.out")" -ge 2 ] && break; sleep 0.1; done
+start_sim "$prefix/bin/kx_sim" "$tmp/sim.out" 2 --model AVEN,BRIV --edition QS,QA --time-scale 10 --udp-port "$udp"
 cat "$tmp/sim.out"
-mapfile -t arms < <(sed -n 's/^arm [0-9] listening on \([0-9.]*\):\([0-9]*\) .*/\1 \2/p' "$tmp/sim.out")
-[ ${#arms[@]} -eq 2 ]
 
 # The examples built from the installed sources are checked above to compile;
 # the installed programs of the same sources run below.
@@ -86,7 +78,7 @@ for arm in "${arms[@]}"; do
     "$p" $arm
   done
 done
-kill "$sim_pid"; wait "$sim_pid" 2>/dev/null || true; sim_pid=""
+stop_sim
 
 echo "== consumer: every installed example, C and Python"
 examples=$(dirname "$(find "$prefix" -path '*kx_api/examples/connect_and_read' -type f | head -1)")

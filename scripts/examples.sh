@@ -25,13 +25,10 @@ pydir=${4:-python/examples}
 read -r -a models <<<"${KX_MODELS:-AVEN BRIV FIRU DUMO}"
 [ ${#models[@]} -ge 1 ] && [ ${#models[@]} -le 5 ] || { echo "KX_MODELS: one to five models" >&2; exit 2; }
 
+# shellcheck source=scripts/sim_arms.sh
+. scripts/sim_arms.sh
 tmp=$(mktemp -d)
-sim_pid=""
-cleanup() {
-  if [ -n "$sim_pid" ]; then kill "$sim_pid" 2>/dev/null || true; wait "$sim_pid" 2>/dev/null || true; fi
-  rm -rf "$tmp"
-}
-trap cleanup EXIT
+trap 'stop_sim; rm -rf "$tmp"' EXIT
 
 # Models built without a sensor flange come in the plain edition only.
 editions=()
@@ -39,12 +36,8 @@ for m in "${models[@]}"; do
   case $m in FIRU | ESKA) editions+=(P) ;; *) editions+=(QS) ;; esac
 done
 list() { local IFS=,; echo "$*"; }
-"$sim" --arms ${#models[@]} --model "$(list "${models[@]}")" --edition "$(list "${editions[@]}")" --port 0 \
-  --time-scale 10 --no-push --grip-object 400 --hand 5,-3 --push 5,0,-20 >"$tmp/sim.out" 2>"$tmp/sim.err" &
-sim_pid=$!
-for _ in $(seq 100); do [ "$(wc -l <"$tmp/sim.out")" -ge ${#models[@]} ] && break; sleep 0.1; done
-mapfile -t arms < <(sed -n 's/^arm [0-9] listening on \([0-9.]*\):\([0-9]*\) .*/\1 \2/p' "$tmp/sim.out")
-[ ${#arms[@]} -eq ${#models[@]} ] || { echo "kx_sim did not start:"; cat "$tmp/sim.out" "$tmp/sim.err"; exit 1; }
+start_sim "$sim" "$tmp/sim.out" ${#models[@]} --model "$(list "${models[@]}")" --edition "$(list "${editions[@]}")" \
+  --time-scale 10 --no-push --grip-object 400 --hand 5,-3 --push 5,0,-20
 
 programs=()
 for p in "$dir"/*; do [ -f "$p" ] && [ -x "$p" ] && programs+=("$p"); done
@@ -84,9 +77,13 @@ run_arm() { # index: every example against that arm; one result line each
     echo "$rc ${models[$k]}-${editions[$k]} $name"
   done >"$tmp/$k.results"
 }
-for k in "${!arms[@]}"; do run_arm "$k" & done
+runs=()
+for k in "${!arms[@]}"; do
+  run_arm "$k" &
+  runs+=($!)
+done
 wait_failed=0
-for job in $(jobs -p); do [ "$job" = "$sim_pid" ] || wait "$job" || wait_failed=1; done
+for pid in "${runs[@]}"; do wait "$pid" || wait_failed=1; done
 
 failed=0 passed=0 skipped=0
 for k in "${!arms[@]}"; do
@@ -100,6 +97,6 @@ for k in "${!arms[@]}"; do
 done
 echo "examples: $passed passed, $skipped skipped, $failed failed on ${#arms[@]} arms ($(list "${models[@]}"))"
 if [ $failed -gt 0 ] || [ $wait_failed -ne 0 ]; then
-  echo "simulator's reasons for what it refused:"; sed 's/^/    /' "$tmp/sim.err"
+  echo "simulator's reasons for what it refused:"; sed 's/^/    /' "$tmp/sim.out.err"
   exit 1
 fi

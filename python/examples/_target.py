@@ -127,6 +127,19 @@ def ready_pose(arm, limits):
     return ready
 
 
+def next_target(arm, limits, goal, prev, period_s, index):
+    """The next target of a Cartesian stream: (joints for tool pose `goal`,
+    solved locally next to `prev`, the previous target; the largest joint
+    step), checked by step_guard. Stops the arm and ends the example with
+    status 1 when there is no solution or the step is too large."""
+    try:
+        q = arm.inverse_kinematics(goal, reference=prev)
+    except kx_api.KxError as e:
+        arm.stop()
+        sys.exit(f"STOPPED: target {index} has no joint solution ({e}); the arm is stopped")
+    return q, step_guard(arm, limits, prev, q, period_s, index)
+
+
 def step_guard(arm, limits, prev, nxt, period_s, index):
     """Largest joint step from prev to nxt; when a joint would move farther
     than its maximum speed allows in one period, stops the arm, says which

@@ -7,11 +7,10 @@ farther than its maximum speed allows in 10 ms, or the arm is stopped instead.
     stream_circle.py [HOST [PORT]]
 """
 import math
-import sys
 import time
 
 import kx_api
-from _target import Limits, ready_pose, step_guard, target
+from _target import Limits, next_target, ready_pose, target
 
 with kx_api.Arm(*target()) as arm:
     limits = Limits(arm)
@@ -28,14 +27,9 @@ with kx_api.Arm(*target()) as arm:
         goal = list(centre)
         goal[0] += radius * (math.cos(a) - 1)
         goal[1] += radius * math.sin(a)
-        try:
-            q = arm.inverse_kinematics(goal, reference=prev)
-        except kx_api.KxError as e:
-            arm.stop()
-            sys.exit(f"STOPPED: target {i} has no joint solution ({e}); the arm is stopped")
-        largest = max(largest, step_guard(arm, limits, prev, q, period, i))
+        prev, step = next_target(arm, limits, goal, prev, period, i)
+        largest = max(largest, step)
         setpoint.pose.position.x, setpoint.pose.position.y = goal[0], goal[1]
         arm.movep_canfd(setpoint)  # kx_movep_canfd(handle, setpoint); raises unless 0
-        prev = q
         time.sleep(max(0.0, start + period * i - time.monotonic()))
     print(f"circle done; largest joint step {largest:.3f} deg; tool at", [round(v, 4) for v in arm.pose()[:3]])

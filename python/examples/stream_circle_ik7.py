@@ -8,11 +8,10 @@ Made for seven-joint arms (kx_sim --model BRIV); works on six-joint ones too.
     stream_circle_ik7.py [HOST [PORT]]
 """
 import math
-import sys
 import time
 
 import kx_api
-from _target import Limits, ready_pose, step_guard, target
+from _target import Limits, next_target, ready_pose, target
 
 with kx_api.Arm(*target()) as arm:
     limits = Limits(arm)
@@ -27,13 +26,8 @@ with kx_api.Arm(*target()) as arm:
         goal = list(start)
         goal[0] += radius * (math.cos(a) - 1)
         goal[1] += radius * math.sin(a)
-        try:
-            nxt = arm.inverse_kinematics(goal, reference=q)
-        except kx_api.KxError as e:
-            arm.stop()
-            sys.exit(f"STOPPED: target {i} has no joint solution ({e}); the arm is stopped")
-        largest = max(largest, step_guard(arm, limits, q, nxt, period, i))
-        q = nxt
+        q, step = next_target(arm, limits, goal, q, period, i)
+        largest = max(largest, step)
         arm.stream_joints(q)
         time.sleep(max(0.0, t0 + period * i - time.monotonic()))
     bound = min(limits.speed) * period
