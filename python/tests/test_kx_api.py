@@ -4,13 +4,18 @@ import ctypes
 import gc
 import math
 import os
+import random
 import socket
 import subprocess
+import sys
 import threading
 
 import pytest
 
 import kx_api
+
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "examples"))
+import _target  # noqa: E402  the examples' helper
 
 
 def test_every_record_has_the_c_layout():
@@ -72,7 +77,16 @@ def test_blocking_move_and_kinematics_round_trip(sim, arm):
     kx_api.on_event(events.append)
     try:
         with kx_api.Arm(*sim[arm]) as a:
-            ready = [0, 20, 70, 0, 90, 0] if a.dof == 6 else [0, 30, 0, 60, 0, 60, 20]
+            limits = _target.Limits(a)
+            ready = _target.ready_pose(a, limits)
+            # inside every range by a quarter of it, and far from singular configurations
+            assert all(lo + (hi - lo) / 4 - 1 <= q <= hi - (hi - lo) / 4 + 1
+                       for q, lo, hi in zip(ready, limits.min, limits.max) if hi - lo <= 360)
+            fk, rng = a.forward_kinematics, random.Random(7)
+            middle = [[rng.uniform(lo + (hi - lo) / 4, hi - (hi - lo) / 4) for lo, hi in zip(limits.min, limits.max)]
+                      for _ in range(21)]
+            typical = sorted(_target.dexterity(fk, q) for q in middle)[10]
+            assert _target.dexterity(fk, ready) > 2 * typical
             a.movej(ready, speed=50)
             target = list(ready)
             target[0] += 15
