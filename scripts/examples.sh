@@ -100,3 +100,19 @@ if [ $failed -gt 0 ] || [ $wait_failed -ne 0 ]; then
   echo "simulator's reasons for what it refused:"; sed 's/^/    /' "$tmp/sim.out.err"
   exit 1
 fi
+
+# ---- the streaming guard: with every joint slowed to 10 deg/s, a 10 ms step
+# may be 0.1 deg, less than the circles need; the streams must stop the arm
+# and fail instead of sending the step.
+if [ -d "$pythonpath/kx_api" ]; then
+  read -r host port <<<"${arms[0]}"
+  /usr/bin/python3 -c 'import sys, kx_api
+with kx_api.Arm(sys.argv[1], int(sys.argv[2])) as arm:
+    for joint in range(1, arm.dof + 1):
+        arm.set_joint_max_speed(joint, 10.0)' "$host" "$port"
+  for p in "$dir/stream_circle" "$dir/stream_circle_ik7"; do expect 1 "would move joint" "$p" "$host" "$port"; done
+  for p in "$pydir/stream_circle.py" "$pydir/stream_circle_ik7.py"; do
+    expect 1 "would move joint" /usr/bin/python3 "$p" "$host" "$port"
+  done
+  echo "streaming guard: every stream stopped before a step beyond 10 deg/s"
+fi
