@@ -11,6 +11,7 @@ import ctypes
 import math
 import os
 import sys
+import time
 
 import kx_api
 
@@ -152,3 +153,16 @@ def step_guard(arm, limits, prev, nxt, period_s, index):
                      f"{period_s * 1000:.0f} ms, more than its {bound:.3f} deg (maximum speed {limits.speed[j]:.1f} "
                      "deg/s); the arm is stopped instead")
     return max(abs(b - a) for a, b in zip(prev, nxt))
+
+
+def tick(due, period_s):
+    """Sleeps until due + period_s (time.monotonic) and returns that time: a
+    steady cadence for streamed targets. After a late wake-up the cadence
+    restarts from now instead of catching up, so two targets are never closer
+    than the period. Start with due = time.monotonic()."""
+    due += period_s
+    now = time.monotonic()
+    if due <= now:
+        return now
+    time.sleep(due - now)
+    return due

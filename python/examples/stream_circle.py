@@ -10,7 +10,7 @@ import math
 import time
 
 import kx_api
-from _target import Limits, next_target, ready_pose, target
+from _target import Limits, next_target, ready_pose, target, tick
 
 with kx_api.Arm(*target()) as arm:
     limits = Limits(arm)
@@ -21,7 +21,7 @@ with kx_api.Arm(*target()) as arm:
     setpoint = kx_api.kx_movep_canfd_mode_t()
     setpoint.pose = kx_api.pose_record(centre)
     setpoint.pose.quaternion = kx_api.kx_quat_t(0, 0, 0, 0)  # not a unit quaternion: the Euler angles are sent
-    largest, start = 0.0, time.monotonic()
+    largest, due = 0.0, time.monotonic()
     for i in range(1, steps + 1):
         a = 2 * math.pi * i / steps
         goal = list(centre)
@@ -31,5 +31,5 @@ with kx_api.Arm(*target()) as arm:
         largest = max(largest, step)
         setpoint.pose.position.x, setpoint.pose.position.y = goal[0], goal[1]
         arm.movep_canfd(setpoint)  # kx_movep_canfd(handle, setpoint); raises unless 0
-        time.sleep(max(0.0, start + period * i - time.monotonic()))
+        due = tick(due, period)
     print(f"circle done; largest joint step {largest:.3f} deg; tool at", [round(v, 4) for v in arm.pose()[:3]])

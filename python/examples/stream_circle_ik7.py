@@ -11,7 +11,7 @@ import math
 import time
 
 import kx_api
-from _target import Limits, next_target, ready_pose, target
+from _target import Limits, next_target, ready_pose, target, tick
 
 with kx_api.Arm(*target()) as arm:
     limits = Limits(arm)
@@ -20,7 +20,7 @@ with kx_api.Arm(*target()) as arm:
     radius, step, period = 0.05, 0.001, 0.01
     steps = math.ceil(2 * math.pi * radius / step)
     print(f"streaming a {radius * 1000:.0f} mm circle as {steps} joint targets {period * 1000:.0f} ms apart")
-    largest, t0 = 0.0, time.monotonic()
+    largest, due = 0.0, time.monotonic()
     for i in range(1, steps + 1):
         a = 2 * math.pi * i / steps
         goal = list(start)
@@ -29,6 +29,6 @@ with kx_api.Arm(*target()) as arm:
         q, step = next_target(arm, limits, goal, q, period, i)
         largest = max(largest, step)
         arm.stream_joints(q)
-        time.sleep(max(0.0, t0 + period * i - time.monotonic()))
+        due = tick(due, period)
     bound = min(limits.speed) * period
     print(f"circle of {steps} points done; largest joint step {largest:.3f} deg (allowed {bound:.3f} deg per 10 ms)")
