@@ -25,7 +25,8 @@ int main(int argc, char** argv) {
     example_turned(&ex, above_pick, 0, 45, above_place);
     const int timeout_s = 10;
     int rc = 0;
-    kx_gripper_state_t st = {0};
+    kx_gripper_state_t st;
+    memset(&st, 0, sizeof st);
 
     if (step("open the gripper", kx_set_gripper_release(arm, 500, true, timeout_s)) != 0 ||
         step("move above the part", kx_movej(arm, above_pick, 30, 0, 0, 1)) != 0 ||
