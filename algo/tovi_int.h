@@ -41,6 +41,8 @@ struct Frame {
 Frame operator*(const Frame& A, const Frame& B);
 Frame inverse(const Frame& T);
 Frame frame_from(const Matrix& m);
+/* The 4 x 4 identity. */
+Matrix matrix_eye();
 Matrix matrix_from(const Frame& T);
 
 /* Everything FK and IK need, precomputed for speed. Joint angles q are the
