@@ -15,6 +15,10 @@ namespace {
 
 constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double SINGULAR = 1e-9;   // |sin| below this: axes aligned
+// |sin| below this: axes so nearly aligned that a single-precision target
+// cannot tell how the free combination is split; the reference's split
+// joins the candidates.
+constexpr double SPLIT_BELOW = 1e-4;
 // acos/asin arguments this far past 1 are clamped: a single-precision
 // target at a stretched arm lands just outside; the polish fixes the rest.
 constexpr double DOMAIN_TOL = 1e-5;
@@ -64,55 +68,82 @@ double half_turn(double t) { return t > 0 ? t - ALGO_PI : t + ALGO_PI; }
 
 }  // namespace
 
-void solve_zxzxz(const double M[3][3], double sa, double sb, double ref1, double out[2][3]) {
+double wrap_angle(double t) { return std::remainder(t, 2 * ALGO_PI); }
+
+int solve_zxzxz(const double M[3][3], const Kin& k, int j1, const double* ref_theta, double out[3][3]) {
+    const double sa = k.sa[j1 + 1], sb = k.sa[j1 + 2], ref1 = ref_theta[j1], ref3 = ref_theta[j1 + 2];
     const double c2 = -sa * sb * M[2][2];
     const double s2 = std::sqrt(M[0][2] * M[0][2] + M[1][2] * M[1][2]);
-    if (s2 < SINGULAR) {
-        // Axes 1 and 3 coincide: keep the first where the reference has it
-        // and give the rest of the rotation to the third,
+    int n = 0;
+    if (s2 >= SINGULAR) {
+        out[0][0] = std::atan2(sb * M[1][2], sb * M[0][2]);
+        out[0][1] = std::atan2(s2, c2);
+        out[0][2] = std::atan2(-sa * M[2][1], sa * M[2][0]);
+        // The flipped branch: t2 -> -t2 turns t1 and t3 by half a turn.
+        out[1][0] = half_turn(out[0][0]);
+        out[1][1] = -out[0][1];
+        out[1][2] = half_turn(out[0][2]);
+        n = 2;
+    }
+    if (s2 < SPLIT_BELOW) {
+        // (Nearly) aligned axes 1 and 3: only t1 + sigma·t3 is defined, and
+        // a single-precision target leaves t1 and t3 to rounding. The
+        // rotation still to be made is shared equally between them from the
+        // reference: with t1 = ref1,
         // Rz(t3) = (Rz(t1)·RotX(a)·Rz(t2)·RotX(b))^T · M.
-        const double t2 = c2 >= 0 ? 0.0 : ALGO_PI, t1 = ref1;
+        const double t2 = c2 >= 0 ? 0.0 : ALGO_PI, sigma = M[2][2] >= 0 ? 1.0 : -1.0;
         double A[3][3], B[3][3], N[3][3];
-        rot_z(t1, A);
+        rot_z(ref1, A);
         mul(A, rot_x(sa), B);
         rot_z(t2, A);
         mul(B, A, N);
         mul(N, rot_x(sb), B);
         mul_t(B, M, N);
-        for (int k = 0; k < 2; ++k) {
-            out[k][0] = t1;
-            out[k][1] = t2;
-            out[k][2] = std::atan2(N[1][0], N[0][0]);
-        }
-        return;
+        // The rotation left for t1 and t3 together, shared equally, unless
+        // a limit holds one of them: then the other takes the rest.
+        const double rest = wrap_angle(std::atan2(N[1][0], N[0][0]) - ref3);
+        const int j3 = j1 + 2;
+        const double t3 = std::clamp(ref3 + 0.5 * rest, k.lim_min[j3], k.lim_max[j3]);
+        const double t1 = std::clamp(ref1 + sigma * (rest - (t3 - ref3)), k.lim_min[j1], k.lim_max[j1]);
+        out[n][0] = t1;
+        out[n][1] = t2;
+        out[n][2] = ref3 + rest - sigma * (t1 - ref1);
+        ++n;
     }
-    out[0][0] = std::atan2(sb * M[1][2], sb * M[0][2]);
-    out[0][1] = std::atan2(s2, c2);
-    out[0][2] = std::atan2(-sa * M[2][1], sa * M[2][0]);
-    // The flipped branch: t2 -> -t2 turns t1 and t3 by half a turn.
-    out[1][0] = half_turn(out[0][0]);
-    out[1][1] = -out[0][1];
-    out[1][2] = half_turn(out[0][2]);
+    return n;
 }
 
-bool pick_nearest(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double* q_out) {
-    double dist[16], mapped[16][8];
-    if (n < 1 || n > 16) return false;
-    double lowest = ALGO_NO_JOINT;
-    for (int c = 0; c < n; ++c) {
+int rank_candidates(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double (*mapped)[8],
+                    int* order) {
+    double dist[MAX_CANDIDATES];
+    int admissible = 0;
+    for (int c = 0; c < n && c < MAX_CANDIDATES; ++c) {
         dist[c] = 0;
-        // A partial sum already above the best cannot win: stop adding.
-        for (int j = 0; j < k.dof && dist[c] <= lowest; ++j) {
+        for (int j = 0; j < k.dof && dist[c] < ALGO_NO_JOINT; ++j) {
             double v = cand[c][j], margin = LIMIT_MARGIN;
             dist[c] += nearest_equivalent(q_ref[j] + k.offset[j], &v, &margin, k.lim_min[j], k.lim_max[j]);
             mapped[c][j] = v;
         }
-        lowest = std::min(lowest, dist[c]);
+        if (!(dist[c] < ALGO_NO_JOINT)) continue;
+        // Insertion by distance; equal distances keep the earlier candidate first.
+        int at = admissible++;
+        while (at > 0 && dist[order[at - 1]] > dist[c]) {
+            order[at] = order[at - 1];
+            --at;
+        }
+        order[at] = c;
     }
-    const int best = find_min_index(dist, n);
-    if (!(dist[best] < ALGO_NO_JOINT)) return false;
-    for (int j = 0; j < k.dof; ++j)
-        q_out[j] = std::clamp(mapped[best][j], k.lim_min[j], k.lim_max[j]) - k.offset[j];
+    for (int i = 0; i < admissible; ++i)
+        for (int j = 0; j < k.dof; ++j)
+            mapped[order[i]][j] = std::clamp(mapped[order[i]][j], k.lim_min[j], k.lim_max[j]) - k.offset[j];
+    return admissible;
+}
+
+bool pick_nearest(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double* q_out) {
+    double mapped[MAX_CANDIDATES][8];
+    int order[MAX_CANDIDATES];
+    if (rank_candidates(k, cand, n, q_ref, mapped, order) < 1) return false;
+    std::copy(mapped[order[0]], mapped[order[0]] + k.dof, q_out);
     return true;
 }
 
@@ -121,18 +152,27 @@ namespace {
 constexpr double ACCEPT = 1e-6;  // pose error of an accepted solution
 constexpr double POLISH = 1e-7;  // below this a closed form needs no polish
 
-// The chosen branch is polished against the (single precision) target,
-// which matters near singular configurations; a DH table outside the
-// solver's geometry family fails here with -1 instead of a wrong answer.
+// Candidates are polished against the (single precision) target nearest
+// first, and the first that reaches it is taken: near a singular
+// configuration the nearest may be the reference's split of a free
+// combination, which reaches the target only when it is (all but) exactly
+// singular. A DH table outside the solver's geometry family fails here
+// with -1 instead of a wrong answer.
 int choose(const Kin& k, const Frame& target, const double (*cand)[8], int n, const double* q_ref, double* q_out) {
-    double q[8] = {};
-    if (!pick_nearest(k, cand, n, q_ref, q)) return -2;
+    double mapped[MAX_CANDIDATES][8];
+    int order[MAX_CANDIDATES];
+    const int admissible = rank_candidates(k, cand, n, q_ref, mapped, order);
+    if (admissible < 1) return -2;
     DlsOptions opt;
     opt.max_iter = 4;
     opt.tol = POLISH;
-    if (dls_refine(k, target, q, opt) > ACCEPT) return -1;
-    std::copy(q, q + k.dof, q_out);
-    return 0;
+    for (int i = 0; i < admissible; ++i) {
+        double* q = mapped[order[i]];
+        if (dls_refine(k, target, q, opt) > ACCEPT) continue;
+        std::copy(q, q + k.dof, q_out);
+        return 0;
+    }
+    return -1;
 }
 
 }  // namespace
@@ -141,6 +181,8 @@ int choose(const Kin& k, const Frame& target, const double (*cand)[8], int n, co
 // alpha3..alpha5 = +-90, a0 = alpha0 = 0. Branches: shoulder (two
 // theta1), elbow (two theta3), wrist flip (two theta5).
 int ik_spherical_wrist(const Kin& k, const Frame& target, const double* q_ref, double* q_out) {
+    double ref_theta[8];
+    for (int j = 0; j < 8; ++j) ref_theta[j] = q_ref[j] + k.offset[j];
     const double s1 = k.sa[1], s3 = k.sa[3];
     const double* R = &target.R[0][0];
     const double wc[3] = {target.p[0] - k.d[5] * R[2], target.p[1] - k.d[5] * R[5],
@@ -151,7 +193,7 @@ int ik_spherical_wrist(const Kin& k, const Frame& target, const double* q_ref, d
     const double a2 = k.a[2], lx = k.a[3], ly = -s3 * k.d[3];
     const double L = std::hypot(lx, ly), phi = std::atan2(ly, lx);
     const double vy = s1 * wc[2];
-    double cand[8][8];
+    double cand[MAX_CANDIDATES][8];
     int n = 0;
     for (int sh = 0; sh < 2; ++sh) {
         const double u = (sh == 0 ? 1 : -1) * std::sqrt(std::max(u2, 0.0));
@@ -171,11 +213,11 @@ int ik_spherical_wrist(const Kin& k, const Frame& target, const double* q_ref, d
             const double R3[3][3] = {{c1 * c23, -c1 * s23, s1 * sn1},
                                      {sn1 * c23, -sn1 * s23, -s1 * c1},
                                      {s1 * s23, s1 * c23, 0}};
-            double A[3][3], M[3][3], w[2][3];
+            double A[3][3], M[3][3], w[3][3];
             mul_t(R3, target.R, A);
             rotx_t_mul(s3, A, M);
-            solve_zxzxz(M, k.sa[4], k.sa[5], q_ref[3] + k.offset[3], w);
-            for (int b = 0; b < 2; ++b, ++n) {
+            const int nw = solve_zxzxz(M, k, 3, ref_theta, w);
+            for (int b = 0; b < nw; ++b, ++n) {
                 const double th[6] = {t1, t2, t3, w[b][0], w[b][1], w[b][2]};
                 std::copy(th, th + 6, cand[n]);
                 if (std::isnan(c)) cand[n][0] = NaN;
@@ -199,7 +241,7 @@ int ik_parallel_axes(const Kin& k, const Frame& target, const double* q_ref, dou
     if (r < std::fabs(D) - DOMAIN_TOL) return -1;
     const double psi = std::atan2(p5[1], p5[0]);
     const double as = std::asin(clamped(r > 0 ? -s1 * D / r : 0.0));
-    double cand[8][8];
+    double cand[MAX_CANDIDATES][8];
     int n = 0;
     for (int sh = 0; sh < 2; ++sh) {
         const double t1 = psi - (sh == 0 ? as : ALGO_PI - as);
@@ -210,42 +252,64 @@ int ik_parallel_axes(const Kin& k, const Frame& target, const double* q_ref, dou
         const double xn = x6[0] * nv[0] + x6[1] * nv[1], yn = y6[0] * nv[0] + y6[1] * nv[1];
         // Wrist branch with sin(t5) >= 0; the other is (-t5, t6 + pi), which
         // turns joint 4's frame by a half turn (t234 + pi, z5 reversed).
-        const double st5 = std::sqrt(std::max(0.0, 1 - c5 * c5));
+        // sin(t5) from the components of z6 across the parallel axes: from
+        // cos(t5) it would carry the square root of the target's rounding.
+        const double st5 = std::hypot(z6[0] * c1 + z6[1] * sn1, z6[2]);
         const double t5 = std::atan2(st5, c5);
-        const double t6 = st5 < SINGULAR ? q_ref[5] + k.offset[5] : std::atan2(-yn * s4, xn * s4);
-        // R4 = R6 · (RotX(a4)·Rz(t5)·RotX(a5)·Rz(t6))^T.
-        double Z5[3][3], Z6[3][3], A[3][3], B[3][3], R46[3][3], R4[3][3];
-        rot_z(t5, Z5);
-        rot_z(t6, Z6);
-        mul(rot_x(s4).m, Z5, A);
-        mul(A, rot_x(s5), B);
-        mul(B, Z6, R46);
-        for (int i = 0; i < 3; ++i)
-            for (int j = 0; j < 3; ++j)
-                R4[i][j] = target.R[i][0] * R46[j][0] + target.R[i][1] * R46[j][1] + target.R[i][2] * R46[j][2];
+        // R4 = R6 · (RotX(a4)·Rz(t5)·RotX(a5)·Rz(t6))^T, and t234 from it:
         // Rz(t234) = (Rz(t1)·RotX(a1))^T · R4; its first column in the
         // frame of joint 2: rows x1 and (RotX(a1)^T)·y1.
-        const double t234 = std::atan2(s1 * R4[2][0], c1 * R4[0][0] + sn1 * R4[1][0]);
-        for (int wr = 0; wr < 2; ++wr) {
-            const double flip = wr == 0 ? 1 : -1;
-            const double z5[3] = {-flip * s4 * R4[0][1], -flip * s4 * R4[1][1], -flip * s4 * R4[2][1]};
-            // Joint 4's origin, then the planar two-link problem in joint 2's frame.
-            const double p4[3] = {p5[0] - k.d[4] * z5[0], p5[1] - k.d[4] * z5[1], p5[2] - k.d[4] * z5[2] - k.d[0]};
-            const double qx = c1 * p4[0] + sn1 * p4[1] - k.a[1];
-            const double qy = s1 * p4[2];
-            const double a2 = k.a[2], a3 = k.a[3];
-            const double c3 = clamped((qx * qx + qy * qy - a2 * a2 - a3 * a3) / (2 * a2 * a3));
-            const double ac = std::acos(c3), base = std::atan2(qy, qx);
-            const double off = std::atan2(a3 * std::sin(ac), a2 + a3 * c3);
-            const double w234 = wr == 0 ? t234 : half_turn(t234);
-            const double w5 = flip * t5, w6 = wr == 0 ? t6 : half_turn(t6);
-            for (int el = 0; el < 2; ++el, ++n) {
-                const double sgn = el == 0 ? 1 : -1;
-                const double t3 = sgn * ac;
-                const double t2 = base - sgn * off;
-                const double th[6] = {t1, t2, t3, w234 - t2 - t3, w5, w6};
-                std::copy(th, th + 6, cand[n]);
-                if (std::isnan(c5) || std::isnan(as)) cand[n][0] = NaN;
+        auto frame4 = [&](double t6, double R4[3][3]) {
+            double Z5[3][3], Z6[3][3], A[3][3], B[3][3], R46[3][3];
+            rot_z(t5, Z5);
+            rot_z(t6, Z6);
+            mul(rot_x(s4).m, Z5, A);
+            mul(A, rot_x(s5), B);
+            mul(B, Z6, R46);
+            for (int i = 0; i < 3; ++i)
+                for (int j = 0; j < 3; ++j)
+                    R4[i][j] = target.R[i][0] * R46[j][0] + target.R[i][1] * R46[j][1] + target.R[i][2] * R46[j][2];
+            return std::atan2(s1 * R4[2][0], c1 * R4[0][0] + sn1 * R4[1][0]);
+        };
+        double t6s[2];
+        int n6 = 0;
+        if (st5 >= SINGULAR) t6s[n6++] = std::atan2(-yn * s4, xn * s4);
+        if (st5 < SPLIT_BELOW) {
+            // Axes 4 and 6 (nearly) aligned: only t234 + sigma·t6 is defined;
+            // the rotation still to be made is shared equally between them
+            // from the reference.
+            const double r6 = q_ref[5] + k.offset[5];
+            const double r234 = q_ref[1] + k.offset[1] + q_ref[2] + k.offset[2] + q_ref[3] + k.offset[3];
+            double R4[3][3];
+            const double rest = wrap_angle(frame4(r6, R4) - r234);
+            t6s[n6++] = r6 + (-s4 * s5 * c5 >= 0 ? 0.5 : -0.5) * rest;
+        }
+        for (int w = 0; w < n6; ++w) {
+            const double t6 = t6s[w];
+            double R4[3][3];
+            const double t234 = frame4(t6, R4);
+            for (int wr = 0; wr < 2; ++wr) {
+                const double flip = wr == 0 ? 1 : -1;
+                const double z5[3] = {-flip * s4 * R4[0][1], -flip * s4 * R4[1][1], -flip * s4 * R4[2][1]};
+                // Joint 4's origin, then the planar two-link problem in joint 2's frame.
+                const double p4[3] = {p5[0] - k.d[4] * z5[0], p5[1] - k.d[4] * z5[1],
+                                      p5[2] - k.d[4] * z5[2] - k.d[0]};
+                const double qx = c1 * p4[0] + sn1 * p4[1] - k.a[1];
+                const double qy = s1 * p4[2];
+                const double a2 = k.a[2], a3 = k.a[3];
+                const double c3 = clamped((qx * qx + qy * qy - a2 * a2 - a3 * a3) / (2 * a2 * a3));
+                const double ac = std::acos(c3), base = std::atan2(qy, qx);
+                const double off = std::atan2(a3 * std::sin(ac), a2 + a3 * c3);
+                const double w234 = wr == 0 ? t234 : half_turn(t234);
+                const double w5 = flip * t5, w6 = wr == 0 ? t6 : half_turn(t6);
+                for (int el = 0; el < 2; ++el, ++n) {
+                    const double sgn = el == 0 ? 1 : -1;
+                    const double t3 = sgn * ac;
+                    const double t2 = base - sgn * off;
+                    const double th[6] = {t1, t2, t3, w234 - t2 - t3, w5, w6};
+                    std::copy(th, th + 6, cand[n]);
+                    if (std::isnan(c5) || std::isnan(as)) cand[n][0] = NaN;
+                }
             }
         }
     }

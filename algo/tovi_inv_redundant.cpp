@@ -252,7 +252,7 @@ double arm_angle_of(const SrsTarget& g, const Vec3& elbow) {
 
 // The eight candidates (elbow, shoulder, wrist branches) at arm angle psi.
 int srs_candidates(const Kin& k, const Frame& target, const SrsTarget& g, double psi, const double* ref_theta,
-                   double cand[8][8]) {
+                   double cand[MAX_CANDIDATES][8]) {
     const Vec3 dir = add_scaled(add_scaled(Vec3{0, 0, 0}, g.cos_beta, g.u), g.sin_beta,
                                 add_scaled(add_scaled(Vec3{0, 0, 0}, std::cos(psi), g.v), std::sin(psi), g.w));
     const Vec3 z3 = unit(dir);
@@ -271,8 +271,8 @@ int srs_candidates(const Kin& k, const Frame& target, const SrsTarget& g, double
         const Vec3 x3 = s4abs < 1e-6 ? straight : unit(add_scaled(Vec3{0, 0, 0}, k.sa[4] * st4, fperp));
         const Vec3 y3 = cross(z3, x3);
         const double R3[3][3] = {{x3[0], y3[0], z3[0]}, {x3[1], y3[1], z3[1]}, {x3[2], y3[2], z3[2]}};
-        double sh[2][3];
-        solve_zxzxz(R3, k.sa[1], k.sa[2], ref_theta[0], sh);
+        double sh[3][3];
+        const int nsh = solve_zxzxz(R3, k, 0, ref_theta, sh);
         // R4 = R3·RotX(a3)·Rz(t4); M = RotX(a4)^T·R4^T·R_target.
         const double c = std::cos(t4), s = std::sin(t4), s3 = k.sa[3], s4 = k.sa[4];
         double R4[3][3];
@@ -291,10 +291,10 @@ int srs_candidates(const Kin& k, const Frame& target, const SrsTarget& g, double
             M[1][j] = s4 * A[2][j];
             M[2][j] = -s4 * A[1][j];
         }
-        double wr[2][3];
-        solve_zxzxz(M, k.sa[5], k.sa[6], ref_theta[4], wr);
-        for (int a = 0; a < 2; ++a)
-            for (int b = 0; b < 2; ++b, ++n) {
+        double wr[3][3];
+        const int nwr = solve_zxzxz(M, k, 4, ref_theta, wr);
+        for (int a = 0; a < nsh; ++a)
+            for (int b = 0; b < nwr; ++b, ++n) {
                 const double th[7] = {sh[a][0], sh[a][1], sh[a][2], t4, wr[b][0], wr[b][1], wr[b][2]};
                 std::copy(th, th + 7, cand[n]);
             }
@@ -342,7 +342,7 @@ Mat3 rx(double s) { return Mat3{{{1, 0, 0}, {0, 0, -s}, {0, s, 0}}}; }  // alpha
 // (two) and theta5, and what is left is the spherical shoulder (two).
 // Assumes a0..a2 = 0, d2 = 0, alpha0 = 0, alpha1..alpha5 = +-90, a5 = 0,
 // d6 = 0 (any last row).
-int offset7_candidates(const Kin& k, const Frame& target, double t7, const double* ref_theta, double cand[8][8]) {
+int offset7_candidates(const Kin& k, const Frame& target, double t7, const double* ref_theta, double cand[MAX_CANDIDATES][8]) {
     // A7 = RotX(alpha6)·TransX(a6)·Rz(t7)·TransZ(d7); frame 6 = target · A7^-1.
     Frame A7 = Frame::identity();
     {
@@ -390,9 +390,9 @@ int offset7_candidates(const Kin& k, const Frame& target, double t7, const doubl
             const double t5 = std::atan2(cp[1], cp[0]) - std::atan2(g[1], g[0]);
             const Mat3 R46 = rx(s4) * rz(t5) * rx(s5) * rz(t6);
             const Mat3 R3 = R6 * R46.t() * R34.t();
-            double sh[2][3];
-            solve_zxzxz(R3.m, k.sa[1], k.sa[2], ref_theta[0], sh);
-            for (int a = 0; a < 2; ++a, ++n) {
+            double sh[3][3];
+            const int nsh = solve_zxzxz(R3.m, k, 0, ref_theta, sh);
+            for (int a = 0; a < nsh; ++a, ++n) {
                 const double th[7] = {sh[a][0], sh[a][1], sh[a][2], t4, t5, t6, t7};
                 std::copy(th, th + 7, cand[n]);
             }
@@ -434,7 +434,7 @@ struct Redundancy {
     // The branch nearest the reference at one value (arm joints, unpolished)
     // and its distance; ALGO_NO_JOINT when none is admissible.
     double branch_at(double value, double* q) const {
-        double cand[8][8];
+        double cand[MAX_CANDIDATES][8];
         const int n = candidates(value, ref_theta, cand);
         if (n == 0 || !pick_nearest(k, cand, n, q_ref, q)) return ALGO_NO_JOINT;
         return distance(k, q, q_ref);
@@ -563,7 +563,7 @@ int ik_srs(const Kin& k, const Frame& target, const double* q_ref, double* q_out
     if (!srs_setup(k, target, g)) return -1;
     return redundancy_search(
         k, target, q_ref, q_out,
-        [&](double psi, const double* ref_theta, double cand[8][8]) {
+        [&](double psi, const double* ref_theta, double cand[MAX_CANDIDATES][8]) {
             return srs_candidates(k, target, g, psi, ref_theta, cand);
         },
         [&](const double* q) {
@@ -577,7 +577,7 @@ int ik_srs(const Kin& k, const Frame& target, const double* q_ref, double* q_out
 int ik_offset7(const Kin& k, const Frame& target, const double* q_ref, double* q_out) {
     return redundancy_search(
         k, target, q_ref, q_out,
-        [&](double t7, const double* ref_theta, double cand[8][8]) {
+        [&](double t7, const double* ref_theta, double cand[MAX_CANDIDATES][8]) {
             return offset7_candidates(k, target, t7, ref_theta, cand);
         },
         [&](const double* q) { return q[6] + k.offset[6]; });
