@@ -115,8 +115,17 @@ int ik_offset7(const Kin& k, const Frame& target, const double* q_ref, double* q
  * rotation between t1 and t3 from the reference (DH angles ref_theta),
  * within their limits (alone when the axes are aligned). */
 int solve_zxzxz(const double M[3][3], const Kin& k, int j1, const double* ref_theta, double out[3][3]);
+/* Where joints j1 and j1+2 of the DH angles th are (nearly) aligned, shares
+ * their combination as the reference does (solve_zxzxz's split branch);
+ * elsewhere th is left as it is. */
+void resplit(const Kin& k, int j1, const double* ref_theta, double* th);
 /* t wrapped to [-pi, pi]. */
 double wrap_angle(double t);
+
+/* |sin| of the middle angle below this: axes so nearly aligned that a
+ * single-precision target cannot tell how their free combination is split;
+ * the reference's split joins the candidates. */
+constexpr double SPLIT_BELOW = 1e-4;
 
 /* Most candidate branches a solver offers for one target. */
 constexpr int MAX_CANDIDATES = 24;

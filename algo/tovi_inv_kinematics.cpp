@@ -15,14 +15,12 @@ namespace {
 
 constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double SINGULAR = 1e-9;   // |sin| below this: axes aligned
-// |sin| below this: axes so nearly aligned that a single-precision target
-// cannot tell how the free combination is split; the reference's split
-// joins the candidates.
-constexpr double SPLIT_BELOW = 1e-4;
 // acos/asin arguments this far past 1 are clamped: a single-precision
 // target at a stretched arm lands just outside; the polish fixes the rest.
 constexpr double DOMAIN_TOL = 1e-5;
-constexpr double LIMIT_MARGIN = 1e-6;
+// A joint this far past its limit is taken back to it (and the polish
+// decides): at a singular configuration rounding moves joints that far.
+constexpr double FREE_LIMIT_MARGIN = 1e-3;
 
 // acos/asin of a value that may overshoot 1 by rounding; NaN when it truly
 // lies outside (the branch does not exist).
@@ -65,6 +63,27 @@ void mul(const double A[3][3], const double B[3][3], double out[3][3]) {
 void mul(const double A[3][3], const Rot3& B, double out[3][3]) { mul(A, B.m, out); }
 
 double half_turn(double t) { return t > 0 ? t - ALGO_PI : t + ALGO_PI; }
+
+// Half width of the search along a free combination, radians: a reference
+// within a few degrees of a solution needs far less.
+constexpr double FREE_SEARCH = 0.35;
+
+// Where f is least in [lo, hi] (golden-section search, f unimodal there).
+template <class F>
+double golden_minimum(F f, double lo, double hi) {
+    constexpr double g = 0.3819660112501051;
+    double x1 = lo + g * (hi - lo), x2 = hi - g * (hi - lo), f1 = f(x1), f2 = f(x2);
+    for (int it = 0; it < 24; ++it) {
+        if (f1 < f2) {
+            hi = x2, x2 = x1, f2 = f1;
+            x1 = lo + g * (hi - lo), f1 = f(x1);
+        } else {
+            lo = x1, x1 = x2, f1 = f2;
+            x2 = hi - g * (hi - lo), f2 = f(x2);
+        }
+    }
+    return f1 < f2 ? x1 : x2;
+}
 
 }  // namespace
 
@@ -113,17 +132,46 @@ int solve_zxzxz(const double M[3][3], const Kin& k, int j1, const double* ref_th
     return n;
 }
 
+void resplit(const Kin& k, int j1, const double* ref_theta, double* th) {
+    double A[3][3], B[3][3], M[3][3], out[3][3];
+    rot_z(th[j1], A);
+    mul(A, rot_x(k.sa[j1 + 1]), B);
+    rot_z(th[j1 + 1], A);
+    mul(B, A, M);
+    mul(M, rot_x(k.sa[j1 + 2]), B);
+    rot_z(th[j1 + 2], A);
+    mul(B, A, M);
+    const int n = solve_zxzxz(M, k, j1, ref_theta, out);
+    if (n != 2) std::copy(out[n - 1], out[n - 1] + 3, th + j1);
+}
+
+namespace {
+
+// Sum of the joints' distances to the reference, each joint mapped to its
+// 2pi-equivalent nearest the reference within the limits (into mapped, DH
+// angles); the sum stops growing once it passes `enough`.
+double mapped_distance(const Kin& k, const double* cand, const double* q_ref, double enough, double* mapped) {
+    double dist = 0;
+    for (int j = 0; j < k.dof && dist <= enough; ++j) {
+        double v = cand[j], margin = FREE_LIMIT_MARGIN;
+        dist += nearest_equivalent(q_ref[j] + k.offset[j], &v, &margin, k.lim_min[j], k.lim_max[j]);
+        mapped[j] = v;
+    }
+    return dist;
+}
+
+void to_arm_joints(const Kin& k, double* q) {
+    for (int j = 0; j < k.dof; ++j) q[j] = std::clamp(q[j], k.lim_min[j], k.lim_max[j]) - k.offset[j];
+}
+
+}  // namespace
+
 int rank_candidates(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double (*mapped)[8],
                     int* order) {
     double dist[MAX_CANDIDATES];
     int admissible = 0;
     for (int c = 0; c < n && c < MAX_CANDIDATES; ++c) {
-        dist[c] = 0;
-        for (int j = 0; j < k.dof && dist[c] < ALGO_NO_JOINT; ++j) {
-            double v = cand[c][j], margin = LIMIT_MARGIN;
-            dist[c] += nearest_equivalent(q_ref[j] + k.offset[j], &v, &margin, k.lim_min[j], k.lim_max[j]);
-            mapped[c][j] = v;
-        }
+        dist[c] = mapped_distance(k, cand[c], q_ref, ALGO_NO_JOINT, mapped[c]);
         if (!(dist[c] < ALGO_NO_JOINT)) continue;
         // Insertion by distance; equal distances keep the earlier candidate first.
         int at = admissible++;
@@ -133,17 +181,20 @@ int rank_candidates(const Kin& k, const double (*cand)[8], int n, const double* 
         }
         order[at] = c;
     }
-    for (int i = 0; i < admissible; ++i)
-        for (int j = 0; j < k.dof; ++j)
-            mapped[order[i]][j] = std::clamp(mapped[order[i]][j], k.lim_min[j], k.lim_max[j]) - k.offset[j];
+    for (int i = 0; i < admissible; ++i) to_arm_joints(k, mapped[order[i]]);
     return admissible;
 }
 
 bool pick_nearest(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double* q_out) {
-    double mapped[MAX_CANDIDATES][8];
-    int order[MAX_CANDIDATES];
-    if (rank_candidates(k, cand, n, q_ref, mapped, order) < 1) return false;
-    std::copy(mapped[order[0]], mapped[order[0]] + k.dof, q_out);
+    double dist[MAX_CANDIDATES], mapped[MAX_CANDIDATES][8];
+    if (n < 1 || n > MAX_CANDIDATES) return false;
+    double lowest = ALGO_NO_JOINT;
+    // A partial sum already above the best cannot win: it stops early.
+    for (int c = 0; c < n; ++c) lowest = std::min(lowest, dist[c] = mapped_distance(k, cand[c], q_ref, lowest, mapped[c]));
+    const int best = find_min_index(dist, n);
+    if (!(dist[best] < ALGO_NO_JOINT)) return false;
+    std::copy(mapped[best], mapped[best] + k.dof, q_out);
+    to_arm_joints(k, q_out);
     return true;
 }
 
@@ -159,17 +210,24 @@ constexpr double POLISH = 1e-7;  // below this a closed form needs no polish
 // singular. A DH table outside the solver's geometry family fails here
 // with -1 instead of a wrong answer.
 int choose(const Kin& k, const Frame& target, const double (*cand)[8], int n, const double* q_ref, double* q_out) {
-    double mapped[MAX_CANDIDATES][8];
-    int order[MAX_CANDIDATES];
-    const int admissible = rank_candidates(k, cand, n, q_ref, mapped, order);
-    if (admissible < 1) return -2;
     DlsOptions opt;
     opt.max_iter = 4;
     opt.tol = POLISH;
-    for (int i = 0; i < admissible; ++i) {
-        double* q = mapped[order[i]];
-        if (dls_refine(k, target, q, opt) > ACCEPT) continue;
+    // The nearest first, alone: it is the answer but near a singular
+    // configuration.
+    double q[8] = {};
+    if (!pick_nearest(k, cand, n, q_ref, q)) return -2;
+    if (dls_refine(k, target, q, opt) <= ACCEPT) {
         std::copy(q, q + k.dof, q_out);
+        return 0;
+    }
+    double mapped[MAX_CANDIDATES][8];
+    int order[MAX_CANDIDATES];
+    const int admissible = rank_candidates(k, cand, n, q_ref, mapped, order);
+    for (int i = 1; i < admissible; ++i) {
+        double* c = mapped[order[i]];
+        if (dls_refine(k, target, c, opt) > ACCEPT) continue;
+        std::copy(c, c + k.dof, q_out);
         return 0;
     }
     return -1;
@@ -254,7 +312,8 @@ int ik_parallel_axes(const Kin& k, const Frame& target, const double* q_ref, dou
         // turns joint 4's frame by a half turn (t234 + pi, z5 reversed).
         // sin(t5) from the components of z6 across the parallel axes: from
         // cos(t5) it would carry the square root of the target's rounding.
-        const double st5 = std::hypot(z6[0] * c1 + z6[1] * sn1, z6[2]);
+        const double across = z6[0] * c1 + z6[1] * sn1;
+        const double st5 = std::sqrt(across * across + z6[2] * z6[2]);
         const double t5 = std::atan2(st5, c5);
         // R4 = R6 · (RotX(a4)·Rz(t5)·RotX(a5)·Rz(t6))^T, and t234 from it:
         // Rz(t234) = (Rz(t1)·RotX(a1))^T · R4; its first column in the
@@ -271,46 +330,68 @@ int ik_parallel_axes(const Kin& k, const Frame& target, const double* q_ref, dou
                     R4[i][j] = target.R[i][0] * R46[j][0] + target.R[i][1] * R46[j][1] + target.R[i][2] * R46[j][2];
             return std::atan2(s1 * R4[2][0], c1 * R4[0][0] + sn1 * R4[1][0]);
         };
-        double t6s[2];
-        int n6 = 0;
-        if (st5 >= SINGULAR) t6s[n6++] = std::atan2(-yn * s4, xn * s4);
+        // The joints for t6, the wrist branch (flip) and the elbow branch.
+        // The joints for t6 (R4 and t234 from frame4), the wrist branch
+        // (flip) and the elbow branch. `loose`: a wrist point a little out of
+        // the elbow's reach counts as a straight elbow (the polish decides),
+        // as it may along a free combination.
+        auto arm = [&](const double R4[3][3], double t234, double t6, int wr, int el, double* th, bool loose) {
+            const double flip = wr == 0 ? 1 : -1;
+            const double z5[3] = {-flip * s4 * R4[0][1], -flip * s4 * R4[1][1], -flip * s4 * R4[2][1]};
+            // Joint 4's origin, then the planar two-link problem in joint 2's frame.
+            const double p4[3] = {p5[0] - k.d[4] * z5[0], p5[1] - k.d[4] * z5[1], p5[2] - k.d[4] * z5[2] - k.d[0]};
+            const double qx = c1 * p4[0] + sn1 * p4[1] - k.a[1];
+            const double qy = s1 * p4[2];
+            const double a2 = k.a[2], a3 = k.a[3];
+            const double v = (qx * qx + qy * qy - a2 * a2 - a3 * a3) / (2 * a2 * a3);
+            const double c3 = loose ? std::clamp(v, -1.0, 1.0) : clamped(v);
+            const double ac = std::acos(c3), base = std::atan2(qy, qx);
+            const double off = std::atan2(a3 * std::sin(ac), a2 + a3 * c3);
+            const double sgn = el == 0 ? 1 : -1;
+            const double t3 = sgn * ac, t2 = base - sgn * off;
+            const double w234 = wr == 0 ? t234 : half_turn(t234);
+            const double out[6] = {t1, t2, t3, w234 - t2 - t3, flip * t5, wr == 0 ? t6 : half_turn(t6)};
+            std::copy(out, out + 6, th);
+            if (std::isnan(c5) || std::isnan(as)) th[0] = NaN;
+        };
+        if (st5 >= SINGULAR) {
+            const double t6 = std::atan2(-yn * s4, xn * s4);
+            double R4[3][3];
+            const double t234 = frame4(t6, R4);
+            for (int wr = 0; wr < 2; ++wr)
+                for (int el = 0; el < 2; ++el, ++n) arm(R4, t234, t6, wr, el, cand[n], false);
+        }
         if (st5 < SPLIT_BELOW) {
-            // Axes 4 and 6 (nearly) aligned: only t234 + sigma·t6 is defined;
-            // the rotation still to be made is shared equally between them
-            // from the reference.
+            // Axes 4 and 6 (nearly) aligned: one combination of joints 2, 3,
+            // 4 and 6 is free (t6 moves joint 5 around the wrist point, and
+            // joints 2 to 4 follow). Per branch, the t6 whose joints lie
+            // nearest the reference; the search starts where t234 and t6
+            // share the reference's remainder equally.
             const double r6 = q_ref[5] + k.offset[5];
             const double r234 = q_ref[1] + k.offset[1] + q_ref[2] + k.offset[2] + q_ref[3] + k.offset[3];
             double R4[3][3];
             const double rest = wrap_angle(frame4(r6, R4) - r234);
-            t6s[n6++] = r6 + (-s4 * s5 * c5 >= 0 ? 0.5 : -0.5) * rest;
-        }
-        for (int w = 0; w < n6; ++w) {
-            const double t6 = t6s[w];
-            double R4[3][3];
-            const double t234 = frame4(t6, R4);
-            for (int wr = 0; wr < 2; ++wr) {
-                const double flip = wr == 0 ? 1 : -1;
-                const double z5[3] = {-flip * s4 * R4[0][1], -flip * s4 * R4[1][1], -flip * s4 * R4[2][1]};
-                // Joint 4's origin, then the planar two-link problem in joint 2's frame.
-                const double p4[3] = {p5[0] - k.d[4] * z5[0], p5[1] - k.d[4] * z5[1],
-                                      p5[2] - k.d[4] * z5[2] - k.d[0]};
-                const double qx = c1 * p4[0] + sn1 * p4[1] - k.a[1];
-                const double qy = s1 * p4[2];
-                const double a2 = k.a[2], a3 = k.a[3];
-                const double c3 = clamped((qx * qx + qy * qy - a2 * a2 - a3 * a3) / (2 * a2 * a3));
-                const double ac = std::acos(c3), base = std::atan2(qy, qx);
-                const double off = std::atan2(a3 * std::sin(ac), a2 + a3 * c3);
-                const double w234 = wr == 0 ? t234 : half_turn(t234);
-                const double w5 = flip * t5, w6 = wr == 0 ? t6 : half_turn(t6);
+            const double start = r6 + (-s4 * s5 * c5 >= 0 ? 0.5 : -0.5) * rest;
+            for (int wr = 0; wr < 2; ++wr)
                 for (int el = 0; el < 2; ++el, ++n) {
-                    const double sgn = el == 0 ? 1 : -1;
-                    const double t3 = sgn * ac;
-                    const double t2 = base - sgn * off;
-                    const double th[6] = {t1, t2, t3, w234 - t2 - t3, w5, w6};
-                    std::copy(th, th + 6, cand[n]);
-                    if (std::isnan(c5) || std::isnan(as)) cand[n][0] = NaN;
+                    auto at = [&](double t6, double* th) {
+                        double R4[3][3];
+                        const double t234 = frame4(t6, R4);
+                        arm(R4, t234, t6, wr, el, th, true);
+                    };
+                    auto distance = [&](double t6) {
+                        double th[6], sum = 0;
+                        at(t6, th);
+                        for (int j = 1; j < 6; ++j) {
+                            const double d = nearest_equivalent(q_ref[j] + k.offset[j], &th[j], &FREE_LIMIT_MARGIN,
+                                                                k.lim_min[j], k.lim_max[j]);
+                            sum += d < ALGO_NO_JOINT ? d * d : ALGO_NO_JOINT;
+                        }
+                        return std::isnan(sum) ? ALGO_NO_JOINT : sum;
+                    };
+                    const double centre = wr == 0 ? start : half_turn(start);
+                    at(golden_minimum(distance, centre - FREE_SEARCH, centre + FREE_SEARCH), cand[n]);
                 }
-            }
         }
     }
     return choose(k, target, cand, n, q_ref, q_out);

@@ -203,6 +203,7 @@ Vec3 unit(const Vec3& a) {
 Vec3 column(const double R[3][3], int c) { return {R[0][c], R[1][c], R[2][c]}; }
 
 constexpr double ACCEPT = 1e-6;
+constexpr double STRAIGHT = 1e-3;    // |sin| of an elbow taken as straight
 constexpr double LOCAL_TRUST = 0.1;  // largest local step, seconds at each joint's speed limit
 constexpr int LOCAL_ITER = 120;      // slow only near a singularity, where it is needed
 constexpr int LOCAL_PATIENCE = 12;   // iterations after which a large error means a far reference
@@ -244,12 +245,6 @@ bool srs_setup(const Kin& k, const Frame& target, SrsTarget& g) {
     return true;
 }
 
-double arm_angle_of(const SrsTarget& g, const Vec3& elbow) {
-    const Vec3 e = sub(elbow, g.S);
-    const Vec3 perp = add_scaled(e, -dot(e, g.u), g.u);
-    return std::atan2(dot(perp, g.w), dot(perp, g.v));
-}
-
 // The eight candidates (elbow, shoulder, wrist branches) at arm angle psi.
 int srs_candidates(const Kin& k, const Frame& target, const SrsTarget& g, double psi, const double* ref_theta,
                    double cand[MAX_CANDIDATES][8]) {
@@ -267,8 +262,11 @@ int srs_candidates(const Kin& k, const Frame& target, const SrsTarget& g, double
     int n = 0;
     for (int el = 0; el < 2; ++el) {
         const double st4 = el == 0 ? s4abs : -s4abs;
-        const double t4 = std::atan2(st4, g.c4);
-        const Vec3 x3 = s4abs < 1e-6 ? straight : unit(add_scaled(Vec3{0, 0, 0}, k.sa[4] * st4, fperp));
+        // The elbow's sine comes from a distance, with the square root of
+        // its rounding: below STRAIGHT the elbow counts as straight.
+        const bool is_straight = s4abs < STRAIGHT;
+        const double t4 = is_straight ? (g.c4 > 0 ? 0.0 : ALGO_PI) : std::atan2(st4, g.c4);
+        const Vec3 x3 = is_straight ? straight : unit(add_scaled(Vec3{0, 0, 0}, k.sa[4] * st4, fperp));
         const Vec3 y3 = cross(z3, x3);
         const double R3[3][3] = {{x3[0], y3[0], z3[0]}, {x3[1], y3[1], z3[1]}, {x3[2], y3[2], z3[2]}};
         double sh[3][3];
@@ -295,7 +293,9 @@ int srs_candidates(const Kin& k, const Frame& target, const SrsTarget& g, double
         const int nwr = solve_zxzxz(M, k, 4, ref_theta, wr);
         for (int a = 0; a < nsh; ++a)
             for (int b = 0; b < nwr; ++b, ++n) {
-                const double th[7] = {sh[a][0], sh[a][1], sh[a][2], t4, wr[b][0], wr[b][1], wr[b][2]};
+                double th[7] = {sh[a][0], sh[a][1], sh[a][2], t4, wr[b][0], wr[b][1], wr[b][2]};
+                // A straight elbow aligns joints 3 and 5 on the upper arm.
+                if (is_straight) resplit(k, 2, ref_theta, th);
                 std::copy(th, th + 7, cand[n]);
             }
     }
@@ -401,6 +401,14 @@ int offset7_candidates(const Kin& k, const Frame& target, double t7, const doubl
     return n;
 }
 
+// Whether a pair of joint axes that the closed-form branches split from the
+// reference is (nearly) aligned at q: the shoulder's first and third, or
+// the wrist's.
+bool nearly_aligned(const Kin& k, const double* q) {
+    constexpr double ALIGNED = 0.02;  // |sin| of the middle joint's angle, about 1 degree
+    return std::fabs(std::sin(q[1] + k.offset[1])) < ALIGNED || std::fabs(std::sin(q[5] + k.offset[5])) < ALIGNED;
+}
+
 double max_deviation(const Kin& k, const double* a, const double* b) {
     double m = 0;
     for (int j = 0; j < k.dof; ++j) m = std::max(m, std::fabs(a[j] - b[j]));
@@ -482,14 +490,6 @@ struct Redundancy {
         opt.max_iter = LOCAL_ITER;
         opt.patience = LOCAL_PATIENCE;
         const double local_err = near ? local_solve(k, target, q, opt) : ALGO_NO_JOINT;
-        if (local_err < ACCEPT) {
-            if (max_deviation(k, q, q_ref) <= CLOSE) {
-                std::copy(q, q + k.dof, q_out);
-                return 0;
-            }
-            best = distance(k, q, q_ref);
-            std::copy(q, q + k.dof, best_q);
-        }
         auto consider = [&](const double* c) {
             const double d = distance(k, c, q_ref);
             if (d < best) {
@@ -497,6 +497,22 @@ struct Redundancy {
                 std::copy(c, c + k.dof, best_q);
             }
         };
+        if (local_err < ACCEPT) {
+            best = distance(k, q, q_ref);
+            std::copy(q, q + k.dof, best_q);
+            if (max_deviation(k, q, q_ref) <= CLOSE) {
+                // The local search leaves a free combination of (nearly)
+                // aligned axes where it happened to stop; the closed-form
+                // branches at its redundancy value split it as the
+                // reference does.
+                double c[8];
+                if (nearly_aligned(k, q) && nearest_around(param(q), NEIGHBOURHOOD, SCAN_STEP, c) < ALGO_NO_JOINT &&
+                    polish(k, target, c))
+                    consider(c);
+                std::copy(best_q, best_q + k.dof, q_out);
+                return 0;
+            }
+        }
         auto settled = [&] { return best < ALGO_NO_JOINT && max_deviation(k, best_q, q_ref) <= CLOSE; };
         // Near a singularity or a limit the local answer may be far, or
         // missing, although a nearer one exists: the closed-form branch at
@@ -567,8 +583,14 @@ int ik_srs(const Kin& k, const Frame& target, const double* q_ref, double* q_out
             return srs_candidates(k, target, g, psi, ref_theta, cand);
         },
         [&](const double* q) {
+            // A straight elbow has no elbow plane: then the arm angle is the
+            // turn of the upper arm's frame, as the branches build it.
             const Frame E = chain_partial(k, q, 3);
-            return arm_angle_of(g, {E.p[0], E.p[1], E.p[2]});
+            const Vec3 e = sub({E.p[0], E.p[1], E.p[2]}, g.S);
+            const Vec3 perp = add_scaled(e, -dot(e, g.u), g.u);
+            if (dot(perp, perp) > 1e-12 * g.L1 * g.L1) return std::atan2(dot(perp, g.w), dot(perp, g.v));
+            const Vec3 x3 = column(E.R, 0);
+            return std::atan2(dot(x3, g.w), dot(x3, g.v));
         });
 }
 

@@ -139,12 +139,14 @@ inline bool sample(const algo::ArmModel& m, Kind k, double off, std::mt19937& rn
     return false;
 }
 
-// Whether q reaches target (single precision) inside the limits.
-inline bool reaches(const algo::ArmModel& m, const float* q, const Pose& target) {
+// Whether q reaches target (single precision) inside the limits; its
+// orientation as flag selects it (near pitch +-90 the Euler angles and
+// the quaternion of one pose differ by the Euler conversion's 1e-3 rad).
+inline bool reaches(const algo::ArmModel& m, const float* q, const Pose& target, uint8_t flag) {
     for (int i = 0; i < m.dof; ++i)
         if (!(q[i] >= m.jmin[i] && q[i] <= m.jmax[i])) return false;
     const Matrix A = pose_quat_to_transformation_matrix(forward_kinematics(q));
-    const Matrix B = pose_quat_to_transformation_matrix(target);
+    const Matrix B = flag == 1 ? pose_euler_to_transformation_matrix(target) : pose_quat_to_transformation_matrix(target);
     for (int r = 0; r < 3; ++r)
         for (int c = 0; c < 4; ++c)
             if (!(std::fabs(A.data[r][c] - B.data[r][c]) < (c == 3 ? 1e-5 : 1e-4))) return false;
@@ -177,7 +179,7 @@ inline Tally run(int type, Kind k, double off, int n, unsigned seed) {
         const int rc = inverse_kinematics(s.ref, &target, out, flag);
         t.us.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - t0).count());
         ++t.tried;
-        if (rc != 0 || !reaches(m, out, target)) continue;
+        if (rc != 0 || !reaches(m, out, target, flag)) continue;
         ++t.solved;
         double far = 0;
         for (int j = 0; j < m.dof; ++j) far = std::max(far, std::fabs(static_cast<double>(out[j]) - s.ref[j]) / kDeg);
