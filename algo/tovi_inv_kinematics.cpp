@@ -18,9 +18,11 @@ constexpr double SINGULAR = 1e-9;   // |sin| below this: axes aligned
 // acos/asin arguments this far past 1 are clamped: a single-precision
 // target at a stretched arm lands just outside; the polish fixes the rest.
 constexpr double DOMAIN_TOL = 1e-5;
-// A joint this far past its limit is taken back to it (and the polish
-// decides): at a singular configuration rounding moves joints that far.
+// A joint this far past its limit, with no equivalent inside, is taken back
+// to it (and the polish decides): near a singular configuration rounding
+// moves joints that far.
 constexpr double FREE_LIMIT_MARGIN = 1e-3;
+constexpr double LIMIT_MARGIN = 1e-6;  // rounding past a limit that still counts as inside
 
 // acos/asin of a value that may overshoot 1 by rounding; NaN when it truly
 // lies outside (the branch does not exist).
@@ -150,11 +152,16 @@ namespace {
 // Sum of the joints' distances to the reference, each joint mapped to its
 // 2pi-equivalent nearest the reference within the limits (into mapped, DH
 // angles); the sum stops growing once it passes `enough`.
-double mapped_distance(const Kin& k, const double* cand, const double* q_ref, double enough, double* mapped) {
+double mapped_distance(const Kin& k, const double* cand, const double* q_ref, double enough, double* mapped,
+                       bool past_limits) {
     double dist = 0;
     for (int j = 0; j < k.dof && dist <= enough; ++j) {
-        double v = cand[j], margin = FREE_LIMIT_MARGIN;
-        dist += nearest_equivalent(q_ref[j] + k.offset[j], &v, &margin, k.lim_min[j], k.lim_max[j]);
+        // An equivalent inside the limits first; one just past them (taken
+        // back to the limit) only when there is none.
+        double v = cand[j], d = nearest_equivalent(q_ref[j] + k.offset[j], &v, &LIMIT_MARGIN, k.lim_min[j], k.lim_max[j]);
+        if (!(d < ALGO_NO_JOINT) && past_limits)
+            d = nearest_equivalent(q_ref[j] + k.offset[j], &v, &FREE_LIMIT_MARGIN, k.lim_min[j], k.lim_max[j]);
+        dist += d;
         mapped[j] = v;
     }
     return dist;
@@ -171,7 +178,7 @@ int rank_candidates(const Kin& k, const double (*cand)[8], int n, const double* 
     double dist[MAX_CANDIDATES];
     int admissible = 0;
     for (int c = 0; c < n && c < MAX_CANDIDATES; ++c) {
-        dist[c] = mapped_distance(k, cand[c], q_ref, ALGO_NO_JOINT, mapped[c]);
+        dist[c] = mapped_distance(k, cand[c], q_ref, ALGO_NO_JOINT, mapped[c], true);
         if (!(dist[c] < ALGO_NO_JOINT)) continue;
         // Insertion by distance; equal distances keep the earlier candidate first.
         int at = admissible++;
@@ -185,12 +192,12 @@ int rank_candidates(const Kin& k, const double (*cand)[8], int n, const double* 
     return admissible;
 }
 
-bool pick_nearest(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double* q_out) {
+bool pick_nearest(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double* q_out, bool past_limits) {
     double dist[MAX_CANDIDATES], mapped[MAX_CANDIDATES][8];
     if (n < 1 || n > MAX_CANDIDATES) return false;
     double lowest = ALGO_NO_JOINT;
     // A partial sum already above the best cannot win: it stops early.
-    for (int c = 0; c < n; ++c) lowest = std::min(lowest, dist[c] = mapped_distance(k, cand[c], q_ref, lowest, mapped[c]));
+    for (int c = 0; c < n; ++c) lowest = std::min(lowest, dist[c] = mapped_distance(k, cand[c], q_ref, lowest, mapped[c], past_limits));
     const int best = find_min_index(dist, n);
     if (!(dist[best] < ALGO_NO_JOINT)) return false;
     std::copy(mapped[best], mapped[best] + k.dof, q_out);
@@ -216,7 +223,7 @@ int choose(const Kin& k, const Frame& target, const double (*cand)[8], int n, co
     // The nearest first, alone: it is the answer but near a singular
     // configuration.
     double q[8] = {};
-    if (!pick_nearest(k, cand, n, q_ref, q)) return -2;
+    if (!pick_nearest(k, cand, n, q_ref, q, true)) return -2;
     if (dls_refine(k, target, q, opt) <= ACCEPT) {
         std::copy(q, q + k.dof, q_out);
         return 0;
