@@ -401,12 +401,18 @@ int offset7_candidates(const Kin& k, const Frame& target, double t7, const doubl
     return n;
 }
 
-// Whether a pair of joint axes that the closed-form branches split from the
-// reference is (nearly) aligned at q: the shoulder's first and third, or
-// the wrist's.
-bool nearly_aligned(const Kin& k, const double* q) {
-    constexpr double ALIGNED = 0.02;  // |sin| of the middle joint's angle, about 1 degree
-    return std::fabs(std::sin(q[1] + k.offset[1])) < ALIGNED || std::fabs(std::sin(q[5] + k.offset[5])) < ALIGNED;
+// Whether q is at or near a singular configuration where the local search
+// leaves part of the answer to chance: aligned axes of the shoulder (joints
+// 1 and 3) or of the wrist (5 and 7), which the closed-form branches split
+// from the reference, or an elbow at its longest (the wrist point as far
+// from the shoulder as it goes), where the redundancy and the elbow mix.
+bool nearly_singular(const Kin& k, const double* q) {
+    constexpr double NEAR = 0.02;  // |sin| of the angle from the singular value, about 1 degree
+    if (std::fabs(std::sin(q[1] + k.offset[1])) < NEAR || std::fabs(std::sin(q[5] + k.offset[5])) < NEAR) return true;
+    // |wrist - shoulder|^2 = K + P cos(t4) + Q sin(t4) (see offset7_candidates).
+    const double s3 = k.sa[3], s4 = k.sa[4], a3 = k.a[3], a4 = k.a[4], d3 = k.d[2], d5 = k.d[4];
+    const double P = 2 * a3 * a4 - 2 * d3 * s3 * s4 * d5, Q = 2 * a3 * s4 * d5 + 2 * d3 * s3 * a4;
+    return std::fabs(std::sin(q[3] + k.offset[3] - std::atan2(Q, P))) < NEAR;
 }
 
 double max_deviation(const Kin& k, const double* a, const double* b) {
@@ -501,12 +507,12 @@ struct Redundancy {
             best = distance(k, q, q_ref);
             std::copy(q, q + k.dof, best_q);
             if (max_deviation(k, q, q_ref) <= CLOSE) {
-                // The local search leaves a free combination of (nearly)
-                // aligned axes where it happened to stop; the closed-form
-                // branches at its redundancy value split it as the
-                // reference does.
+                // Near a singular configuration the local search stops
+                // anywhere along what is free there; the closed-form
+                // branches around its redundancy value (which split aligned
+                // axes as the reference does) may lie nearer.
                 double c[8];
-                if (nearly_aligned(k, q) && nearest_around(param(q), NEIGHBOURHOOD, SCAN_STEP, c) < ALGO_NO_JOINT &&
+                if (nearly_singular(k, q) && nearest_around(param(q), NEIGHBOURHOOD, SCAN_STEP, c) < ALGO_NO_JOINT &&
                     polish(k, target, c))
                     consider(c);
                 std::copy(best_q, best_q + k.dof, q_out);
