@@ -1,6 +1,6 @@
-// Singular configurations of every model with an inverse solver, and the
-// measure of how the solver answers there: shared by the kinematics tests
-// and bench_kinematics.
+// Singular configurations of every model with an inverse solver, the
+// measure of how the solver answers there, and Cartesian paths solved step
+// by step: shared by the kinematics tests and bench_kinematics.
 //
 // A sample is an in-limit configuration with one joint at (or, for "near",
 // a little away from) its singular value, and a reference within 2 degrees
@@ -10,8 +10,10 @@
 #define TEST_ALGO_SINGULAR_H
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
+#include <functional>
 #include <random>
 #include <vector>
 
@@ -187,6 +189,158 @@ inline Tally run(int type, Kind k, double off, int n, unsigned seed) {
         t.worst = std::max(t.worst, far);
     }
     return t;
+}
+
+// ---- Cartesian paths ---------------------------------------------------
+// Targets at a fixed orientation 1 mm apart, each solved through the store
+// from the previous answer.
+
+struct PathRun {
+    double largest = 0;       // largest change of one joint in one step, degrees
+    bool at_limit = false;    // that step began or ended with a joint at its limit
+    int steps = 0, done = 0;  // done < steps: the path left the reachable set there
+    double clearance = 1e9;   // closest any joint came to a limit, degrees
+    double largest_clear = 0; // largest step with every joint 5 degrees or more inside its limits
+};
+
+using Vec = std::array<double, 3>;
+
+inline PathRun follow(const algo::ArmModel& m, const float* q0, const std::function<Vec(int)>& at, int steps) {
+    PathRun run;
+    run.steps = steps;
+    Pose target = forward_kinematics(q0);
+    float q[8], next[8] = {};
+    std::copy(q0, q0 + 8, q);
+    const double margin = 0.5 * kDeg;
+    auto near_limit = [&](const float* v) {
+        for (int i = 0; i < m.dof; ++i)
+            if (v[i] < m.jmin[i] + margin || v[i] > m.jmax[i] - margin) return true;
+        return false;
+    };
+    for (int i = 1; i <= steps; ++i) {
+        const Vec p = at(i);
+        target.position = {static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
+        if (inverse_kinematics(q, &target, next, 2) != 0) break;
+        double step = 0, clear = 1e9;
+        for (int j = 0; j < m.dof; ++j) {
+            step = std::max(step, std::fabs(next[j] - q[j]) / kDeg);
+            clear = std::min({clear, (next[j] - m.jmin[j]) / kDeg, (m.jmax[j] - next[j]) / kDeg,
+                              (q[j] - m.jmin[j]) / kDeg, (m.jmax[j] - q[j]) / kDeg});
+        }
+        run.clearance = std::min(run.clearance, clear);
+        if (clear >= 5) run.largest_clear = std::max(run.largest_clear, step);
+        if (step > run.largest) {
+            run.largest = step;
+            run.at_limit = near_limit(q) || near_limit(next);
+        }
+        std::copy(next, next + 8, q);
+        run.done = i;
+    }
+    return run;
+}
+
+inline Vec position_of(const float* q) {
+    const Pose p = forward_kinematics(q);
+    return {p.position.x, p.position.y, p.position.z};
+}
+
+// A line from the tool's position at q0 along dir (any length), 1 mm steps.
+inline PathRun line(const algo::ArmModel& m, const float* q0, Vec dir, double length) {
+    const Vec p0 = position_of(q0);
+    const double n = std::sqrt(dir[0] * dir[0] + dir[1] * dir[1] + dir[2] * dir[2]);
+    return follow(m, q0, [&](int i) {
+        const double s = 0.001 * i / n;
+        return Vec{p0[0] + s * dir[0], p0[1] + s * dir[1], p0[2] + s * dir[2]};
+    }, static_cast<int>(length / 0.001));
+}
+
+// A circle through the tool's position at q0 in the plane spanned by e1, e2
+// (unit, orthogonal), its centre r away along -e1.
+inline PathRun circle(const algo::ArmModel& m, const float* q0, Vec e1, Vec e2, double r) {
+    const Vec p0 = position_of(q0);
+    const Vec c = {p0[0] - r * e1[0], p0[1] - r * e1[1], p0[2] - r * e1[2]};
+    const int steps = static_cast<int>(std::ceil(2 * kPi * r / 0.001));
+    return follow(m, q0, [&](int i) {
+        const double t = 2 * kPi * i / steps, a = r * std::cos(t), b = r * std::sin(t);
+        return Vec{c[0] + a * e1[0] + b * e2[0], c[1] + a * e1[1] + b * e2[1], c[2] + a * e1[2] + b * e2[2]};
+    }, steps);
+}
+
+inline Vec unit(Vec v) {
+    const double n = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+    return {v[0] / n, v[1] / n, v[2] / n};
+}
+inline Vec cross(const Vec& a, const Vec& b) {
+    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+}
+
+// Joints at the tool position p (orientation of q_ref's pose), from q_ref.
+inline bool solve_at(const float* q_ref, const Vec& p, float* q) {
+    Pose target = forward_kinematics(q_ref);
+    target.position = {static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
+    return inverse_kinematics(q_ref, &target, q, 2) == 0;
+}
+
+// Direction of joint `j`'s axis (base frame) at q.
+inline Vec axis_of(const algo::ArmModel& m, const float* q, int j) {
+    algo::ArmModel part = m;
+    part.dof = j + 1;
+    float T[4][4];
+    algo::arm_fk(part, q, T);
+    return {T[0][2], T[1][2], T[2][2]};
+}
+
+// How far the arm's first three joints are from their own singularities at
+// q: |det| of the wrist point's Jacobian in joints 1 to 3 over the product
+// of its columns' lengths (1 when they are orthogonal, 0 when singular).
+inline double arm_conditioning(const algo::ArmModel& m, const float* q) {
+    algo::ArmModel part = m;
+    part.dof = 5;
+    auto wrist = [&](const float* v) {
+        float T[4][4];
+        algo::arm_fk(part, v, T);
+        return Vec{T[0][3], T[1][3], T[2][3]};
+    };
+    const Vec w0 = wrist(q);
+    Vec c[3];
+    double lengths = 1;
+    for (int j = 0; j < 3; ++j) {
+        float v[8];
+        std::copy(q, q + 8, v);
+        v[j] += 1e-3f;
+        const Vec w = wrist(v);
+        c[j] = {w[0] - w0[0], w[1] - w0[1], w[2] - w0[2]};
+        lengths *= std::sqrt(c[j][0] * c[j][0] + c[j][1] * c[j][1] + c[j][2] * c[j][2]);
+    }
+    const Vec x = cross(c[1], c[2]);
+    return lengths > 0 ? std::fabs(c[0][0] * x[0] + c[0][1] * x[1] + c[0][2] * x[2]) / lengths : 0;
+}
+
+// A line through the pose at q_s, 2 * half long along dir.
+inline PathRun line_through(const algo::ArmModel& m, const float* q_s, Vec dir, double half) {
+    const Vec ps = position_of(q_s);
+    dir = unit(dir);
+    float q0[8] = {};
+    if (!solve_at(q_s, {ps[0] - half * dir[0], ps[1] - half * dir[1], ps[2] - half * dir[2]}, q0)) return {};
+    return line(m, q0, dir, 2 * half);
+}
+
+// A circle of radius r centred on the wrist-singular pose at q_s (a
+// six-joint arm), in the plane across the curve of wrist-singular positions
+// at this orientation (joints 2 and 3 turning against each other keep the
+// forearm's direction, and with it the wrist's alignment).
+inline PathRun circle_around(const algo::ArmModel& m, const float* q_s, double r) {
+    const Vec ps = position_of(q_s);
+    float qt[8], q0[8] = {};
+    std::copy(q_s, q_s + 8, qt);
+    qt[1] += 1e-4f;
+    qt[2] -= 1e-4f;
+    const Vec pt = position_of(qt);
+    const Vec along = unit({pt[0] - ps[0], pt[1] - ps[1], pt[2] - ps[2]});
+    const Vec e1 = unit(cross(along, std::fabs(along[2]) < 0.9 ? Vec{0, 0, 1} : Vec{1, 0, 0}));
+    const Vec e2 = cross(along, e1);
+    if (!solve_at(q_s, {ps[0] + r * e1[0], ps[1] + r * e1[1], ps[2] + r * e1[2]}, q0)) return {};
+    return circle(m, q0, e1, e2, r);
 }
 
 }  // namespace singular
