@@ -10,6 +10,7 @@ const readOnly = !!(window.KX && window.KX.readOnly);
 const views = new Map();  // arm id -> view
 let lastState = null;
 let rate = { n: 0, since: performance.now(), hz: 0 };
+window.kxStats = { messages: 0 };  // states received, for scripts driving the page
 
 function $(sel, root) { return (root || document).querySelector(sel); }
 function el(tag, cls, text) {
@@ -268,7 +269,15 @@ function buildArm(arm) {
   }
   plots.append(plot, legend);
   let forcePlot = null;
-  if (arm.force) { forcePlot = el("canvas", "plot force"); plots.append(forcePlot); }
+  if (arm.force) {
+    forcePlot = el("canvas", "plot force");
+    const fl = el("div", "legend");
+    ["Fx", "Fy", "Fz"].forEach((name, k) => {
+      const s = el("span"); const i = el("i"); i.style.background = COLORS[k];
+      s.append(i, `${name} (N)`); fl.append(s);
+    });
+    plots.append(forcePlot, fl);
+  }
   const side = el("div", "side");
   const errors = el("div", "errors ok", "none");
   errors.id = `errors-${arm.id}`;
@@ -370,6 +379,7 @@ function setLink(kind, text) {
 
 function onState(state) {
   render(state);
+  window.kxStats.messages++;
   rate.n++;
   const t = performance.now();
   if (t - rate.since > 1000) { rate.hz = rate.n * 1000 / (t - rate.since); rate.n = 0; rate.since = t; }
