@@ -89,6 +89,17 @@ void print_moved(const Args& a, const Arm& arm, bool waited) {
     }
 }
 
+// A move: sent and left (--no-wait), or waited for with progress.
+int run_move(const Args& a, Arm& arm, const char* label, const char* hint, const std::function<int()>& send,
+             const std::function<int()>& send_and_wait, const std::function<double()>& fraction) {
+    const int rc = a.has("no-wait") ? send()
+                                    : wait_for(a, arm, label, send_and_wait, fraction, a.has("timeout") ? timeout_of(a, 0) : 0);
+    if (rc == kInterrupted) return rc;
+    if (rc != 0) return report(rc, arm, "move", hint);
+    print_moved(a, arm, !a.has("no-wait"));
+    return kOk;
+}
+
 cJSON* gripper_json(const kx_gripper_state_t& g) {
     cJSON* o = cJSON_CreateObject();
     cJSON_AddNumberToObject(o, "position", g.actpos);
@@ -179,36 +190,26 @@ int cmd_state(const Args& a) {
 }
 
 int cmd_movej(const Args& a) {
+    const std::vector<double> j = numbers(a.pos, 1, "a joint angle");
+    const int v = speed_of(a);
     Arm arm = open_arm(a);
     const int dof = arm.info.arm_dof;
-    if (static_cast<int>(a.pos.size()) != 1 + dof)
+    if (static_cast<int>(j.size()) != dof)
         throw UsageError{fmt("%s has %d joints: give %d angles (degrees), not %zu", arm.addr.text.c_str(), dof, dof,
-                             a.pos.size() - 1)};
-    const std::vector<double> j = numbers(a.pos, 1, "a joint angle");
+                             j.size())};
     float target[7] = {};
     for (int i = 0; i < dof; ++i) target[i] = static_cast<float>(j[i]);
-    const int v = speed_of(a);
-    const char* hint = "a joint beyond its limit, or errors pending? (kx state / kx clear)";
-    if (a.has("no-wait")) {
-        const int rc = kx_movej_nblock(arm.handle, target, v, 0, 0);
-        if (rc != 0) return report(rc, arm, "move", hint);
-        print_moved(a, arm, false);
-        return kOk;
-    }
     float start[7] = {};
-    kx_get_joint_degree(arm.handle, start);
+    if (!a.has("no-wait")) kx_get_joint_degree(arm.handle, start);
     const float total = distance(start, target, dof);
-    const int rc = wait_for(
-        a, arm, "movej", [&] { return kx_movej_block(arm.handle, target, v, 0, 0, 1); },
+    return run_move(
+        a, arm, "movej", "a joint beyond its limit, or errors pending? (kx state / kx clear)",
+        [&] { return kx_movej_nblock(arm.handle, target, v, 0, 0); },
+        [&] { return kx_movej_block(arm.handle, target, v, 0, 0, 1); },
         [&] {
             float now[7] = {};
             return kx_get_joint_degree(arm.handle, now) == 0 ? covered(total, distance(now, target, dof)) : -1.0;
-        },
-        a.has("timeout") ? timeout_of(a, 0) : 0);
-    if (rc == kInterrupted) return rc;
-    if (rc != 0) return report(rc, arm, "move", hint);
-    print_moved(a, arm, true);
-    return kOk;
+        });
 }
 
 int cmd_movel(const Args& a) {
@@ -220,13 +221,6 @@ int cmd_movel(const Args& a) {
     pose.position = {static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
     pose.euler = {static_cast<float>(p[3]), static_cast<float>(p[4]), static_cast<float>(p[5])};
     pose.quaternion = kx_algo_euler2quaternion(pose.euler);
-    const char* hint = "out of reach, through a singularity, or errors pending? (kx state / kx clear)";
-    if (a.has("no-wait")) {
-        const int rc = kx_movel_nblock(arm.handle, pose, v, 0, 0);
-        if (rc != 0) return report(rc, arm, "move", hint);
-        print_moved(a, arm, false);
-        return kOk;
-    }
     const float target[3] = {pose.position.x, pose.position.y, pose.position.z};
     auto where = [&](float* xyz) {
         kx_current_arm_state_t s{};
@@ -235,19 +229,16 @@ int cmd_movel(const Args& a) {
         return true;
     };
     float start[3] = {};
-    where(start);
+    if (!a.has("no-wait")) where(start);
     const float total = distance(start, target, 3);
-    const int rc = wait_for(
-        a, arm, "movel", [&] { return kx_movel_block(arm.handle, pose, v, 0, 0, 1); },
+    return run_move(
+        a, arm, "movel", "out of reach, through a singularity, or errors pending? (kx state / kx clear)",
+        [&] { return kx_movel_nblock(arm.handle, pose, v, 0, 0); },
+        [&] { return kx_movel_block(arm.handle, pose, v, 0, 0, 1); },
         [&] {
             float now[3];
             return where(now) ? covered(total, distance(now, target, 3)) : -1.0;
-        },
-        a.has("timeout") ? timeout_of(a, 0) : 0);
-    if (rc == kInterrupted) return rc;
-    if (rc != 0) return report(rc, arm, "move", hint);
-    print_moved(a, arm, true);
-    return kOk;
+        });
 }
 
 int cmd_jog(const Args& a) {

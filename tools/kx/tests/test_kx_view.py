@@ -85,17 +85,17 @@ def test_page_follows_the_arm_and_stops_it(view, browser):
     time.sleep(1.0)
     assert browser.execute_script("return window.kxStats.messages") - n0 >= 20
 
-    # A slow move of arm 1 started from outside the page, then Stop clicked on the page.
-    assert kx("movej", addrs[0], 90, 30, 0, 0, 0, 0, "--speed", 4, "--no-wait").returncode == 0
-    wait_until(lambda: state(url)["arms"][0]["joints"][0] > 2, "arm 1 moving")
-    compared = 0
+    # A slow move of arm 1 (about 2 degrees a second, so that the page's lag of a frame or
+    # two stays well inside the tolerance) started from outside the page.
+    assert kx("movej", addrs[0], 60, 20, 0, 0, 0, 0, "--speed", 1, "--no-wait").returncode == 0
+    wait_until(lambda: state(url)["arms"][0]["joints"][0] > 0.2, "arm 1 moving")
+    seen = []
     for _ in range(15):
         shown, actual = browser.execute_async_script(SHOWN_AND_STATE)
         assert shown == pytest.approx(actual, abs=0.5)
-        compared += 1
+        seen.append(actual[0])
         time.sleep(0.1)
-    moving = state(url)["arms"][0]
-    assert moving["status"] == "move_J" and 2 < moving["joints"][0] < 85, "arm 1 kept moving while compared"
+    assert seen[-1] - seen[0] > 1 and state(url)["arms"][0]["status"] == "move_J", "arm 1 moved while compared"
     browser.save_screenshot(os.path.join(os.environ.get("KX_ARTIFACTS", "."), "kx_view.png"))
 
     browser.find_element(By.ID, "stop-1").click()
@@ -103,10 +103,9 @@ def test_page_follows_the_arm_and_stops_it(view, browser):
     first = state(url)["arms"][0]["joints"]
     time.sleep(0.5)
     after = state(url)["arms"][0]
-    assert after["joints"] == pytest.approx(first, abs=1e-3) and after["joints"][0] < 85
+    assert after["joints"] == pytest.approx(first, abs=1e-3) and after["joints"][0] < 55
     shown, actual = browser.execute_async_script(SHOWN_AND_STATE)
     assert shown == pytest.approx(actual, abs=0.01)
-    assert compared == 15
 
 
 def test_commands_need_the_token(view, browser):
