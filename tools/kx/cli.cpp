@@ -1,6 +1,8 @@
 // Shared pieces of kx: numbers, addresses, models, connections, output.
 #include <arpa/inet.h>
 #include <netdb.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -155,23 +157,58 @@ void stop_library() {
     g_started = false;
 }
 
-bool connect_arm(const std::string& addr_text, Arm& arm) {
+namespace {
+
+// Whether anything accepts a TCP connection at `a` within `ms`: tells a
+// controller that does not answer from an address where nothing listens.
+enum class Reach { kRefused, kSilent, kAccepted };
+Reach probe(const Address& a, int ms) {
+    const int s = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (s < 0) return Reach::kRefused;
+    sockaddr_in sa{};
+    sa.sin_family = AF_INET;
+    sa.sin_port = htons(static_cast<uint16_t>(a.port));
+    inet_pton(AF_INET, a.ip.c_str(), &sa.sin_addr);
+    Reach r = Reach::kRefused;
+    if (connect(s, reinterpret_cast<sockaddr*>(&sa), sizeof sa) == 0) {
+        r = Reach::kAccepted;
+    } else if (errno == EINPROGRESS) {
+        pollfd p{s, POLLOUT, 0};
+        int err = 0;
+        socklen_t len = sizeof err;
+        if (poll(&p, 1, ms) == 0) r = Reach::kSilent;
+        else if (getsockopt(s, SOL_SOCKET, SO_ERROR, &err, &len) == 0 && err == 0) r = Reach::kAccepted;
+    }
+    close(s);
+    return r;
+}
+
+}  // namespace
+
+int connect_arm(const std::string& addr_text, Arm& arm) {
     arm.addr = parse_address(addr_text);
     arm.handle = kx_create_robot_arm(arm.addr.ip.c_str(), arm.addr.port);
     if (!arm.handle) {
         fail("too many arms: the library connects at most 5 at once");
-        return false;
+        return kFailed;
     }
     if (arm.handle->id < 0) {
-        fail(fmt("cannot connect to %s:%d: check that the controller is on, reachable, and listening on that port",
-                 arm.addr.ip.c_str(), arm.addr.port));
-        return false;
+        kx_delete_robot_arm(arm.handle);
+        arm.handle = nullptr;
+        if (probe(arm.addr, 1000) == Reach::kRefused) {
+            fail(fmt("cannot connect to %s:%d: check that the controller is on, reachable, and listening on that port",
+                     arm.addr.ip.c_str(), arm.addr.port));
+            return kNoConnection;
+        }
+        fail(fmt("%s:%d did not answer in time: is it an arm controller, and is it busy or stuck?", arm.addr.ip.c_str(),
+                 arm.addr.port));
+        return kTimeout;
     }
     if (kx_get_robot_info(arm.handle, &arm.info) != 0) {
         fail(fmt("%s answered but did not say its model: is it an arm controller?", arm.addr.text.c_str()));
-        return false;
+        return kBadReply;
     }
-    return true;
+    return kOk;
 }
 
 int exit_code(int rc) {

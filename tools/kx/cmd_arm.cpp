@@ -19,7 +19,7 @@ constexpr int kDefaultSpeed = 20;
 Arm open_arm(const Args& a) {
     start_library(KX_DUAL_MODE_E, a.verbose);
     Arm arm;
-    if (!connect_arm(a.pos.at(0), arm)) throw Exit(kNoConnection);
+    if (const int rc = connect_arm(a.pos.at(0), arm); rc != kOk) throw Exit(rc);
     return arm;
 }
 

@@ -75,8 +75,8 @@ struct Arm {
 };
 void start_library(kx_thread_mode_e mode, bool verbose);
 void stop_library();
-// Connects; on failure prints what to do and returns false.
-bool connect_arm(const std::string& addr_text, Arm& arm);
+// Connects; on failure prints what to do and returns the exit code (kOk on success).
+int connect_arm(const std::string& addr_text, Arm& arm);
 
 // The exit code for a library result; `what` names the action in the message
 // printed on failure ("move", "stop", ...); `hint` is added on refusal.

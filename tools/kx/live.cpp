@@ -198,7 +198,7 @@ int Live::open(const std::vector<std::string>& addrs, bool verbose) {
     for (size_t i = 0; i < addrs.size(); ++i) {
         auto a = std::make_unique<LiveArm>();
         a->index = static_cast<int>(i) + 1;
-        if (!connect_arm(addrs[i], a->arm)) return kNoConnection;
+        if (const int rc = connect_arm(addrs[i], a->arm); rc != kOk) return rc;
         kx_robot_handle* h = a->arm.handle;
         a->handle_id = h->id;
         int rc = kx_get_DH_data(h, &a->dh);

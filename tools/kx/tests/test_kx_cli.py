@@ -186,6 +186,11 @@ def test_exit_codes_and_messages(sim):
     nobody = f"127.0.0.1:{free_port()}"
     r = kx("state", nobody)
     assert r.returncode == NO_CONNECTION and "cannot connect" in r.stderr
+    with socket.socket() as deaf:  # listens, never answers
+        deaf.bind(("127.0.0.1", 0))
+        deaf.listen(0)
+        r = kx("info", "127.0.0.1:%d" % deaf.getsockname()[1])
+        assert r.returncode == TIMEOUT and "did not answer" in r.stderr
 
     for args in (["fly", a1], ["movej", a1, 1, 2], ["movej", a1, "x", 0, 0, 0, 0, 0], ["state", a1, "--speed", 3],
                  ["state"], ["jog", a1, 1, "up"], ["io", a1, "set", 1, 2], ["gripper", a1, "pos", 0],
@@ -255,3 +260,18 @@ def test_view_token_read_only_and_listen_checks(sim):
     finally:
         proc.terminate()
         assert proc.wait(timeout=10) == 0
+
+
+def test_bash_completion():
+    script = os.path.join(os.path.dirname(__file__), "..", "kx-completion.bash")
+
+    def complete(*words):
+        line = " ".join(f"'{w}'" for w in words)
+        out = subprocess.run(["bash", "-c", f'source "{script}"; COMP_WORDS=({line}); COMP_CWORD={len(words) - 1}; '
+                              '_kx; echo "${COMPREPLY[@]}"'], capture_output=True, text=True, check=True)
+        return out.stdout.split()
+
+    assert complete("kx", "mov") == ["movej", "movel"]
+    assert complete("kx", "program", "127.0.0.1", "") == ["upload", "list", "run", "delete"]
+    assert complete("kx", "view", "127.0.0.1", "--r") == ["--read-only"]
+    assert "AVEN" in complete("kx", "fk", "")
