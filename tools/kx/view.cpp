@@ -61,6 +61,19 @@ bool is_loopback(const std::string& host) {
     return inet_pton(AF_INET, host.c_str(), &a) == 1 && (ntohl(a.s_addr) >> 24) == 127;
 }
 
+// On loopback the page holds the token, so only a request that names this
+// machine may have it: a page whose host name was rebound to 127.0.0.1 names
+// its own host, and is refused.
+bool host_allowed(const View& v, const mg_connection* c) {
+    if (!v.embed_token) return true;
+    const char* h = mg_get_header(c, "Host");
+    if (!h) return false;
+    std::string host = h;
+    if (const auto colon = host.rfind(':'); colon != std::string::npos && host.find(']') == std::string::npos)
+        host.resize(colon);
+    return is_loopback(host) || host == "[::1]";
+}
+
 void send(mg_connection* c, int status, const char* mime, const std::string& body) {
     const char* reason = status == 200 ? "OK" : status == 400 ? "Bad Request" : status == 403 ? "Forbidden"
                        : status == 404 ? "Not Found" : status == 405 ? "Method Not Allowed" : "Error";
@@ -147,6 +160,10 @@ int on_http(mg_connection* c, void* data) {
     const mg_request_info* ri = mg_get_request_info(c);
     const std::string uri = ri->local_uri ? ri->local_uri : "/";
     const std::string method = ri->request_method ? ri->request_method : "";
+    if (!host_allowed(v, c)) {
+        send(c, 403, "text/plain", "this view answers only to 127.0.0.1 or localhost\n");
+        return 1;
+    }
     if (uri == "/api/command") {
         if (method != "POST") {
             send(c, 405, "application/json", outcome(false, "POST a command"));
@@ -186,6 +203,7 @@ int on_http(mg_connection* c, void* data) {
 int ws_connect(const mg_connection* c, void* data) {
     View& v = *static_cast<View*>(data);
     const mg_request_info* ri = mg_get_request_info(c);
+    if (!host_allowed(v, c)) return 1;
     char given[128] = {};
     if (!ri->query_string || mg_get_var(ri->query_string, std::strlen(ri->query_string), "token", given, sizeof given) < 0)
         return 1;

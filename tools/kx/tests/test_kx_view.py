@@ -115,6 +115,10 @@ def test_commands_need_the_token(view, browser):
     assert post(url, {"arm": 1, "action": "stop"})[0] == 403
     assert post(url, {"arm": 1, "action": "stop", "token": "0" * len(token)})[0] == 403
     assert post(url, {"arm": 1, "action": "stop"}, {"X-KX-Token": token[:-1] + "x"})[0] == 403
+    # A page whose host name was rebound to this machine cannot read the token either.
+    with pytest.raises(urllib.error.HTTPError) as err:
+        urllib.request.urlopen(urllib.request.Request(url + "/", headers={"Host": "attacker.example:80"}), timeout=5)
+    assert err.value.code == 403
     # A page of another origin: its request carries no token, and it cannot read ours.
     other = browser.execute_async_script("""
 const done = arguments[arguments.length - 1];
