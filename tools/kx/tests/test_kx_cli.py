@@ -233,6 +233,9 @@ def test_progress_on_a_terminal_only(sim):
     assert code == 0 and "movej [" in out and "%" in out
     piped = kx("movej", a1, 0, 0, 0, 0, 0, 0, "--speed", 5)
     assert piped.returncode == 0 and piped.stdout == ""
+    # watch redraws its table in place on a terminal: back up over the header and two arms
+    code, out = run_on_terminal("watch", *sim, "--seconds", 0.5, "--interval", 100)
+    assert code == 0 and out.count("\033[3A") >= 3 and out.count("ARM ADDRESS") >= 4
 
 
 def test_view_token_read_only_and_listen_checks(sim):
