@@ -242,8 +242,24 @@ int Live::setup_push(LiveArm& a, int udp_port) {
     if (a.arm.info.force_type == KX_FORCE_TYPE_P_E) cfg.force_coordinate = -1;
     rc = kx_set_realtime_push(h, cfg);
     if (rc != 0) return report(rc, a.arm, "realtime push setup");
+    a.our_push = cfg;
     a.push_changed = true;
+    a.push_set_at = std::chrono::steady_clock::now();
     return kOk;
+}
+
+void Live::renew_stale_push() {
+    using namespace std::chrono_literals;
+    const auto now = std::chrono::steady_clock::now();
+    for (auto& p : arms) {
+        LiveArm& a = *p;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            if ((a.have_rt && now - a.rt_at < 1s) || now - a.push_set_at < 3s) continue;
+        }
+        a.push_set_at = now;
+        command(a, [&](kx_robot_handle* h) { return kx_set_realtime_push(h, a.our_push); });
+    }
 }
 
 void Live::close() {

@@ -25,7 +25,9 @@ struct LiveArm {
     kx_dh_t dh{};
     float min_limit[7] = {}, max_limit[7] = {};
     kx_frame_t tool{};
-    kx_realtime_push_config_t saved_push{};
+    kx_realtime_push_config_t saved_push{};  // given back at the end
+    kx_realtime_push_config_t our_push{};    // pointing at this process
+    std::chrono::steady_clock::time_point push_set_at{};
     bool push_changed = false;
     std::mutex reconnect_mutex;  // one reconnection at a time
     std::mutex handle_mutex;     // guards arm.handle while it is replaced
@@ -51,6 +53,10 @@ public:
     int open(const std::vector<std::string>& addrs, bool verbose);
     // Waits until every arm has sent a state (false after `ms`).
     bool wait_for_states(int ms);
+    // Points the push of every arm whose state stopped arriving (another
+    // client, or a restarted controller, changed it) at this process again;
+    // at most every few seconds per arm.
+    void renew_stale_push();
     // Gives every arm its previous push configuration back.
     void close();
 

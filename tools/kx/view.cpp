@@ -287,6 +287,12 @@ int cmd_view(const Args& a) {
     if (!loopback && !a.has("token")) std::printf("kx view: generated token %s\n", v->token.c_str());
     std::fflush(stdout);
 
+    std::thread keeper([&v] {
+        while (!g_interrupted) {
+            v->live.renew_stale_push();
+            sleep_ms(250);
+        }
+    });
     while (!g_interrupted) {
         const std::string state = json_text(v->live.snapshot());
         {
@@ -295,6 +301,7 @@ int cmd_view(const Args& a) {
         }
         sleep_ms(kPushPeriodMs);
     }
+    keeper.join();
     mg_stop(ctx);
     mg_exit_library();
     for (int waited = 0; v->busy > 0 && waited < 10000; waited += 10) sleep_ms(10);

@@ -8,12 +8,15 @@ import time
 import urllib.error
 import urllib.request
 
+import ctypes
+
 import pytest
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 
-from conftest import KX, die_with_parent, free_port, kx, start_sim, stop
+import kx_api
+from conftest import KX, die_with_parent, free_port, kx, split, start_sim, stop
 
 
 @pytest.fixture(scope="module")
@@ -143,3 +146,16 @@ ws.onmessage = (m) => { const msg = JSON.parse(m.data); if (msg.reply) { ws.clos
     assert state(url)["arms"][1]["joints"][0] == pytest.approx(5, abs=0.05)
     assert post(url, {"arm": 9, "action": "stop", "token": token})[0] == 400
     assert post(url, {"arm": 1, "action": "dance", "token": token})[0] == 400
+
+
+def test_view_takes_the_push_back(view):
+    """Another client points arm 2's realtime push elsewhere (taking over the
+    command connection too): the view notices the silence and points it back."""
+    url, addrs = view
+    with kx_api.Arm(*split(addrs[1]), mode=kx_api.ffi.KX_DUAL_MODE_E) as arm:
+        cfg = kx_api.ffi.kx_realtime_push_config_t()
+        arm.get_realtime_push(ctypes.byref(cfg))
+        cfg.port = free_port()
+        arm.set_realtime_push(cfg)
+    wait_until(lambda: not state(url)["arms"][1]["online"], "arm 2 silent")
+    wait_until(lambda: state(url)["arms"][1]["online"], "arm 2 back", deadline=10)
