@@ -31,6 +31,7 @@ struct LiveArm {
     bool push_changed = false;
     std::mutex reconnect_mutex;  // one reconnection at a time
     std::mutex handle_mutex;     // guards arm.handle while it is replaced
+    std::mutex jog_mutex;        // one waited step at a time: two would compete for one end event
     kx_robot_handle* handle();
     // Guarded by Live::mutex.
     int handle_id = 0;

@@ -29,6 +29,7 @@ namespace {
 
 constexpr int kPushPeriodMs = 33;       // the page's state rate, about 30 Hz
 constexpr size_t kMaxBody = 16 * 1024;  // commands are small
+constexpr int kMaxBusy = 8;             // WebSocket commands running at once
 
 struct View {
     Live live;
@@ -137,6 +138,8 @@ std::pair<int, std::string> run_command(View& v, const std::string& body, const 
         if (!parse_jog_axis(axis_text, targets[0]->arm.info.arm_dof, axis) || (dir != "+" && dir != "-"))
             return {400, outcome(false, "jog needs an axis (1..7, x, y, z, rx, ry, rz) and a dir (+ or -)")};
         const double size = step_given > 0 && step_given <= axis.default_step * 4 ? step_given : axis.default_step;
+        std::unique_lock<std::mutex> one(targets[0]->jog_mutex, std::try_to_lock);
+        if (!one.owns_lock()) return {409, outcome(false, "this arm is still doing the last jog")};
         rc = v.live.command(*targets[0], [&](kx_robot_handle* h) { return jog_step(h, axis, dir == "+" ? size : -size, 20); });
     } else {
         return {400, outcome(false, "unknown action: stop, clear or jog (one arm)")};
@@ -222,6 +225,11 @@ int ws_data(mg_connection* c, int flags, char* text, size_t len, void* data) {
     if (opcode == MG_WEBSOCKET_OPCODE_CONNECTION_CLOSE) return 0;
     if (opcode != MG_WEBSOCKET_OPCODE_TEXT || len > kMaxBody) return 1;
     // A command may wait for a motion: run it off the connection's thread.
+    if (v.busy >= kMaxBusy) {
+        const std::string msg = "{\"reply\":" + outcome(false, "too many commands at once") + "}";
+        mg_websocket_write(c, MG_WEBSOCKET_OPCODE_TEXT, msg.data(), msg.size());
+        return 1;
+    }
     ++v.busy;
     std::thread([&v, c, body = std::string(text, len)] {
         const auto [status, reply] = run_command(v, body, nullptr);

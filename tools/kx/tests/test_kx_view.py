@@ -144,6 +144,12 @@ ws.onopen = () => ws.send(JSON.stringify({token: window.KX.token, arm: 2, action
 ws.onmessage = (m) => { const msg = JSON.parse(m.data); if (msg.reply) { ws.close(); done(msg.reply); } };""")
     assert reply == {"ok": True, "result": 0}
     assert state(url)["arms"][1]["joints"][0] == pytest.approx(5, abs=0.05)
+    # One jog of an arm at a time: a second one while the first runs is refused, not queued.
+    from concurrent.futures import ThreadPoolExecutor
+    jog = {"arm": 2, "action": "jog", "axis": "2", "dir": "+", "step": 10, "token": token}
+    with ThreadPoolExecutor(2) as pool:
+        codes = sorted(f.result()[0] for f in [pool.submit(post, url, jog) for _ in range(2)])
+    assert codes == [200, 409]
     assert post(url, {"arm": 9, "action": "stop", "token": token})[0] == 400
     assert post(url, {"arm": 1, "action": "dance", "token": token})[0] == 400
 
