@@ -313,6 +313,10 @@ void catch_interrupts() {
     sigemptyset(&sa.sa_mask);
     sigaction(SIGINT, &sa, nullptr);
     sigaction(SIGTERM, &sa, nullptr);
+    sigaction(SIGHUP, &sa, nullptr);
+    // A reader that goes away (kx watch | head) ends the loop like Ctrl-C,
+    // so the arms get their push configuration back.
+    std::signal(SIGPIPE, SIG_IGN);
 }
 
 void sleep_ms(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }

@@ -100,6 +100,19 @@ int run_move(const Args& a, Arm& arm, const char* label, const char* hint, const
     return kOk;
 }
 
+// The end of an action: {"done":true} (and the program id) with --json, else `text`.
+int print_done(const Args& a, const std::string& text, int id = 0) {
+    if (a.json) {
+        cJSON* o = cJSON_CreateObject();
+        cJSON_AddBoolToObject(o, "done", true);
+        if (id > 0) cJSON_AddNumberToObject(o, "id", id);
+        print_json(o);
+    } else if (!text.empty()) {
+        std::printf("%s\n", text.c_str());
+    }
+    return kOk;
+}
+
 cJSON* gripper_json(const kx_gripper_state_t& g) {
     cJSON* o = cJSON_CreateObject();
     cJSON_AddNumberToObject(o, "position", g.actpos);
@@ -265,14 +278,7 @@ int simple_set(const Args& a, int (*fn)(kx_robot_handle*), const char* what, con
     Arm arm = open_arm(a);
     const int rc = fn(arm.handle);
     if (rc != 0) return report(rc, arm, what);
-    if (a.json) {
-        cJSON* o = cJSON_CreateObject();
-        cJSON_AddBoolToObject(o, "done", true);
-        print_json(o);
-    } else {
-        std::printf("%s\n", done);
-    }
-    return kOk;
+    return print_done(a, done);
 }
 }  // namespace
 
@@ -307,12 +313,7 @@ int cmd_io(const Args& a) {
         Arm arm = open_arm(a);
         const int rc = kx_set_DO_state(arm.handle, channel, state);
         if (rc != 0) return report(rc, arm, "output change", "is the channel (1..4) set up as an output?");
-        if (a.json) {
-            cJSON* o = cJSON_CreateObject();
-            cJSON_AddBoolToObject(o, "done", true);
-            print_json(o);
-        }
-        return kOk;
+        return print_done(a, "");
     }
     throw UsageError{fmt("kx io ADDR get|set, not \"%s\"", what.c_str())};
 }
@@ -494,13 +495,7 @@ int cmd_program(const Args& a) {
             if (rc != 0)
                 return report(rc, arm, "program run", fmt("is there a program %d and is the arm idle?", id));
         }
-        if (a.json) {
-            cJSON* o = cJSON_CreateObject();
-            cJSON_AddBoolToObject(o, "done", true);
-            cJSON_AddNumberToObject(o, "id", id);
-            print_json(o);
-        }
-        return kOk;
+        return print_done(a, "", id);
     }
     throw UsageError{fmt("kx program ADDR upload FILE|list|run ID|delete ID, not \"%s\"", what.c_str())};
 }

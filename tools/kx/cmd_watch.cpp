@@ -54,7 +54,7 @@ int cmd_watch(const Args& a) {
     if (!live.wait_for_states(3000)) fail("no realtime state from some arm yet (shown as \"no data\")");
     const auto t0 = std::chrono::steady_clock::now();
     int lines = 0;
-    while (!g_interrupted) {
+    while (!g_interrupted && !std::ferror(stdout)) {
         if (a.json) {
             print_json(live.snapshot());
         } else {

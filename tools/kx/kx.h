@@ -106,7 +106,7 @@ private:
     std::chrono::steady_clock::time_point start_;
 };
 
-// Ctrl-C: set by SIGINT/SIGTERM once `catch_interrupts` ran.
+// Ctrl-C: set by SIGINT, SIGTERM or SIGHUP once `catch_interrupts` ran.
 extern std::atomic<bool> g_interrupted;
 void catch_interrupts();
 void sleep_ms(int ms);

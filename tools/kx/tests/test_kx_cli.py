@@ -78,11 +78,23 @@ def test_readings_equal_the_librarys(sim):
     assert kx_json("gripper", a1, "close")["done"] is True
     assert kx("gripper", a1, "open", "--no-wait").returncode == 0
 
-    # watch: the realtime push of both arms, one JSON object per refresh
+    def push_port():
+        cfg = kx_api.ffi.kx_realtime_push_config_t()
+        with library(a1) as arm:
+            arm.get_realtime_push(ctypes.byref(cfg))
+        return cfg.port, cfg.enable
+
+    # watch: the realtime push of both arms, one JSON object per refresh; the
+    # arms get their push configuration back, also when the reader goes away.
+    before = push_port()
+    r = subprocess.run(f"'{KX}' watch {a1} --json --interval 20 | head -n 1", shell=True, capture_output=True,
+                       text=True, timeout=30)
+    assert json.loads(r.stdout)["arms"][0]["address"] == a1
+    assert push_port() == before
     r = kx("watch", *sim, "--seconds", "0.5", "--interval", "100", "--json")
     assert r.returncode == 0, r.stderr
     snaps = [json.loads(line) for line in r.stdout.splitlines()]
-    assert len(snaps) >= 3
+    assert len(snaps) >= 3 and push_port() == before
     for got, addr in zip(snaps[-1]["arms"], sim):
         with library(addr) as arm:
             assert close(got["joints"], arm.joints())
