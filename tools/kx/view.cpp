@@ -3,6 +3,7 @@
 // GET  /               the page (three.js from the system's libjs-three)
 // GET  /api/state      the state of every arm as JSON
 // POST /api/command    {"token", "arm": ID|"all", "action": "stop"|"clear"|"jog", "axis", "dir", "step"}
+// POST /api/stop, /api/clear, /api/jog: the same, the action named by the path
 // WS   /ws?token=T     the state pushed about 30 times a second; accepts the same commands
 //
 // Every command carries the per-run token, which only a page served by this
@@ -12,6 +13,7 @@
 
 #include <civetweb.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -102,8 +104,10 @@ std::string outcome(bool ok, const std::string& error, int result = 0) {
 }
 
 // Runs one command from the page; returns the HTTP status and the reply.
-std::pair<int, std::string> run_command(View& v, const std::string& body, const char* header_token) {
-    cJSON* req = cJSON_ParseWithLength(body.data(), body.size());
+std::pair<int, std::string> run_command(View& v, const std::string& body, const char* header_token,
+                                        const std::string& path_action = "") {
+    cJSON* req = body.empty() && !path_action.empty() ? cJSON_CreateObject()
+                                                      : cJSON_ParseWithLength(body.data(), body.size());
     if (!req || !cJSON_IsObject(req)) {
         cJSON_Delete(req);
         return {400, outcome(false, "the command is not a JSON object")};
@@ -113,10 +117,13 @@ std::pair<int, std::string> run_command(View& v, const std::string& body, const 
         return cJSON_IsString(i) ? std::string(i->valuestring) : std::string();
     };
     const std::string token = header_token ? header_token : text("token");
-    const std::string action = text("action"), axis_text = text("axis"), dir = text("dir");
+    const std::string action = path_action.empty() ? text("action") : path_action;
+    const std::string axis_text = text("axis"), dir = text("dir");
     const cJSON* arm_item = cJSON_GetObjectItemCaseSensitive(req, "arm");
     const int arm_id = cJSON_IsNumber(arm_item) ? arm_item->valueint : 0;
-    const bool all = cJSON_IsString(arm_item) && !std::strcmp(arm_item->valuestring, "all");
+    // Stopping or clearing without naming an arm means every arm.
+    const bool all = (cJSON_IsString(arm_item) && !std::strcmp(arm_item->valuestring, "all")) ||
+                     (!arm_item && (action == "stop" || action == "clear"));
     const cJSON* step_item = cJSON_GetObjectItemCaseSensitive(req, "step");
     const double step_given = cJSON_IsNumber(step_item) ? step_item->valuedouble : 0;
     cJSON_Delete(req);
@@ -167,7 +174,9 @@ int on_http(mg_connection* c, void* data) {
         send(c, 403, "text/plain", "this view answers only to 127.0.0.1 or localhost\n");
         return 1;
     }
-    if (uri == "/api/command") {
+    static const std::string kActionPaths[] = {"/api/stop", "/api/clear", "/api/jog"};
+    const bool action_path = std::find(std::begin(kActionPaths), std::end(kActionPaths), uri) != std::end(kActionPaths);
+    if (uri == "/api/command" || action_path) {
         if (method != "POST") {
             send(c, 405, "application/json", outcome(false, "POST a command"));
             return 1;
@@ -179,7 +188,8 @@ int on_http(mg_connection* c, void* data) {
             send(c, 400, "application/json", outcome(false, "command too long"));
             return 1;
         }
-        const auto [status, reply] = run_command(v, body, mg_get_header(c, "X-KX-Token"));
+        const auto [status, reply] =
+            run_command(v, body, mg_get_header(c, "X-KX-Token"), action_path ? uri.substr(5) : std::string());
         send(c, status, "application/json", reply);
         return 1;
     }

@@ -49,8 +49,8 @@ def state(url):
     return json.loads(urllib.request.urlopen(url + "/api/state", timeout=5).read())
 
 
-def post(url, body, headers=None):
-    req = urllib.request.Request(url + "/api/command", data=json.dumps(body).encode(), method="POST",
+def post(url, body, headers=None, path="/api/command"):
+    req = urllib.request.Request(url + path, data=json.dumps(body).encode(), method="POST",
                                  headers=headers or {})
     try:
         with urllib.request.urlopen(req, timeout=10) as r:
@@ -116,6 +116,7 @@ def test_commands_need_the_token(view, browser):
     token = browser.execute_script("return window.KX.token")
     assert len(token) >= 16
     assert post(url, {"arm": 1, "action": "stop"})[0] == 403
+    assert post(url, {}, path="/api/stop")[0] == 403
     assert post(url, {"arm": 1, "action": "stop", "token": "0" * len(token)})[0] == 403
     assert post(url, {"arm": 1, "action": "stop"}, {"X-KX-Token": token[:-1] + "x"})[0] == 403
     # A page whose host name was rebound to this machine cannot read the token either.
@@ -137,6 +138,7 @@ ws.onopen = () => done('open'); ws.onerror = () => done('refused');""")
     # With the token, commands work: HTTP header, body, and over the WebSocket.
     assert post(url, {"arm": 2, "action": "clear"}, {"X-KX-Token": token}) == (200, {"ok": True, "result": 0})
     assert post(url, {"arm": "all", "action": "stop", "token": token})[0] == 200
+    assert post(url, {}, {"X-KX-Token": token}, path="/api/stop") == (200, {"ok": True, "result": 0})
     reply = browser.execute_async_script("""
 const done = arguments[arguments.length - 1];
 const ws = new WebSocket('ws://' + location.host + '/ws?token=' + window.KX.token);
