@@ -79,7 +79,8 @@ bool host_allowed(const View& v, const mg_connection* c) {
 
 void send(mg_connection* c, int status, const char* mime, const std::string& body) {
     const char* reason = status == 200 ? "OK" : status == 400 ? "Bad Request" : status == 403 ? "Forbidden"
-                       : status == 404 ? "Not Found" : status == 405 ? "Method Not Allowed" : "Error";
+                       : status == 404 ? "Not Found" : status == 405 ? "Method Not Allowed" : status == 409 ? "Conflict"
+                       : status == 504 ? "Gateway Timeout" : "Bad Gateway";
     mg_printf(c,
               "HTTP/1.1 %d %s\r\nContent-Type: %s\r\nContent-Length: %zu\r\nCache-Control: no-store\r\n"
               "X-Content-Type-Options: nosniff\r\nConnection: close\r\n\r\n",
@@ -151,8 +152,13 @@ std::pair<int, std::string> run_command(View& v, const std::string& body, const 
     } else {
         return {400, outcome(false, "unknown action: stop, clear or jog (one arm)")};
     }
-    if (rc != 0) return {409, outcome(false, fmt("the controller answered %d", rc), rc)};
-    return {200, outcome(true, "")};
+    switch (exit_code(rc)) {
+    case kOk: return {200, outcome(true, "")};
+    case kRefused: return {409, outcome(false, "the controller refused it (kx state shows its errors)", rc)};
+    case kNoConnection: return {502, outcome(false, "no connection to the controller", rc)};
+    case kTimeout: return {504, outcome(false, "no reply from the controller in time", rc)};
+    default: return {502, outcome(false, fmt("the controller's answer was not understood (%d)", rc), rc)};
+    }
 }
 
 std::string page(const View& v) {
