@@ -522,6 +522,7 @@ int cmd_teach(const Args& a) {
             sleep_ms(std::min(100, static_cast<int>((secs - t) * 1000) + 1));
         }
     }
+    g_interrupted = false;  // Ctrl-C ended the recording, which is still saved
     rc = kx_stop_drag_teach(arm.handle);
     if (rc != 0) return report(rc, arm, "end of drag teaching");
     int points = 0;

@@ -6,6 +6,7 @@ import json
 import os
 import pty
 import select
+import signal
 import socket
 import subprocess
 import time
@@ -290,3 +291,25 @@ def test_bash_completion():
     assert complete("kx", "program", "127.0.0.1", "") == ["upload", "list", "run", "delete"]
     assert complete("kx", "view", "127.0.0.1", "--r") == ["--read-only"]
     assert "AVEN" in complete("kx", "fk", "")
+
+
+def test_ctrl_c(sim, tmp_path):
+    a1 = sim[0]
+
+    def interrupted(*args):
+        proc = subprocess.Popen([KX, *map(str, args)], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        time.sleep(0.7)
+        proc.send_signal(signal.SIGINT)
+        out, err = proc.communicate(timeout=30)
+        return proc.returncode, out, err
+
+    # While waiting for a move: the arm is stopped short of its target.
+    code, _, err = interrupted("movej", a1, -150, 0, 0, 0, 0, 0, "--speed", 2)
+    assert code == 130 and "stopped" in err
+    first = kx_json("state", a1)["joints"][0]
+    time.sleep(0.3)
+    assert kx_json("state", a1)["joints"][0] == pytest.approx(first, abs=0.01) and first > -140
+    # While teaching: the recording ends early and is still saved.
+    path = tmp_path / "short.txt"
+    code, out, _ = interrupted("teach", a1, "record", path, "--seconds", 60, "--json")
+    assert code == 0 and json.loads(out)["points"] == len(path.read_bytes().splitlines()) > 0
