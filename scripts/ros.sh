@@ -6,6 +6,8 @@
 # makes `rosrun kx_driver ...` and `roslaunch kx_driver ...` work.
 #   scripts/ros.sh          build
 #   scripts/ros.sh test     build, then run the packages' tests (gtest + rostest)
+#   scripts/ros.sh bench    build, then measure datagram-to-subscriber latency and
+#                           driver CPU with 1 and with 10 arms (a private roscore)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -29,9 +31,23 @@ catkin=(catkin_make -C "$root/build/ros" --source "$root/ros" -DCMAKE_BUILD_TYPE
         -DCMAKE_CXX_COMPILER=g++ "${launcher[@]}" -j"$jobs")
 "${ros_env[@]}" "${catkin[@]}"
 
-if [ "${1:-}" = test ]; then
-  # The tests start their own roscore on a free port: never a master someone else uses.
-  export ROS_MASTER_URI=http://127.0.0.1:$((11411 + RANDOM % 500))
-  "${ros_env[@]}" "${catkin[@]}" run_tests
-  "${ros_env[@]}" catkin_test_results "$root/build/ros/test_results"
-fi
+# A master of our own on a free port, never one someone else uses.
+master_port=$(/usr/bin/python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+export ROS_MASTER_URI=http://127.0.0.1:$master_port ROS_HOME=$root/build/ros/home
+
+case "${1:-}" in
+  test)
+    rm -rf build/ros/build/test_results
+    "${ros_env[@]}" "${catkin[@]}" run_tests
+    "${ros_env[@]}" catkin_test_results "$root/build/ros/build/test_results" ;;
+  bench)
+    "${ros_env[@]}" bash -c "source build/ros/devel/setup.bash && exec roscore -p $master_port" >/dev/null 2>&1 &
+    core=$!
+    trap 'kill -INT $core; wait $core' EXIT
+    for arms in 1 10; do
+      "${ros_env[@]}" bash -c "source build/ros/devel/setup.bash && \
+        until rosnode list >/dev/null 2>&1; do sleep 0.2; done && \
+        build/ros/devel/lib/kx_driver/kx_latency_bench --kx-sim build/kx_sim --arms $arms --seconds 10" 2>/dev/null |
+        grep '^arms'
+    done ;;
+esac

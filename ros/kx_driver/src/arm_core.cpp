@@ -268,35 +268,51 @@ bool ArmCore::connect_once(std::string& why) {
     };
 
     // Realtime push to this process, with joint speeds and the arm's activity.
-    const int push_port = config_.push_port > 0 ? config_.push_port : udp_port_;
+    // The library listens on the port the controller pushes to, so the
+    // controller is first pointed at ours.
     const std::string push_ip = local_address_towards(config_.ip, config_.port);
     kx_realtime_push_config_t cur{};
-    int rc = kx_get_realtime_push(h, &cur);
-    if (rc != 0) return fail("reading the realtime push configuration", rc);
-    cur.ip[sizeof cur.ip - 1] = '\0';
-    if (!(cur.enable && cur.port == push_port && cur.cycle == config_.push_cycle_ms && push_ip == cur.ip &&
-          cur.custom_config.joint_speed == 1 && cur.custom_config.arm_current_status == 1)) {
+    auto pushes_to = [&](int port) {
+        cur = kx_realtime_push_config_t{};
+        if (kx_get_realtime_push(h, &cur) != 0) return false;
+        cur.ip[sizeof cur.ip - 1] = '\0';
+        return cur.enable && cur.port == port && cur.cycle == config_.push_cycle_ms && push_ip == cur.ip &&
+               cur.custom_config.joint_speed == 1 && cur.custom_config.arm_current_status == 1;
+    };
+    auto push_to = [&](int port) {
         kx_realtime_push_config_t want{};
         want.cycle = config_.push_cycle_ms;
         want.enable = true;
-        want.port = push_port;
+        want.port = port;
         want.force_coordinate = -1;
         std::snprintf(want.ip, sizeof want.ip, "%s", push_ip.c_str());
         want.custom_config = {1, -1, -1, -1, 1, -1};
-        rc = kx_set_realtime_push(h, want);
+        return kx_set_realtime_push(h, want);
+    };
+    if (!pushes_to(udp_port_)) {
+        const bool listened_elsewhere = cur.enable && cur.port != udp_port_;
+        const int rc = push_to(udp_port_);
         if (rc != 0) return fail("configuring the realtime push", rc);
         // The connection still listens on the controller's former push port;
         // a fresh one listens on ours only, so no other arm's state reaches us.
-        if (cur.enable && cur.port != udp_port_) {
+        if (listened_elsewhere) {
             kx_delete_robot_arm(h);
             if (!(h = create())) return false;
         }
+    }
+    // Behind a relay the controller pushes to the relay, which forwards to us.
+    // (The library also tries to listen on the relay's port, which may be
+    // taken here: what counts is that the controller took the setting.)
+    if (config_.push_port > 0 && config_.push_port != udp_port_ && !pushes_to(config_.push_port)) {
+        push_to(config_.push_port);
+        if (!pushes_to(config_.push_port)) return fail("configuring the realtime push to the relay", -1);
     }
 
     ArmModel m;
     kx_robot_info_t info{};
     float lo[7] = {}, hi[7] = {}, speed[7] = {};
     kx_frame_t tool{}, work{};
+    int rc;
     if ((rc = kx_get_robot_info(h, &info)) != 0) return fail("reading the arm model", rc);
     if ((rc = kx_get_joint_min_pos(h, lo)) != 0) return fail("reading the joint limits", rc);
     if ((rc = kx_get_joint_max_pos(h, hi)) != 0) return fail("reading the joint limits", rc);
