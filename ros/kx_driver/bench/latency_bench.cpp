@@ -46,7 +46,7 @@ struct Arm {
     sockaddr_in driver{};
     pid_t pid = 0;
     std::mutex m;
-    std::map<int, Clock::time_point> sent;  // sequence -> relay time
+    std::map<int, std::pair<Clock::time_point, bool>> sent;  // sequence -> relay time, within the window
     int seq = 0;
     std::vector<double> latency_us;
     std::atomic<bool> measuring{false};
@@ -188,8 +188,8 @@ int main(int argc, char** argv) {
                 std::lock_guard lock(a->m);
                 const auto it = a->sent.find(seq);
                 if (it == a->sent.end()) return;
-                if (a->measuring) {
-                    a->latency_us.push_back(std::chrono::duration<double, std::micro>(now - it->second).count());
+                if (it->second.second) {
+                    a->latency_us.push_back(std::chrono::duration<double, std::micro>(now - it->second.first).count());
                     ++a->received;
                 }
                 a->sent.erase(a->sent.begin(), std::next(it));
@@ -217,7 +217,7 @@ int main(int argc, char** argv) {
                     std::lock_guard lock(a.m);
                     seq = a.seq = (a.seq + 1) % kSeqModulo;
                     if (a.sent.size() > 10000) a.sent.clear();
-                    a.sent[seq] = t;
+                    a.sent[seq] = {t, a.measuring.load()};
                     if (a.measuring) ++a.forwarded;
                 }
                 if (stamp(d, seq))
@@ -245,19 +245,20 @@ int main(int argc, char** argv) {
     std::this_thread::sleep_for(std::chrono::seconds(seconds));
     for (auto& a : fleet) a->measuring = false;
     const double wall = std::chrono::duration<double>(Clock::now() - t0).count();
-    std::vector<double> all;
     double cpu = 0;
+    for (size_t i = 0; i < fleet.size(); ++i) cpu += cpu_seconds(fleet[i]->pid) - cpu0[i];
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));  // the last ones on their way
+    std::vector<double> all;
     unsigned long forwarded = 0, received = 0;
     for (size_t i = 0; i < fleet.size(); ++i) {
         std::lock_guard lock(fleet[i]->m);
         all.insert(all.end(), fleet[i]->latency_us.begin(), fleet[i]->latency_us.end());
         forwarded += fleet[i]->forwarded;
         received += fleet[i]->received;
-        cpu += cpu_seconds(fleet[i]->pid) - cpu0[i];
     }
-    std::printf("arms %d  datagrams %lu  joint_states %lu (%.1f %%)  latency p50 %.0f us  p99 %.0f us  max %.0f us"
+    std::printf("arms %d  %.0f s  datagrams %lu  joint_states %lu (%.1f %%)  latency p50 %.0f us  p99 %.0f us  max %.0f us"
                 "  driver CPU per arm %.1f %% of a core\n",
-                arms, forwarded, received, forwarded ? 100.0 * received / forwarded : 0.0, percentile(all, 0.5),
+                arms, wall, forwarded, received, forwarded ? 100.0 * received / forwarded : 0.0, percentile(all, 0.5),
                 percentile(all, 0.99), all.empty() ? NAN : *std::max_element(all.begin(), all.end()),
                 100.0 * cpu / wall / arms);
 
