@@ -472,8 +472,11 @@ Result ArmCore::stream_joints(const std::vector<double>& q, double dt) {
     std::vector<double> from(now.position.begin(), now.position.begin() + now.dof);
     std::string why;
     if (!within_limits(limits(""), from, q, dt, &why)) return {-1, "stream refused: " + why};
+    return send_joint_target(q);
+}
+
+Result ArmCore::send_joint_target(const std::vector<double>& q) {
     auto deg = to_degrees(q);
-    last_stream_ns_ = Clock::now().time_since_epoch().count();
     return call("stream", [&](kx_robot_handle* h) {
         kx_movej_canfd_mode_t m{};
         m.joint = deg.data();
@@ -501,7 +504,6 @@ Result ArmCore::stream_pose(const std::array<double, 7>& pose, double dt) {
     for (int i = 0; i < now.dof; ++i) q[i] = out[i] * kDeg;
     std::string why;
     if (!within_limits(limits(""), from, q, dt, &why)) return {-1, "stream refused: " + why};
-    last_stream_ns_ = Clock::now().time_since_epoch().count();
     return call("stream", [&](kx_robot_handle* h) {
         kx_movep_canfd_mode_t m{};
         m.pose = target;
@@ -517,6 +519,8 @@ Execution ArmCore::execute(const Trajectory& trajectory, const std::vector<doubl
     const double period = config_.push_cycle_ms / 1000.0;
     const auto step = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(period));
     const int report_every = std::max(1, static_cast<int>(0.05 / period));
+    const Execution lost{Outcome::kConnectionLost, "aborted: the connection to the controller was lost"};
+    const Execution cancel{Outcome::kCancelled, "cancelled: the arm was stopped"};
     Progress p;
     ArmSample first;
     const size_t errors_at_start = latest(first) ? first.errors.size() : 0;
@@ -527,19 +531,12 @@ Execution ArmCore::execute(const Trajectory& trajectory, const std::vector<doubl
         const double t = std::min(k * period, trajectory.duration());
         if (cancelled()) {
             stop_arm();
-            return {Outcome::kCancelled, "cancelled: the arm was stopped"};
+            return cancel;
         }
-        if (!up_.load()) return {Outcome::kConnectionLost, "aborted: the connection to the controller was lost"};
+        if (!up_.load()) return lost;
         trajectory.sample(t, p.desired_position, p.desired_velocity);
-        auto deg = to_degrees(p.desired_position);
-        const Result r = call("stream", [&](kx_robot_handle* h) {
-            kx_movej_canfd_mode_t m{};
-            m.joint = deg.data();
-            return kx_movej_canfd(h, m);
-        });
         // A streamed target has no reply: a failure is a failed send, the connection is gone.
-        if (!r.ok()) return {Outcome::kConnectionLost, "aborted: the connection to the controller was lost"};
-        last_stream_ns_ = Clock::now().time_since_epoch().count();
+        if (!send_joint_target(p.desired_position).ok()) return lost;
         if (k % report_every == 0 || t >= trajectory.duration()) {
             p.time = t;
             if (latest(p.actual)) {
@@ -562,11 +559,11 @@ Execution ArmCore::execute(const Trajectory& trajectory, const std::vector<doubl
     for (auto since = Clock::now(); Clock::now() < deadline; since = Clock::now()) {
         if (cancelled()) {
             stop_arm();
-            return {Outcome::kCancelled, "cancelled: the arm was stopped"};
+            return cancel;
         }
         ArmSample s;
         if (!wait_sample(since, std::chrono::milliseconds(200), s)) {
-            if (!up_.load()) return {Outcome::kConnectionLost, "aborted: the connection to the controller was lost"};
+            if (!up_.load()) return lost;
             continue;
         }
         worst.clear();

@@ -122,7 +122,6 @@ public:
     // ---- ArmCore::Listener ----
     void on_connected(const ArmModel& model) override {
         std::lock_guard lock(model_mutex_);
-        model_ = model;
         std::vector<std::string> names;
         for (int i = 0; i < model.dof; ++i) names.push_back(prefix_ + "joint_" + std::to_string(i + 1));
         joint_names_ = names;
@@ -431,8 +430,7 @@ private:
     ros::WallTimer diag_timer_;
     std::unique_ptr<Server> server_;
 
-    std::mutex model_mutex_;
-    ArmModel model_;
+    std::mutex model_mutex_;  // joint names and the wrench publisher, set at each connection
     std::vector<std::string> joint_names_;
 
     std::mutex diag_mutex_;

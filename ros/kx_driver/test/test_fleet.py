@@ -5,6 +5,7 @@ processes (5 + 5, mixed 6- and 7-joint models), one driver node per arm.
 The test starts the simulators itself, so that it can kill and restart one.
 Every wait is on a condition with a generous deadline, never a fixed sleep.
 """
+import collections
 import math
 import os
 import signal
@@ -47,25 +48,31 @@ def wait_for(cond, timeout, what):
 class Arm(object):
     """What one driver publishes, as seen by a subscriber."""
 
-    def __init__(self, ns):
+    def __init__(self, ns, with_pose):
         self.ns = ns
         self.lock = threading.Lock()
         self.count = 0
         self.joints = None
+        self.stamps = collections.deque(maxlen=4000)  # reception stamps of the last 20 s
         self.history = []  # (stamp, positions) while recording
         self.recording = False
         self.pose = None
-        self.diag = None
-        rospy.Subscriber("/%s/joint_states" % ns, JointState, self._on_joints, queue_size=500,
+        rospy.Subscriber("/%s/joint_states" % ns, JointState, self._on_joints, queue_size=2000,
                          tcp_nodelay=True)
-        rospy.Subscriber("/%s/tool_pose" % ns, PoseStamped, self._on_pose, queue_size=10)
+        if with_pose:
+            rospy.Subscriber("/%s/tool_pose" % ns, PoseStamped, self._on_pose, queue_size=10)
 
     def _on_joints(self, m):
         with self.lock:
             self.count += 1
             self.joints = m
+            self.stamps.append(m.header.stamp.to_sec())
             if self.recording:
                 self.history.append((m.header.stamp.to_sec(), list(m.position)))
+
+    def published_between(self, t0, t1):
+        with self.lock:
+            return sum(1 for t in self.stamps if t0 <= t < t1)
 
     def _on_pose(self, m):
         self.pose = m
@@ -86,7 +93,8 @@ class FleetTest(unittest.TestCase):
         rospy.init_node("test_fleet")
         cls.sim_path = rospy.get_param("~kx_sim")
         cls.sims = [cls.start_sim(i) for i in range(len(SIMS))]
-        cls.arms = {ns: Arm(ns) for ns in ARMS}
+        # tool_pose only where a test reads it: the subscriber's own load stays small.
+        cls.arms = {ns: Arm(ns, ns in ("arm1", "arm3", "arm6", "arm9")) for ns in ARMS}
         cls.diag = {}
         rospy.Subscriber("/diagnostics", DiagnosticArray, cls.on_diag, queue_size=100)
         cls.tf = tf2_ros.Buffer()
@@ -129,13 +137,14 @@ class FleetTest(unittest.TestCase):
     # ---- tests, run in name order ----
 
     def test_1_rates_names_description(self):
+        # Counted by the drivers' reception stamps, so that this process's own
+        # delays do not count against them.
         arms = self.arms.values()
-        start = {a.ns: a.count for a in arms}
-        t0 = time.monotonic()
-        wait_for(lambda: time.monotonic() - t0 > 3.0, 10, "a 3 s window")
-        dt = time.monotonic() - t0
+        t0 = rospy.Time.now().to_sec() + 0.5
+        window = 4.0
+        wait_for(lambda: all(a.stamps and a.stamps[-1] > t0 + window + 0.2 for a in arms), 30, "a 4 s window")
         for a in arms:
-            rate = (a.count - start[a.ns]) / dt
+            rate = a.published_between(t0, t0 + window) / window
             self.assertGreaterEqual(rate, 0.95 * PUSH_HZ, "%s joint_states at %.1f Hz" % (a.ns, rate))
             dof = DOF[self.model(a.ns)]
             names = ["%s_joint_%d" % (a.ns, i + 1) for i in range(dof)]

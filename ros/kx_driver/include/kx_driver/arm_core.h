@@ -156,6 +156,7 @@ private:
     bool healthy();
     template <class F>
     Result call(const char* what, F&& f);
+    Result send_joint_target(const std::vector<double>& q);  // rad, unchecked
 
     const ArmConfig config_;
     Listener& listener_;
@@ -174,7 +175,6 @@ private:
     std::string last_failure_;
 
     std::atomic<uint64_t> samples_{0}, reconnects_{0};
-    std::atomic<int64_t> last_stream_ns_{0};  // steady time of the last streamed target
     std::atomic<bool> running_{false};
     std::mutex wake_mutex_;
     std::condition_variable wake_cv_;
