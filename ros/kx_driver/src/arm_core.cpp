@@ -513,7 +513,7 @@ Result ArmCore::stream_pose(const std::array<double, 7>& pose, double dt) {
 
 // ---- trajectories --------------------------------------------------------------
 
-Execution ArmCore::execute(const Trajectory& trajectory, const std::vector<double>& goal_tolerance, double settle,
+Execution ArmCore::execute(const Trajectory& trajectory, const Tolerances& tolerances,
                            const std::function<bool()>& cancelled,
                            const std::function<void(const Progress&)>& progress) {
     const double period = config_.push_cycle_ms / 1000.0;
@@ -524,6 +524,7 @@ Execution ArmCore::execute(const Trajectory& trajectory, const std::vector<doubl
     Progress p;
     ArmSample first;
     const size_t errors_at_start = latest(first) ? first.errors.size() : 0;
+    std::vector<double> before = trajectory.points.front().position;  // the target sent one step earlier
     auto next = Clock::now();
     // Time advances one period per step even when a step is late, so no
     // target is ever farther from the last than the checked speed allows.
@@ -544,16 +545,28 @@ Execution ArmCore::execute(const Trajectory& trajectory, const std::vector<doubl
                 if (p.actual.errors.size() > errors_at_start)
                     return {Outcome::kRefused, "aborted: the controller reports error " +
                                                    std::to_string(p.actual.errors.back())};
+                // The arm may not have applied the newest target yet: the nearer of the last two counts.
+                for (size_t j = 0; j < p.desired_position.size() && j < tolerances.path.size(); ++j) {
+                    const double off = std::min(std::fabs(p.actual.position[j] - p.desired_position[j]),
+                                                std::fabs(p.actual.position[j] - before[j]));
+                    if (tolerances.path[j] > 0 && off > tolerances.path[j]) {
+                        stop_arm();
+                        return {Outcome::kPathTolerance, "path tolerance violated: joint " + std::to_string(j + 1) +
+                                                             " is " + std::to_string(off) +
+                                                             " rad off its path; the arm was stopped"};
+                    }
+                }
                 progress(p);
             }
         }
+        before = p.desired_position;
         if (t >= trajectory.duration()) break;
         next += step;
         std::this_thread::sleep_until(next);
     }
     // The last target is streamed; the arm has it once a datagram says so.
     const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                             std::chrono::duration<double>(std::max(settle, 0.1)));
+                                             std::chrono::duration<double>(std::max(tolerances.settle, 0.1)));
     const std::vector<double>& goal = trajectory.points.back().position;
     std::string worst;
     for (auto since = Clock::now(); Clock::now() < deadline; since = Clock::now()) {
@@ -568,7 +581,7 @@ Execution ArmCore::execute(const Trajectory& trajectory, const std::vector<doubl
         }
         worst.clear();
         for (size_t j = 0; j < goal.size(); ++j) {
-            const double tol = j < goal_tolerance.size() && goal_tolerance[j] > 0 ? goal_tolerance[j] : 0.01;
+            const double tol = j < tolerances.goal.size() && tolerances.goal[j] > 0 ? tolerances.goal[j] : 0.01;
             if (std::fabs(s.position[j] - goal[j]) > tol)
                 worst = "joint " + std::to_string(j + 1) + " is " + std::to_string(s.position[j] - goal[j]) +
                         " rad from its goal";

@@ -360,20 +360,29 @@ private:
             return reject(check.error == TrajectoryError::kInvalidJoints ? Result_::INVALID_JOINTS
                                                                           : Result_::INVALID_GOAL,
                           check.message);
-        std::vector<double> tol(limits.names.size(), 0.0);
-        for (const auto& t : goal->goal_tolerance)
-            for (size_t j = 0; j < limits.names.size(); ++j)
-                if (t.name == limits.names[j]) tol[j] = t.position;
-        const double settle = goal->goal_time_tolerance.toSec() > 0 ? goal->goal_time_tolerance.toSec() : 1.0;
+        Tolerances tol;
+        auto per_joint = [&](const std::vector<kx_msgs::JointTolerance>& given) {
+            std::vector<double> out(limits.names.size(), 0.0);
+            for (const auto& t : given)
+                for (size_t j = 0; j < limits.names.size(); ++j)
+                    if (t.name == limits.names[j]) out[j] = t.position;
+            return out;
+        };
+        tol.path = per_joint(goal->path_tolerance);
+        tol.goal = per_joint(goal->goal_tolerance);
+        if (goal->goal_time_tolerance.toSec() > 0) tol.settle = goal->goal_time_tolerance.toSec();
+        const ros::Time start = goal->trajectory.header.stamp;
 
         cancel_active(true);  // a new goal replaces the one running
         std::lock_guard lock(goal_mutex_);
         g.setAccepted();
         active_ = g;
         cancel_ = false;
-        executor_ = std::thread([this, g, traj, tol, settle, names = limits.names]() mutable {
+        executor_ = std::thread([this, g, traj, tol, start, names = limits.names]() mutable {
+            // A stamped trajectory starts at its stamp (zero: now).
+            while (!cancel_ && ros::ok() && ros::Time::now() < start) ros::WallDuration(0.005).sleep();
             const Execution e = core_.execute(
-                traj, tol, settle, [this] { return cancel_.load(); },
+                traj, tol, [this] { return cancel_.load(); },
                 [&](const Progress& p) {
                     kx_msgs::FollowJointTrajectoryFeedback f;
                     f.header.stamp = ros::Time::now();
@@ -396,6 +405,10 @@ private:
             case Outcome::kCancelled: r.error_code = Result_::SUCCESSFUL; g.setCanceled(r, e.message); break;
             case Outcome::kConnectionLost: r.error_code = Result_::CONNECTION_LOST; g.setAborted(r, e.message); break;
             case Outcome::kRefused: r.error_code = Result_::CONTROLLER_REFUSED; g.setAborted(r, e.message); break;
+            case Outcome::kPathTolerance:
+                r.error_code = Result_::PATH_TOLERANCE_VIOLATED;
+                g.setAborted(r, e.message);
+                break;
             case Outcome::kGoalTolerance:
                 r.error_code = Result_::GOAL_TOLERANCE_VIOLATED;
                 g.setAborted(r, e.message);

@@ -72,7 +72,13 @@ struct Result {
 enum class Link { kDown, kUp };
 
 // How a trajectory execution ended.
-enum class Outcome { kSucceeded, kCancelled, kConnectionLost, kRefused, kGoalTolerance };
+enum class Outcome { kSucceeded, kCancelled, kConnectionLost, kRefused, kPathTolerance, kGoalTolerance };
+
+// Per joint, rad; 0 or missing: the default (none on the path, 0.01 rad at the goal).
+struct Tolerances {
+    std::vector<double> path, goal;
+    double settle = 1.0;  // s allowed after the last point for the joints to reach the goal
+};
 
 struct Execution {
     Outcome outcome = Outcome::kSucceeded;
@@ -140,10 +146,11 @@ public:
 
     // The arm's joint names, limits and speeds, for trajectory checks.
     JointLimits limits(const std::string& prefix) const;
-    // Streams `trajectory` at the push period, then waits up to `settle` s for
-    // every joint to be within `goal_tolerance` (rad, per joint) of the last
-    // point. `cancelled` is polled every step; a cancel stops the arm.
-    Execution execute(const Trajectory& trajectory, const std::vector<double>& goal_tolerance, double settle,
+    // Streams `trajectory` at the push period, stopping the arm if a joint
+    // strays beyond its path tolerance, then waits up to `settle` s for every
+    // joint to be within its goal tolerance of the last point. `cancelled` is
+    // polled every step; a cancel stops the arm.
+    Execution execute(const Trajectory& trajectory, const Tolerances& tolerances,
                       const std::function<bool()>& cancelled, const std::function<void(const Progress&)>& progress);
 
     // The callback of the library's realtime push (process-wide: one per arm address).
