@@ -33,7 +33,8 @@ catkin=(catkin_make -C "$root/build/ros" --source "$root/ros" -DCMAKE_BUILD_TYPE
 
 # A master of our own on a free port, never one someone else uses.
 master_port=$(/usr/bin/python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
-export ROS_MASTER_URI=http://127.0.0.1:$master_port ROS_HOME=$root/build/ros/home
+export ROS_MASTER_URI=http://127.0.0.1:$master_port ROS_IP=127.0.0.1 ROS_HOME=$root/build/ros/home
+unset ROS_HOSTNAME  # ROS_IP: every node of the tests and the bench talks over loopback only
 
 case "${1:-}" in
   test)

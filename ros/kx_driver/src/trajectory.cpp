@@ -7,6 +7,8 @@
 namespace kx_driver {
 namespace {
 
+constexpr double kMaxDuration = 3600;  // s: every step is checked before the goal is accepted
+
 bool finite(const std::vector<double>& v) {
     return std::all_of(v.begin(), v.end(), [](double x) { return std::isfinite(x); });
 }
@@ -43,8 +45,10 @@ void Trajectory::sample(double t, std::vector<double>& pos, std::vector<double>&
         vel = points.back().velocity.empty() ? std::vector<double>(n, 0.0) : points.back().velocity;
         return;
     }
-    size_t k = 1;
-    while (k < points.size() - 1 && points[k].time < t) ++k;
+    // The first point at or after t (binary search: goals may have many points).
+    const auto after = std::lower_bound(points.begin() + 1, points.end() - 1, t,
+                                        [](const TrajectoryPoint& p, double time) { return p.time < time; });
+    const size_t k = static_cast<size_t>(after - points.begin());
     const TrajectoryPoint& a = points[k - 1];
     const TrajectoryPoint& b = points[k];
     const double h = b.time - a.time, s = (t - a.time) / h;
@@ -134,6 +138,8 @@ TrajectoryCheck prepare_trajectory(const std::vector<std::string>& goal_names,
         last = p.time;
         out.points.push_back(std::move(p));
     }
+    if (out.duration() > kMaxDuration)
+        return fail(TrajectoryError::kInvalidGoal, "the trajectory lasts longer than an hour");
     // Fill the velocities the goal left out.
     auto& pts = out.points;
     for (size_t k = 1; k < pts.size(); ++k) {

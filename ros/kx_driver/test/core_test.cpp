@@ -66,6 +66,7 @@ TEST(Trajectory, RejectsBeforeAnythingMoves) {
         {{"a", "b", "c"}, {{0, {0.5, 0, 0}, {}}}, TrajectoryError::kInvalidGoal, "not where the arm is"},
         {{"a", "b", "c"}, {{1, {NAN, 0, 0}, {}}}, TrajectoryError::kInvalidGoal, "finite"},
         {{"a", "b", "c"}, {{1, {0, 0, 0}, {1, 2}}}, TrajectoryError::kInvalidGoal, "finite"},
+        {{"a", "b", "c"}, {{1e12, {0, 0, 0}, {}}}, TrajectoryError::kInvalidGoal, "longer than an hour"},
     };
     for (const Case& c : cases) {
         const auto check = prepare_trajectory(c.names, c.points, l, here, 0.005, t);
