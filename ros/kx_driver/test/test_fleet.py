@@ -21,8 +21,8 @@ import rostest
 import tf2_ros
 from actionlib_msgs.msg import GoalStatus
 from diagnostic_msgs.msg import DiagnosticArray, DiagnosticStatus
-from geometry_msgs.msg import PoseStamped
-from kx_msgs.msg import FollowJointTrajectoryAction, FollowJointTrajectoryGoal, FollowJointTrajectoryResult
+from geometry_msgs.msg import PoseStamped, WrenchStamped
+from kx_msgs.msg import ArmState, FollowJointTrajectoryAction, FollowJointTrajectoryGoal, FollowJointTrajectoryResult
 from kx_msgs.srv import Gripper, MoveJoint, MoveLine, SetDigitalOutput
 from sensor_msgs.msg import JointState
 from std_srvs.srv import Trigger
@@ -152,11 +152,19 @@ class FleetTest(unittest.TestCase):
             urdf = ET.fromstring(rospy.get_param("/%s/robot_description" % a.ns))
             revolute = [j.get("name") for j in urdf.findall("joint") if j.get("type") == "revolute"]
             self.assertEqual(revolute, names)
-        # Only arms with a force sensor publish a wrench.
+        # Only arms with a force sensor publish a wrench: arm2 a six-axis one, arm3 Fz only.
         topics = dict(rospy.get_published_topics())
-        self.assertIn("/arm2/wrench", topics)
         self.assertIn("/arm9/wrench", topics)
         self.assertNotIn("/arm1/wrench", topics)
+        w = rospy.wait_for_message("/arm2/wrench", WrenchStamped, 10)
+        self.assertEqual(w.header.frame_id, "arm2_tool0")
+        w = rospy.wait_for_message("/arm3/wrench", WrenchStamped, 10)
+        self.assertEqual((w.wrench.force.x, w.wrench.force.y, w.wrench.torque.z), (0.0, 0.0, 0.0))
+        state = rospy.wait_for_message("/arm6/arm_state", ArmState, 10)
+        self.assertTrue(state.connected)
+        self.assertEqual(list(state.joint_names), ["arm6_joint_%d" % (i + 1) for i in range(7)])
+        self.assertEqual(len(state.joint_enabled), 7)
+        self.assertEqual(state.trajectory_state_name, "idle")
         wait_for(lambda: all(self.level(ns) == DiagnosticStatus.OK for ns in ARMS), 10, "diagnostics OK")
 
     def test_2_tf_matches_tool_pose(self):
@@ -308,6 +316,8 @@ class FleetTest(unittest.TestCase):
         self.assertEqual(r.code, 0)
         r = arm.srv("gripper", Gripper)(position=300, force=0, wait=True)
         self.assertTrue(r.success, r.message)
+        r = arm.srv("gripper", Gripper)(position=0, force=200, wait=True)  # close on whatever is there
+        self.assertTrue(r.success, r.message)
         r = arm.srv("gripper", Gripper)(position=0, force=0, wait=False)
         self.assertFalse(r.success)
         self.assertNotEqual(r.code, 0)
@@ -336,6 +346,8 @@ class FleetTest(unittest.TestCase):
         client.send_goal(g)
         wait_for(lambda: abs(self.arms["arm7"].position()[0] - q0[0]) > 0.01, 10, "arm7 moving")
 
+        states = []
+        sub = rospy.Subscriber("/arm6/arm_state", ArmState, states.append, queue_size=100)
         self.sims[1].send_signal(signal.SIGKILL)
         self.sims[1].wait(10)
         self.assertTrue(client.wait_for_result(rospy.Duration(15)))
@@ -348,6 +360,9 @@ class FleetTest(unittest.TestCase):
         n = watched.count
         wait_for(lambda: watched.count > n + 100, 20, "arm6 joint_states after the restart")
         wait_for(lambda: self.level("arm6") == DiagnosticStatus.OK, 10, "arm6 diagnostics OK again")
+        sub.unregister()
+        self.assertIn(False, [m.connected for m in states])  # arm_state said so while it was away
+        self.assertTrue(states[-1].connected)
         self.move_joint("arm6", [0.2] * 7, speed=80)
         wait_for(lambda: abs(watched.position()[0] - 0.2) < 1e-3, 10, "arm6 moving after the restart")
 
