@@ -428,7 +428,11 @@ Result ArmCore::call(const char* what, F&& f) {
     return {code, std::string(what) + ": " + describe(code)};
 }
 
-Result ArmCore::stop_arm() { return call("stop", [](kx_robot_handle* h) { return kx_set_arm_stop(h); }); }
+Result ArmCore::stop_arm() {
+    std::lock_guard lock(motion_mutex_);
+    ++stops_;
+    return call("stop", [](kx_robot_handle* h) { return kx_set_arm_stop(h); });
+}
 Result ArmCore::pause() { return call("pause", [](kx_robot_handle* h) { return kx_set_arm_pause(h); }); }
 Result ArmCore::resume() { return call("resume", [](kx_robot_handle* h) { return kx_set_arm_continue(h); }); }
 Result ArmCore::clear_errors() {
@@ -521,6 +525,12 @@ Execution ArmCore::execute(const Trajectory& trajectory, const Tolerances& toler
     const int report_every = std::max(1, static_cast<int>(0.05 / period));
     const Execution lost{Outcome::kConnectionLost, "aborted: the connection to the controller was lost"};
     const Execution cancel{Outcome::kCancelled, "cancelled: the arm was stopped"};
+    const Execution stopped{Outcome::kStopped, "aborted: a stop request halted the arm"};
+    uint64_t stops_at_start;
+    {
+        std::lock_guard lock(motion_mutex_);
+        stops_at_start = stops_;
+    }
     Progress p;
     ArmSample first;
     const size_t errors_at_start = latest(first) ? first.errors.size() : 0;
@@ -536,8 +546,12 @@ Execution ArmCore::execute(const Trajectory& trajectory, const Tolerances& toler
         }
         if (!up_.load()) return lost;
         trajectory.sample(t, p.desired_position, p.desired_velocity);
-        // A streamed target has no reply: a failure is a failed send, the connection is gone.
-        if (!send_joint_target(p.desired_position).ok()) return lost;
+        {
+            std::lock_guard lock(motion_mutex_);
+            if (stops_ != stops_at_start) return stopped;
+            // A streamed target has no reply: a failure is a failed send, the connection is gone.
+            if (!send_joint_target(p.desired_position).ok()) return lost;
+        }
         if (k % report_every == 0 || t >= trajectory.duration()) {
             p.time = t;
             if (latest(p.actual)) {

@@ -77,10 +77,10 @@ public:
         state_pub_ = nh_.advertise<kx_msgs::ArmState>("arm_state", 10, true);
         diag_pub_ = nh_.advertise<diagnostic_msgs::DiagnosticArray>("/diagnostics", 10);
 
-        services_.push_back(trigger("stop", &ArmCore::stop_arm, true));
-        services_.push_back(trigger("pause", &ArmCore::pause, false));
-        services_.push_back(trigger("resume", &ArmCore::resume, false));
-        services_.push_back(trigger("clear_errors", &ArmCore::clear_errors, false));
+        services_.push_back(trigger("stop", &ArmCore::stop_arm));  // also ends a goal being executed
+        services_.push_back(trigger("pause", &ArmCore::pause));
+        services_.push_back(trigger("resume", &ArmCore::resume));
+        services_.push_back(trigger("clear_errors", &ArmCore::clear_errors));
         services_.push_back(nh_.advertiseService<kx_msgs::MoveJoint::Request, kx_msgs::MoveJoint::Response>(
             "move_joint", [this](auto& req, auto& res) {
                 return answer(res, core_.move_joint(req.positions, req.speed, req.wait));
@@ -115,7 +115,7 @@ public:
     }
 
     ~Ros1Driver() override {
-        cancel_active(true);
+        cancel_active();
         core_.stop();
     }
 
@@ -198,10 +198,9 @@ public:
     }
 
 private:
-    ros::ServiceServer trigger(const std::string& name, Result (ArmCore::*fn)(), bool stops) {
+    ros::ServiceServer trigger(const std::string& name, Result (ArmCore::*fn)()) {
         return nh_.advertiseService<std_srvs::Trigger::Request, std_srvs::Trigger::Response>(
-            name, [this, fn, stops](auto&, auto& res) {
-                if (stops) cancel_active(false);  // a stop also ends the trajectory being streamed
+            name, [this, fn](auto&, auto& res) {
                 const Result r = (core_.*fn)();
                 res.success = r.ok();
                 res.message = r.message + " (code " + std::to_string(r.code) + ")";
@@ -373,7 +372,7 @@ private:
         if (goal->goal_time_tolerance.toSec() > 0) tol.settle = goal->goal_time_tolerance.toSec();
         const ros::Time start = goal->trajectory.header.stamp;
 
-        cancel_active(true);  // a new goal replaces the one running
+        cancel_active();  // a new goal replaces the one running
         std::lock_guard lock(goal_mutex_);
         g.setAccepted();
         active_ = g;
@@ -403,6 +402,7 @@ private:
             switch (e.outcome) {
             case Outcome::kSucceeded: r.error_code = Result_::SUCCESSFUL; g.setSucceeded(r, e.message); break;
             case Outcome::kCancelled: r.error_code = Result_::SUCCESSFUL; g.setCanceled(r, e.message); break;
+            case Outcome::kStopped: r.error_code = Result_::STOPPED; g.setAborted(r, e.message); break;
             case Outcome::kConnectionLost: r.error_code = Result_::CONNECTION_LOST; g.setAborted(r, e.message); break;
             case Outcome::kRefused: r.error_code = Result_::CONTROLLER_REFUSED; g.setAborted(r, e.message); break;
             case Outcome::kPathTolerance:
@@ -423,12 +423,11 @@ private:
         if (active_ == g) cancel_ = true;
     }
 
-    // Ends the goal being executed (its executor stops the arm). `wait` also
-    // joins the executor; the stop service does not wait, it stops the arm itself.
-    void cancel_active(bool wait) {
+    // Ends the goal being executed (its executor stops the arm) and joins the executor.
+    void cancel_active() {
         std::lock_guard lock(goal_mutex_);
         cancel_ = true;
-        if (wait && executor_.joinable()) executor_.join();
+        if (executor_.joinable()) executor_.join();
     }
 
     ros::NodeHandle nh_, pnh_;

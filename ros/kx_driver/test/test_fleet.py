@@ -240,6 +240,16 @@ class FleetTest(unittest.TestCase):
         self.assertEqual(client.get_state(), GoalStatus.PREEMPTED)
         self.assertGreater(abs(arm.position()[0] - q0[0]), 0.02, "the cancelled goal still arrived")
 
+        # So does the stop service, which ends the goal.
+        here = arm.position()
+        client.send_goal(goal([(3.0, [q + 0.5 for q in here])]))
+        wait_for(lambda: abs(arm.position()[0] - here[0]) > 0.02, 10, "the arm moving")
+        self.assertTrue(arm.srv("stop", Trigger)().success)
+        self.assertTrue(client.wait_for_result(rospy.Duration(10)))
+        self.assertEqual(client.get_state(), GoalStatus.ABORTED)
+        self.assertEqual(client.get_result().error_code, FollowJointTrajectoryResult.STOPPED)
+        self.assertLess(abs(arm.position()[0] - here[0]), 0.4)
+
     def test_4_stop_halts_within_100ms(self):
         ns = "arm3"
         arm = self.arms[ns]

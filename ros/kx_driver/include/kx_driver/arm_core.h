@@ -72,7 +72,7 @@ struct Result {
 enum class Link { kDown, kUp };
 
 // How a trajectory execution ended.
-enum class Outcome { kSucceeded, kCancelled, kConnectionLost, kRefused, kPathTolerance, kGoalTolerance };
+enum class Outcome { kSucceeded, kCancelled, kStopped, kConnectionLost, kRefused, kPathTolerance, kGoalTolerance };
 
 // Per joint, rad; 0 or missing: the default (none on the path, 0.01 rad at the goal).
 struct Tolerances {
@@ -129,7 +129,7 @@ public:
     std::string last_failure() const;
 
     // Commands; each returns the library's code. Joints in rad, poses in the base frame.
-    Result stop_arm();
+    Result stop_arm();  // also ends a trajectory being executed: no target of it follows the stop
     Result pause();
     Result resume();
     Result clear_errors();
@@ -149,7 +149,8 @@ public:
     // Streams `trajectory` at the push period, stopping the arm if a joint
     // strays beyond its path tolerance, then waits up to `settle` s for every
     // joint to be within its goal tolerance of the last point. `cancelled` is
-    // polled every step; a cancel stops the arm.
+    // polled every step; a cancel stops the arm. A stop_arm() from elsewhere
+    // ends it too (kStopped).
     Execution execute(const Trajectory& trajectory, const Tolerances& tolerances,
                       const std::function<bool()>& cancelled, const std::function<void(const Progress&)>& progress);
 
@@ -182,6 +183,8 @@ private:
     std::string last_failure_;
 
     std::atomic<uint64_t> samples_{0}, reconnects_{0};
+    std::mutex motion_mutex_;  // a streamed trajectory target and a stop never cross
+    uint64_t stops_ = 0;       // stop requests so far, under motion_mutex_
     std::atomic<bool> running_{false};
     std::mutex wake_mutex_;
     std::condition_variable wake_cv_;
