@@ -338,6 +338,7 @@ bool ArmCore::connect_once(std::string& why) {
         std::lock_guard lock(state_mutex_);
         model_ = m;
         have_sample_ = false;
+        connected_at_ = Clock::now();
     }
     up_ = true;
     accept_ = true;
@@ -365,9 +366,12 @@ void ArmCore::disconnect(const std::string& why) {
 
 bool ArmCore::healthy() {
     const auto silence = std::chrono::milliseconds(std::max(300, 40 * config_.push_cycle_ms));
+    auto quiet = [&] {  // since the last state, or since the connection when none came yet
+        return Clock::now() - (have_sample_ ? std::max(latest_.received, connected_at_) : connected_at_);
+    };
     {
         std::lock_guard lock(state_mutex_);
-        if (have_sample_ && Clock::now() - latest_.received < silence) return true;
+        if (quiet() < silence) return true;
     }
     // No realtime state lately: ask the controller directly.
     float q[7];
@@ -382,8 +386,8 @@ bool ArmCore::healthy() {
         return false;
     }
     std::lock_guard lock(state_mutex_);
-    const auto since = have_sample_ ? Clock::now() - latest_.received : std::chrono::seconds(10);
-    if (since > std::chrono::seconds(2)) {  // answers, but its push went elsewhere: configure again
+    if (quiet() > std::max<Clock::duration>(std::chrono::seconds(2), 2 * silence)) {
+        // It answers, but its push went elsewhere: connect and configure again.
         last_failure_ = "no realtime state from the controller";
         return false;
     }

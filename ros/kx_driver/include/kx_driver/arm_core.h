@@ -180,6 +180,7 @@ private:
     ArmModel model_;
     ArmSample latest_;
     bool have_sample_ = false;
+    Clock::time_point connected_at_;
     std::string last_failure_;
 
     std::atomic<uint64_t> samples_{0}, reconnects_{0};
