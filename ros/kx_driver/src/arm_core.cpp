@@ -1,6 +1,7 @@
 #include "kx_driver/arm_core.h"
 
 #include <arpa/inet.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -74,6 +75,22 @@ std::string local_address_towards(const std::string& ip, int port) {
         out = buf;
     close(fd);
     return out;
+}
+
+// The library takes dotted quads, and datagrams are told apart by theirs:
+// a host name is resolved once, here.
+ArmConfig with_dotted_address(ArmConfig c) {
+    in_addr a{};
+    if (inet_pton(AF_INET, c.ip.c_str(), &a) == 1) return c;
+    addrinfo hints{}, *found = nullptr;
+    hints.ai_family = AF_INET;
+    if (getaddrinfo(c.ip.c_str(), nullptr, &hints, &found) == 0 && found) {
+        char buf[INET_ADDRSTRLEN] = {};
+        if (inet_ntop(AF_INET, &reinterpret_cast<sockaddr_in*>(found->ai_addr)->sin_addr, buf, sizeof buf))
+            c.ip = buf;
+        freeaddrinfo(found);
+    }
+    return c;
 }
 
 Pose7 to_pose7(const kx_pose_t& p) {
@@ -158,7 +175,8 @@ ArmSample convert_state(const kx_realtime_arm_joint_state_t& s, int dof, kx_forc
     return o;
 }
 
-ArmCore::ArmCore(ArmConfig config, Listener& listener) : config_(std::move(config)), listener_(listener) {
+ArmCore::ArmCore(ArmConfig config, Listener& listener)
+    : config_(with_dotted_address(std::move(config))), listener_(listener) {
     udp_port_ = config_.udp_port > 0 ? config_.udp_port : free_udp_port();
 }
 

@@ -26,7 +26,7 @@ namespace kx_driver {
 using Clock = std::chrono::steady_clock;
 
 struct ArmConfig {
-    std::string ip;            // controller address
+    std::string ip;            // controller address (a host name is resolved to its IPv4 address)
     int port = 8080;           // controller command port
     int udp_port = 0;          // where this process receives realtime state; 0 = a free port
     int push_port = 0;         // where the controller is told to send it; 0 = udp_port (differs only behind a relay)
