@@ -45,6 +45,44 @@ def wait_for(cond, timeout, what):
         time.sleep(0.02)
 
 
+def quat_matrix(x, y, z, w):
+    return [[1 - 2 * (y * y + z * z), 2 * (x * y - z * w), 2 * (x * z + y * w), 0],
+            [2 * (x * y + z * w), 1 - 2 * (x * x + z * z), 2 * (y * z - x * w), 0],
+            [2 * (x * z - y * w), 2 * (y * z + x * w), 1 - 2 * (x * x + y * y), 0], [0, 0, 0, 1]]
+
+
+def origin_matrix(joint):
+    o = joint.find("origin")
+    xyz = [float(v) for v in o.get("xyz").split()]
+    r, p, y = [float(v) for v in o.get("rpy").split()]
+    cr, sr, cp, sp, cy, sy = math.cos(r), math.sin(r), math.cos(p), math.sin(p), math.cos(y), math.sin(y)
+    return [[cy * cp, cy * sp * sr - sy * cr, cy * sp * cr + sy * sr, xyz[0]],
+            [sy * cp, sy * sp * sr + cy * cr, sy * sp * cr - cy * sr, xyz[1]],
+            [-sp, cp * sr, cp * cr, xyz[2]], [0, 0, 0, 1]]
+
+
+def matmul(a, b):
+    return [[sum(a[i][k] * b[k][j] for k in range(4)) for j in range(4)] for i in range(4)]
+
+
+def urdf_tool(urdf, q, tool):
+    """The tool link's pose in the root link from the URDF's joints (revolute about z)."""
+    by_child = {j.find("child").get("link"): j for j in urdf.findall("joint")}
+    chain = []
+    link = tool
+    while link in by_child:
+        chain.append(by_child[link])
+        link = by_child[link].find("parent").get("link")
+    m = [[float(i == j) for j in range(4)] for i in range(4)]
+    for j in reversed(chain):
+        m = matmul(m, origin_matrix(j))
+        if j.get("type") == "revolute":
+            a = q[j.get("name")]
+            m = matmul(m, [[math.cos(a), -math.sin(a), 0, 0], [math.sin(a), math.cos(a), 0, 0],
+                           [0, 0, 1, 0], [0, 0, 0, 1]])
+    return m
+
+
 class Arm(object):
     """What one driver publishes, as seen by a subscriber."""
 
@@ -167,16 +205,34 @@ class FleetTest(unittest.TestCase):
         self.assertEqual(state.trajectory_state_name, "idle")
         wait_for(lambda: all(self.level(ns) == DiagnosticStatus.OK for ns in ARMS), 10, "diagnostics OK")
 
-    def test_2_tf_matches_tool_pose(self):
-        # arm1 (6 joints) and arm6 (7 joints) run robot_state_publisher on the
-        # URDF made from their DH; arm3 publishes its tool frame itself.
-        targets = {"arm1": [0.3, -0.4, 0.8, 0.2, 0.5, -0.3], "arm6": [0.3, 0.5, -0.2, 1.0, 0.4, -0.6, 0.2],
-                   "arm3": [-0.2, 0.3, 0.4, 0.1, -0.5, 0.6]}
-        for ns, q in targets.items():
-            self.move_joint(ns, q, speed=80)
+    def test_2_description_and_tf_match_tool_pose(self):
+        # Every arm to a pose a third of the way through its joint ranges, read from its URDF.
+        urdfs = {ns: ET.fromstring(rospy.get_param("/%s/robot_description" % ns)) for ns in ARMS}
+        targets = {}
+        for ns, urdf in urdfs.items():
+            limits = [j.find("limit") for j in urdf.findall("joint") if j.get("type") == "revolute"]
+            targets[ns] = [float(l.get("lower")) + 0.35 * (float(l.get("upper")) - float(l.get("lower")))
+                           for l in limits]
+            self.move_joint(ns, targets[ns], speed=100, wait=False)
         for ns, q in targets.items():
             arm = self.arms[ns]
-            wait_for(lambda: max(abs(a - b) for a, b in zip(arm.position(), q)) < 1e-3, 10, ns + " at its target")
+            wait_for(lambda: max(abs(a - b) for a, b in zip(arm.position(), q)) < 1e-3, 20, ns + " at its target")
+        for ns, q in targets.items():
+            # The URDF's own chain (what robot_state_publisher and RViz compute) gives tool_pose.
+            pose = rospy.wait_for_message("/%s/tool_pose" % ns, PoseStamped, 5)
+            got = urdf_tool(urdfs[ns], dict(zip(["%s_joint_%d" % (ns, i + 1) for i in range(len(q))], q)),
+                            "%s_tool0" % ns)
+            p = pose.pose.position
+            err = math.sqrt((got[0][3] - p.x) ** 2 + (got[1][3] - p.y) ** 2 + (got[2][3] - p.z) ** 2)
+            self.assertLess(err, 1e-3, "%s (%s): URDF tool frame %.4f m from tool_pose" % (ns, self.model(ns), err))
+            o = pose.pose.orientation
+            want = quat_matrix(o.x, o.y, o.z, o.w)
+            turn = max(abs(got[r][c] - want[r][c]) for r in range(3) for c in range(3))
+            self.assertLess(turn, 1e-3, "%s: URDF tool orientation differs from tool_pose" % ns)
+        # tf: robot_state_publisher's tool frame on arm1 (6 joints) and arm6 (7 joints), the
+        # driver's own on arm3.
+        for ns in ("arm1", "arm6", "arm3"):
+            arm = self.arms[ns]
             start = arm.pose.header.stamp
             wait_for(lambda: arm.pose.header.stamp > start, 5, ns + " tool_pose")
             p = arm.pose.pose.position
