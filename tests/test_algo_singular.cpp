@@ -63,9 +63,9 @@ TEST(AlgoSingular, SevenJointArmsStayNextToTheReferenceAtStraightElbowAndAligned
     }
 }
 
-// Not met yet: 0.5 degrees from FIRU's longest elbow 98.8 % of the answers
-// lie within 5 degrees of the reference (worst 11 degrees); at it, all do.
-TEST(AlgoSingular, DISABLED_OffsetSevenJointArmStaysNextToTheReferenceAtItsLongestElbow) {
+// Near its longest elbow the solutions of the offset arm turn sharply: the
+// nearest may lie past a turn from where a local search ends.
+TEST(AlgoSingular, OffsetSevenJointArmStaysNextToTheReferenceAtItsLongestElbow) {
     for (int strategy : {0, 1}) {
         ikine_set_7dof_solver_search_strategy(strategy);
         expect_next_to_reference({FIRU}, {singular::ELBOW});
