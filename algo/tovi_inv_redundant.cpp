@@ -553,7 +553,9 @@ double distance(const Kin& k, const double* a, const double* b) {
 
 // The search over one seven-joint target. `candidates(value, ref_theta,
 // cand)` gives the closed-form branches at one value of the redundancy
-// parameter, `param(q)` that parameter for arm joints q.
+// parameter, `param(q)` that parameter for arm joints q; `gather` holds
+// the values (n_gather of them) where the solutions of a target at the
+// elbow's full or least reach gather.
 template <class Candidates, class Param>
 struct Redundancy {
     const Kin& k;
@@ -561,6 +563,8 @@ struct Redundancy {
     const double* q_ref;
     Candidates candidates;
     Param param;
+    const double* gather;
+    int n_gather;
     double ref_theta[8] = {};
 
     // The branch nearest the reference at one value (arm joints, unpolished)
@@ -672,6 +676,12 @@ struct Redundancy {
             double c[8];
             if (nearest_around(centres[i], half, SCAN_STEP, c) < ALGO_NO_JOINT && polish(k, target, c)) consider(c);
         }
+        // A target at the elbow's full (or least) reach is reached only at
+        // (or next to) one redundancy value, which a sampled scan misses.
+        for (int i = 0; i < n_gather && !settled(); ++i) {
+            double c[8];
+            if (branch_at(gather[i], c) < ALGO_NO_JOINT && polish(k, target, c)) consider(c);
+        }
         // Near a straight elbow or aligned axes the reference's redundancy
         // value says little: the whole range, if the mode allows it and the
         // local search came close (the reference is near a solution).
@@ -706,8 +716,8 @@ struct Redundancy {
 
 template <class Candidates, class Param>
 int redundancy_search(const Kin& k, const Frame& target, const double* q_ref, double* q_out, Candidates candidates,
-                      Param param) {
-    Redundancy<Candidates, Param> r{k, target, q_ref, candidates, param};
+                      Param param, const double* gather = nullptr, int n_gather = 0) {
+    Redundancy<Candidates, Param> r{k, target, q_ref, candidates, param, gather, n_gather};
     return r.solve(q_out);
 }
 
@@ -740,12 +750,20 @@ int ik_srs(const Kin& k, const Frame& target, const double* q_ref, double* q_out
 // Seven-joint arm with link offsets: theta7 parametrises the redundancy for
 // the closed-form branches.
 int ik_offset7(const Kin& k, const Frame& target, const double* q_ref, double* q_out) {
+    // The wrist point (frame 6's origin) runs on a circle as theta7 turns:
+    // W - S = P0 - a7 (cos(t7) x - sin(t7) y), with P0 = p - d7 z - S and x,
+    // y, z the target's axes: nearest the shoulder and farthest from it (the
+    // elbow's full and least reach) at t7 = atan2(-P0.y, P0.x) and half a
+    // turn on.
+    const Vec3 P0 = add_scaled({target.p[0], target.p[1], target.p[2] - k.d[0]}, -k.d[6], column(target.R, 2));
+    const double t7 = std::atan2(-dot(P0, column(target.R, 1)), dot(P0, column(target.R, 0)));
+    const double gather[2] = {t7, wrap_angle(t7 + ALGO_PI)};
     return redundancy_search(
         k, target, q_ref, q_out,
         [&](double t7, const double* ref_theta, double cand[MAX_CANDIDATES][8]) {
             return offset7_candidates(k, target, t7, ref_theta, cand);
         },
-        [&](const double* q) { return q[6] + k.offset[6]; });
+        [&](const double* q) { return q[6] + k.offset[6]; }, gather, 2);
 }
 
 }  // namespace algo
