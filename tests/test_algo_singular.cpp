@@ -53,6 +53,21 @@ TEST(AlgoSingular, ParallelAxesArmsStayNextToTheReferenceAtShoulderAndElbow) {
 
 TEST(AlgoSingular, ParallelAxesArmsSplitTheFreeCombinationOfAlignedWristAxesAsTheReference) {
     expect_next_to_reference({DUMO, ESKA, GOLT}, {singular::WRIST});
+
+    // Joint 6 turns two whole turns: with the reference at its limit, the
+    // split that would take it a hair past the limit keeps it there instead
+    // of a turn away (its only equivalent inside).
+    algo::ArmModel m;
+    ASSERT_TRUE(algo::default_model(GOLT, _P, &m));
+    libalgo_set_robot_and_sensor_type(GOLT, _P);
+    const float d = static_cast<float>(singular::kDeg);
+    const float q[8] = {9.920f * d, 122.617f * d, 55.134f * d, -8.893f * d, 0, 359.716f * d, 0, 0};
+    const float ref[8] = {9.320f * d, 122.793f * d, 54.853f * d, -9.895f * d, -1.465f * d, m.jmax[5], 0, 0};
+    const Pose pose = forward_kinematics(q);
+    float out[8] = {};
+    ASSERT_EQ(inverse_kinematics(ref, &pose, out, 2), 0);
+    EXPECT_TRUE(singular::reaches(m, out, pose, 2));
+    for (int j = 0; j < 6; ++j) EXPECT_NEAR(out[j], ref[j], 5 * d) << j;
 }
 
 TEST(AlgoSingular, SevenJointArmsStayNextToTheReferenceAtStraightElbowAndAlignedWrist) {
