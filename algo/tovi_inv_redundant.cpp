@@ -625,14 +625,15 @@ struct Redundancy {
                 std::copy(c, c + k.dof, best_q);
             }
         };
-        // Near a singular configuration, whichever branch the answer came
-        // from, the nearest solution along it; near a straight elbow also
-        // past the sharp turns of the solutions there.
+        // From a reference near the target, near a singular configuration:
+        // whichever branch the answer came from, the nearest solution along
+        // it; near a straight elbow also past the sharp turns of the
+        // solutions there.
         auto finish = [&](double* out) {
-            const bool elbow = elbow_bend(k, q_ref) < TRACE_ELBOW;
+            const bool elbow = near && elbow_bend(k, q_ref) < TRACE_ELBOW;
             double c[8];
             std::copy(best_q, best_q + k.dof, c);
-            if ((elbow || nearly_singular(k, c)) && slide_to_nearest(k, target, q_ref, c)) consider(c);
+            if ((elbow || (near && nearly_singular(k, c))) && slide_to_nearest(k, target, q_ref, c)) consider(c);
             if (elbow && max_deviation(k, best_q, q_ref) > TRACE_ABOVE) {
                 const double limit = max_deviation(k, best_q, q_ref) + TRACE_BEYOND;
                 std::copy(best_q, best_q + k.dof, c);
