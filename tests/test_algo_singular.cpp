@@ -85,6 +85,23 @@ TEST(AlgoSingular, OffsetSevenJointArmStaysNextToTheReferenceAtItsLongestElbow) 
         ikine_set_7dof_solver_search_strategy(strategy);
         expect_next_to_reference({FIRU}, {singular::ELBOW});
     }
+
+    // A wrist point at the elbow's full reach, with joint 7 where the wrist
+    // comes nearest the shoulder: joint 7 has (all but) one value there.
+    algo::ArmModel m;
+    ASSERT_TRUE(algo::default_model(FIRU, _P, &m));
+    libalgo_set_robot_and_sensor_type(FIRU, _P);
+    ikine_set_7dof_solver_search_strategy(0);
+    const float d = static_cast<float>(singular::kDeg);
+    float q[8] = {-81.338f * d, -93.732f * d, -111.488f * d, 0, -1.194f * d, 152.163f * d, -152.339f * d, 0};
+    q[3] = static_cast<float>(singular::singular_values(m, singular::ELBOW, q).at(0));
+    const float ref[8] = {-79.485f * d, -92.176f * d, -110.299f * d, -25.783f * d,
+                          -2.521f * d,  153.017f * d, -153.399f * d, 0};
+    const Pose pose = forward_kinematics(q);
+    float out[8] = {};
+    ASSERT_EQ(inverse_kinematics(ref, &pose, out, 2), 0);
+    EXPECT_TRUE(singular::reaches(m, out, pose, 2));
+    for (int j = 0; j < 7; ++j) EXPECT_NEAR(out[j], ref[j], 5 * d) << j;
 }
 
 TEST(AlgoSingular, StreamingThroughAWristSingularityNeedsNoJump) {
