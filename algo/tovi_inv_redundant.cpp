@@ -346,9 +346,6 @@ bool slide_to_nearest(const Kin& k, const Frame& target, const double* q_ref, do
     Frame F[9];
     double J[6][8], best = squared_distance(k, q, q_ref);
     bool moved = false;
-    DlsOptions back;
-    back.max_iter = 6;
-    back.tol = 1e-9;
     for (int it = 0; it < SLIDE_ITER; ++it) {
         chain_frames(k, q, F);
         jacobian(F, n, -1, J);
@@ -362,7 +359,7 @@ bool slide_to_nearest(const Kin& k, const Frame& target, const double* q_ref, do
         for (int tries = 0; tries < 4 && !better; ++tries, scale *= 0.5) {
             double c[8];
             step_within_limits(k, q, free, scale, c);
-            if (dls_refine(k, target, c, back) >= ACCEPT) continue;
+            if (!polish(k, target, c)) continue;
             const double dist = squared_distance(k, c, q_ref);
             if (dist < best) {
                 best = dist;
@@ -514,9 +511,6 @@ void trace_solutions(const Kin& k, const Frame& target, const double* q0, GoOn g
         if (largest > best) best = largest, std::copy(v, v + n, seed);
     }
     if (!(best > 1e-6)) return;
-    DlsOptions back;
-    back.max_iter = 6;
-    back.tol = 1e-9;
     for (double way : {1.0, -1.0}) {
         double q[8], t[8];
         std::copy(q0, q0 + n, q);
@@ -526,7 +520,7 @@ void trace_solutions(const Kin& k, const Frame& target, const double* q0, GoOn g
             for (int j = 0; j < n; ++j) largest = std::max(largest, std::fabs(t[j]));
             double c[8];
             step_within_limits(k, q, t, TRACE_STEP / largest, c);
-            if (dls_refine(k, target, c, back) >= ACCEPT || max_deviation(k, c, q) < 0.1 * TRACE_STEP) break;
+            if (!polish(k, target, c) || max_deviation(k, c, q) < 0.1 * TRACE_STEP) break;
             std::copy(c, c + n, q);
             if (!go_on(q)) break;
             // The tangent here, oriented as the last one.
