@@ -217,6 +217,9 @@ constexpr int SCAN_WINDOW = 3;       // redundancy steps scanned past the first 
 constexpr double SLIDE_STEP = 0.05;  // largest joint move along the solutions per step, radians
 constexpr double SLIDE_DONE = 0.005; // ... and the one below which the answer counts as nearest
 constexpr int SLIDE_ITER = 16;
+// Cosines and sines this far past 1 are taken as 1: a single-precision
+// target at the elbow's full reach lands just outside; the polish decides.
+constexpr double DOMAIN_TOL = 1e-5;
 constexpr double TRACE_STEP = 0.02;  // joint move per step along the solutions, radians
 constexpr int TRACE_STEPS = 40;      // ... and the most steps each way
 constexpr double TRACE_BEYOND = 0.25; // farther from the reference than the nearest by this: turn back
@@ -428,7 +431,7 @@ int offset7_candidates(const Kin& k, const Frame& target, double t7, const doubl
     const double rho = std::hypot(P, Q);
     if (!(rho > 0)) return 0;
     const double c = (dot(SW, SW) - K) / rho;
-    if (c > 1 + 1e-9 || c < -1 - 1e-9) return 0;
+    if (c > 1 + DOMAIN_TOL || c < -1 - DOMAIN_TOL) return 0;
     const double phi = std::atan2(Q, P), ac = std::acos(std::clamp(c, -1.0, 1.0));
     const Vec3 dv = R6.t() * SW;
     const double r = std::hypot(dv[0], dv[1]), gamma = std::atan2(dv[1], dv[0]);
@@ -443,7 +446,7 @@ int offset7_candidates(const Kin& k, const Frame& target, double t7, const doubl
         // RotX(a4)^T c = Rz(t5)·RotX(a5)·Rz(t6)·d: the z row gives
         // r sin(t6 + gamma) = s5 c'_z.
         const double v = r > 1e-12 ? s5 * cp[2] / r : NAN;
-        if (!(v >= -1 - 1e-9 && v <= 1 + 1e-9)) continue;
+        if (!(v >= -1 - DOMAIN_TOL && v <= 1 + DOMAIN_TOL)) continue;
         const double as = std::asin(std::clamp(v, -1.0, 1.0));
         for (int wr = 0; wr < 2; ++wr) {
             const double t6 = (wr == 0 ? as : ALGO_PI - as) - gamma;
