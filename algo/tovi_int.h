@@ -149,14 +149,13 @@ inline double nearest_equivalent(double ref, double* cand, const double* margin,
 /* Picks, among n candidate theta vectors, the one whose joints map nearest
  * to the reference (find_nearest_joint per joint, find_min_index overall),
  * writes it as arm joints to q_out. Returns false when none is admissible.
- * past_limits: a joint may lie up to 1e-3 rad past a limit, and is taken
- * back to it, when no equivalent lies inside or the one inside is farther
- * from the reference (for a caller that polishes and can fall back to the
- * candidates of rank_candidates). */
+ * past_limits: a joint with no equivalent inside its limits may lie up to
+ * 1e-3 rad past one, and is taken back to it (for a caller that polishes
+ * and can fall back to the next candidate). */
 bool pick_nearest(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double* q_out,
                   bool past_limits = false);
-/* The admissible candidates nearest first (a joint past its limit, as
- * pick_nearest's past_limits, only when no equivalent lies inside): their indices in order[], each mapped to arm
+/* The admissible candidates nearest first (joints past their limits as
+ * pick_nearest's past_limits): their indices in order[], each mapped to arm
  * joints in mapped[]. Returns how many are admissible. */
 int rank_candidates(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double (*mapped)[8],
                     int* order);

@@ -91,8 +91,9 @@ double golden_minimum(F f, double lo, double hi) {
 // the squared distance of its equivalent nearest the reference, with how
 // far that lies past a limit weighing heavily. It changes continuously
 // where a joint crosses its limit, so that a search along the combination
-// ends at the limit, not past it where the nearest equivalent inside the
-// limits (of a joint that turns whole turns) is a turn away.
+// ends at the limit (within rounding), not past it where the nearest
+// equivalent inside the limits (of a joint that turns whole turns) is a
+// turn away.
 constexpr double PAST_LIMIT_WEIGHT = 1e4;
 double limited_cost(double ref, double t, double lo, double hi) {
     double best = ALGO_NO_JOINT;
@@ -101,6 +102,14 @@ double limited_cost(double ref, double t, double lo, double hi) {
         best = std::min(best, (v - ref) * (v - ref) + PAST_LIMIT_WEIGHT * past * past);
     }
     return std::isnan(t) ? NaN : best;
+}
+
+// Where the equivalent of t nearest ref lies just past a limit (such a
+// search's rounding), t becomes that limit; the polish decides.
+void to_limit_next_to(double ref, double& t, double lo, double hi) {
+    const double v = ref + std::remainder(t - ref, 2 * ALGO_PI);
+    if (v > hi && v <= hi + FREE_LIMIT_MARGIN) t = hi;
+    if (v < lo && v >= lo - FREE_LIMIT_MARGIN) t = lo;
 }
 
 }  // namespace
@@ -165,27 +174,18 @@ void resplit(const Kin& k, int j1, const double* ref_theta, double* th) {
 
 namespace {
 
-// When a joint may take an equivalent just past a limit (and be taken back
-// to it): never, only when none lies inside, or also when the one inside
-// is farther from the reference. A joint with a range of whole turns that
-// a free combination leaves a hair past its limit is then kept at the
-// limit next to the reference, not a turn away.
-enum class PastLimit { NEVER, NONE_INSIDE, NEARER };
-
 // Sum of the joints' distances to the reference, each joint mapped to its
 // 2pi-equivalent nearest the reference within the limits (into mapped, DH
 // angles); the sum stops growing once it passes `enough`.
 double mapped_distance(const Kin& k, const double* cand, const double* q_ref, double enough, double* mapped,
-                       PastLimit past) {
+                       bool past_limits) {
     double dist = 0;
     for (int j = 0; j < k.dof && dist <= enough; ++j) {
-        const double ref = q_ref[j] + k.offset[j];
-        double v = cand[j], d = nearest_equivalent(ref, &v, &LIMIT_MARGIN, k.lim_min[j], k.lim_max[j]);
-        if (past == PastLimit::NEARER || (past == PastLimit::NONE_INSIDE && !(d < ALGO_NO_JOINT))) {
-            double w = cand[j];
-            const double e = nearest_equivalent(ref, &w, &FREE_LIMIT_MARGIN, k.lim_min[j], k.lim_max[j]);
-            if (e < d) d = e, v = w;
-        }
+        // An equivalent inside the limits first; one just past them (taken
+        // back to the limit) only when there is none.
+        double v = cand[j], d = nearest_equivalent(q_ref[j] + k.offset[j], &v, &LIMIT_MARGIN, k.lim_min[j], k.lim_max[j]);
+        if (!(d < ALGO_NO_JOINT) && past_limits)
+            d = nearest_equivalent(q_ref[j] + k.offset[j], &v, &FREE_LIMIT_MARGIN, k.lim_min[j], k.lim_max[j]);
         dist += d;
         mapped[j] = v;
     }
@@ -203,7 +203,7 @@ int rank_candidates(const Kin& k, const double (*cand)[8], int n, const double* 
     double dist[MAX_CANDIDATES];
     int admissible = 0;
     for (int c = 0; c < n && c < MAX_CANDIDATES; ++c) {
-        dist[c] = mapped_distance(k, cand[c], q_ref, ALGO_NO_JOINT, mapped[c], PastLimit::NONE_INSIDE);
+        dist[c] = mapped_distance(k, cand[c], q_ref, ALGO_NO_JOINT, mapped[c], true);
         if (!(dist[c] < ALGO_NO_JOINT)) continue;
         // Insertion by distance; equal distances keep the earlier candidate first.
         int at = admissible++;
@@ -222,8 +222,7 @@ bool pick_nearest(const Kin& k, const double (*cand)[8], int n, const double* q_
     if (n < 1 || n > MAX_CANDIDATES) return false;
     double lowest = ALGO_NO_JOINT;
     // A partial sum already above the best cannot win: it stops early.
-    for (int c = 0; c < n; ++c) lowest = std::min(lowest, dist[c] = mapped_distance(k, cand[c], q_ref, lowest, mapped[c],
-                                                                      past_limits ? PastLimit::NEARER : PastLimit::NEVER));
+    for (int c = 0; c < n; ++c) lowest = std::min(lowest, dist[c] = mapped_distance(k, cand[c], q_ref, lowest, mapped[c], past_limits));
     const int best = find_min_index(dist, n);
     if (!(dist[best] < ALGO_NO_JOINT)) return false;
     std::copy(mapped[best], mapped[best] + k.dof, q_out);
@@ -256,10 +255,8 @@ int choose(const Kin& k, const Frame& target, const double (*cand)[8], int n, co
     }
     double mapped[MAX_CANDIDATES][8];
     int order[MAX_CANDIDATES];
-    // The nearest again among them: with its joints inside the limits
-    // where it tried one just past them.
     const int admissible = rank_candidates(k, cand, n, q_ref, mapped, order);
-    for (int i = 0; i < admissible; ++i) {
+    for (int i = 1; i < admissible; ++i) {
         double* c = mapped[order[i]];
         if (dls_refine(k, target, c, opt) > ACCEPT) continue;
         std::copy(c, c + k.dof, q_out);
@@ -423,6 +420,8 @@ int ik_parallel_axes(const Kin& k, const Frame& target, const double* q_ref, dou
                     };
                     const double centre = wr == 0 ? start : half_turn(start);
                     at(golden_minimum(distance, centre - FREE_SEARCH, centre + FREE_SEARCH), cand[n]);
+                    for (int j = 1; j < 6; ++j)
+                        to_limit_next_to(q_ref[j] + k.offset[j], cand[n][j], k.lim_min[j], k.lim_max[j]);
                 }
         }
     }
