@@ -473,12 +473,7 @@ int offset7_candidates(const Kin& k, const Frame& target, double t7, const doubl
 // from the shoulder as it goes), where the redundancy and the elbow mix.
 // |sin| of the angle between q's elbow and its longest (the wrist point as
 // far from the shoulder as it goes).
-double elbow_bend(const Kin& k, const double* q) {
-    // |wrist - shoulder|^2 = K + P cos(t4) + Q sin(t4) (see offset7_candidates).
-    const double s3 = k.sa[3], s4 = k.sa[4], a3 = k.a[3], a4 = k.a[4], d3 = k.d[2], d5 = k.d[4];
-    const double P = 2 * a3 * a4 - 2 * d3 * s3 * s4 * d5, Q = 2 * a3 * s4 * d5 + 2 * d3 * s3 * a4;
-    return std::fabs(std::sin(q[3] + k.offset[3] - std::atan2(Q, P)));
-}
+double elbow_bend(const Kin& k, const double* q) { return std::fabs(std::sin(q[3] + k.offset[3] - k.longest_elbow)); }
 
 bool nearly_singular(const Kin& k, const double* q) {
     constexpr double NEAR = 0.02;  // |sin| of the angle from the singular value, about 1 degree
@@ -550,18 +545,17 @@ double distance(const Kin& k, const double* a, const double* b) {
 
 // The search over one seven-joint target. `candidates(value, ref_theta,
 // cand)` gives the closed-form branches at one value of the redundancy
-// parameter, `param(q)` that parameter for arm joints q; `gather` holds
-// the values (n_gather of them) where the solutions of a target at the
-// elbow's full or least reach gather.
-template <class Candidates, class Param>
+// parameter, `param(q)` that parameter for arm joints q; `gather(values)`
+// writes the values (and returns how many, at most two) where the
+// solutions of a target at the elbow's full or least reach gather.
+template <class Candidates, class Param, class Gather>
 struct Redundancy {
     const Kin& k;
     const Frame& target;
     const double* q_ref;
     Candidates candidates;
     Param param;
-    const double* gather;
-    int n_gather;
+    Gather gather;
     double ref_theta[8] = {};
 
     // The branch nearest the reference at one value (arm joints, unpolished)
@@ -626,11 +620,11 @@ struct Redundancy {
         // whichever branch the answer came from, the nearest solution along
         // it; near a straight elbow also past the sharp turns of the
         // solutions there.
-        auto finish = [&](double* out) {
+        auto finish = [&](double* out, bool singular) {
             const bool elbow = near && elbow_bend(k, q_ref) < TRACE_ELBOW;
             double c[8];
             std::copy(best_q, best_q + k.dof, c);
-            if ((elbow || (near && nearly_singular(k, c))) && slide_to_nearest(k, target, q_ref, c)) consider(c);
+            if ((elbow || (near && singular)) && slide_to_nearest(k, target, q_ref, c)) consider(c);
             if (elbow && max_deviation(k, best_q, q_ref) > TRACE_ABOVE) {
                 const double limit = max_deviation(k, best_q, q_ref) + TRACE_BEYOND;
                 std::copy(best_q, best_q + k.dof, c);
@@ -653,10 +647,11 @@ struct Redundancy {
                 // branches around its redundancy value (which split aligned
                 // axes as the reference does) may lie nearer.
                 double c[8];
-                if (nearly_singular(k, q) && nearest_around(param(q), NEIGHBOURHOOD, SCAN_STEP, c) < ALGO_NO_JOINT &&
+                const bool singular = nearly_singular(k, q);
+                if (singular && nearest_around(param(q), NEIGHBOURHOOD, SCAN_STEP, c) < ALGO_NO_JOINT &&
                     polish(k, target, c))
                     consider(c);
-                return finish(q_out);
+                return finish(q_out, singular);
             }
         }
         auto settled = [&] { return best < ALGO_NO_JOINT && max_deviation(k, best_q, q_ref) <= CLOSE; };
@@ -676,9 +671,10 @@ struct Redundancy {
         }
         // A target at the elbow's full (or least) reach is reached only at
         // (or next to) one redundancy value, which a sampled scan misses.
-        for (int i = 0; i < n_gather && !settled(); ++i) {
+        double values[2];
+        for (int i = 0, n = settled() ? 0 : gather(values); i < n && !settled(); ++i) {
             double c[8];
-            if (branch_at(gather[i], c) < ALGO_NO_JOINT && polish(k, target, c)) consider(c);
+            if (branch_at(values[i], c) < ALGO_NO_JOINT && polish(k, target, c)) consider(c);
         }
         // Near a straight elbow or aligned axes the reference's redundancy
         // value says little: the whole range, if the mode allows it and the
@@ -708,14 +704,14 @@ struct Redundancy {
             if (local_solve(k, target, q, opt) < ACCEPT) consider(q);
         }
         if (best == ALGO_NO_JOINT) return -2;
-        return finish(q_out);
+        return finish(q_out, nearly_singular(k, best_q));
     }
 };
 
-template <class Candidates, class Param>
+template <class Candidates, class Param, class Gather>
 int redundancy_search(const Kin& k, const Frame& target, const double* q_ref, double* q_out, Candidates candidates,
-                      Param param, const double* gather = nullptr, int n_gather = 0) {
-    Redundancy<Candidates, Param> r{k, target, q_ref, candidates, param, gather, n_gather};
+                      Param param, Gather gather) {
+    Redundancy<Candidates, Param, Gather> r{k, target, q_ref, candidates, param, gather};
     return r.solve(q_out);
 }
 
@@ -742,7 +738,8 @@ int ik_srs(const Kin& k, const Frame& target, const double* q_ref, double* q_out
             if (dot(perp, perp) > 1e-12 * g.L1 * g.L1) return std::atan2(dot(perp, g.w), dot(perp, g.v));
             const Vec3 x3 = column(E.R, 0);
             return std::atan2(dot(x3, g.w), dot(x3, g.v));
-        });
+        },
+        [](double*) { return 0; });
 }
 
 // Seven-joint arm with link offsets: theta7 parametrises the redundancy for
@@ -753,15 +750,18 @@ int ik_offset7(const Kin& k, const Frame& target, const double* q_ref, double* q
     // y, z the target's axes: nearest the shoulder and farthest from it (the
     // elbow's full and least reach) at t7 = atan2(-P0.y, P0.x) and half a
     // turn on.
-    const Vec3 P0 = add_scaled({target.p[0], target.p[1], target.p[2] - k.d[0]}, -k.d[6], column(target.R, 2));
-    const double t7 = std::atan2(-dot(P0, column(target.R, 1)), dot(P0, column(target.R, 0)));
-    const double gather[2] = {t7, wrap_angle(t7 + ALGO_PI)};
+    auto gather = [&](double* t7) {
+        const Vec3 P0 = add_scaled({target.p[0], target.p[1], target.p[2] - k.d[0]}, -k.d[6], column(target.R, 2));
+        t7[0] = std::atan2(-dot(P0, column(target.R, 1)), dot(P0, column(target.R, 0)));
+        t7[1] = wrap_angle(t7[0] + ALGO_PI);
+        return 2;
+    };
     return redundancy_search(
         k, target, q_ref, q_out,
         [&](double t7, const double* ref_theta, double cand[MAX_CANDIDATES][8]) {
             return offset7_candidates(k, target, t7, ref_theta, cand);
         },
-        [&](const double* q) { return q[6] + k.offset[6]; }, gather, 2);
+        [&](const double* q) { return q[6] + k.offset[6]; }, gather);
 }
 
 }  // namespace algo
