@@ -9,6 +9,7 @@
 #include "kx_core.h"
 #include "kx_interface.h"
 #include "log.h"
+#include "socket.h"
 
 namespace {
 
@@ -126,32 +127,62 @@ bool decode_row(const char* caller, const cJSON* container, KeyValue& row) {
 
 }  // namespace
 
-extern "C" {
+namespace kx {
 
-KX_API int common_json_pack_set(const char* caller_function_name, kx_handle_t* handle, const JsonValue* json_values,
-                                size_t num_values) {
-    if (!json_values || num_values == 0) return -1;
+int encode_request(const JsonValue* values, size_t count, RequestLine& line) {
+    if (!values || count == 0) return -1;
     cJSON* object = MIO_JSON_CreateObject();
-    for (size_t i = 0; i < num_values; ++i) add_row(object, json_values[i]);
+    for (size_t i = 0; i < count; ++i) add_row(object, values[i]);
     char* text = MIO_JSON_PrintUnformatted(object);
     MIO_JSON_Delete(object);
     if (!text) return -1;
     size_t len = strlen(text);
-    auto* line = static_cast<char*>(malloc(len + 3));
-    if (!line) {
+    auto* grown = static_cast<char*>(realloc(text, len + 3));
+    if (!grown) {
         free(text);
         return -1;
     }
-    memcpy(line, text, len);
-    memcpy(line + len, "\r\n", 3);
-    free(text);
-    kx_log_debug("send is: %s\n", line);
-    int result = -1;
-    if (handle && handle->socket_handle)
-        result = handle->socket_handle->block_send(handle->socket_handle, reinterpret_cast<uint8_t*>(line),
-                                                   static_cast<int>(len + 2));
-    free(line);
+    memcpy(grown + len, "\r\n", 3);
+    free(line.text);
+    line.text = grown;
+    line.len = len + 2;
+    kx_log_debug("send is: %s\n", grown);
+    return 0;
+}
+
+int send_request(Conn& conn, const uint8_t* bytes, size_t len) {
+    kx_socket_handle* sock = conn.record->socket_handle;
+    if (!sock || !bytes || len == 0) return -1;
+    std::lock_guard lock(conn.writer);
+    size_t sent = 0;
+    if (conn.cut) {
+        // The remains of a cut request end here, as a line of their own that
+        // no controller can take for a request, before this one begins.
+        static const uint8_t kEnd[] = {'\r', '\n'};
+        if (send_counted(sock, kEnd, sizeof kEnd, &sent) != 0) return -2;
+        conn.cut = false;
+    }
+    int result = send_counted(sock, bytes, len, &sent);
+    if (result != 0 && sent > 0) {
+        conn.cut = true;
+        kx_log_error("request cut short after %d of %d bytes\n", static_cast<int>(sent), static_cast<int>(len));
+    }
     return result;
+}
+
+}  // namespace kx
+
+extern "C" {
+
+KX_API int common_json_pack_set(const char* caller_function_name, kx_handle_t* handle, const JsonValue* json_values,
+                                size_t num_values) {
+    (void)caller_function_name;
+    kx::RequestLine line;
+    if (kx::encode_request(json_values, num_values, line) != 0) return -1;
+    if (!handle || !handle->socket_handle) return -1;
+    if (auto conn = kx::conn_of(handle)) return kx::send_request(*conn, line.bytes(), line.len);
+    return handle->socket_handle->block_send(handle->socket_handle, reinterpret_cast<uint8_t*>(line.text),
+                                             static_cast<int>(line.len));
 }
 
 KX_API int common_json_parse(const char* caller_function_name, const char* json_str, KeyValue* key_values,

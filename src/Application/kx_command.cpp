@@ -281,9 +281,7 @@ int send_built(kx_robot_handle* h, cJSON* root, size_t buf_size) {
     kx_log_debug("send is: %s\n", buf);
     ConnUse use(h);  /* keeps the connection, not the table lock, while sending */
     if (!use) return -1;
-    kx_socket_handle* sock = use.record()->socket_handle;
-    if (sock == nullptr || sock->send == nullptr) return -1;
-    return sock->send(sock, reinterpret_cast<uint8_t*>(buf), static_cast<int>(len + 2)) == 0 ? 0 : -1;
+    return send_request(use.conn(), reinterpret_cast<uint8_t*>(buf), len + 2) == 0 ? 0 : -1;
 }
 
 int checked_dof(const char* fn, kx_robot_handle* h) {

@@ -4,6 +4,7 @@
 #define KX_APPLICATION_KX_CORE_H
 
 #include <atomic>
+#include <cstdlib>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -43,6 +44,11 @@ struct Conn {
     std::atomic<bool> closed{false};  /* the peer closed; nothing more will arrive */
     std::atomic<int> users{0};        /* calls using the connection right now */
     std::mutex rx_mutex;              /* single mode: callers waiting on one socket share the framer */
+    /* One writer at a time: a request, or an upload from its announcement to
+     * its last chunk, leaves whole. Recursive so that an upload holding it can
+     * send its announcement through the ordinary round trip. */
+    std::recursive_mutex writer;
+    bool cut = false;                 /* (writer) a request was cut short: the next write starts a new line */
     Framer framer;                    /* partial frame between reads (held by the reader) */
     QueueSync sync;
     std::vector<int> udp_ports;       /* realtime ports this connection added (registry lock) */
@@ -92,6 +98,22 @@ void store_frame(QueueSync& sync, kx_handle_t* record, const uint8_t* str, int l
  * Returns the reply length (> 0), 0 (no reply expected; paused `timeout`
  * ms), -1 (unknown handle), kSendFailed, or -2 (no reply in time). */
 inline constexpr int kSendFailed = -100;
+/* One request as it goes on the wire: the rows printed unformatted and
+ * "\r\n" appended (len counts the "\r\n", not the terminating zero). */
+struct RequestLine {
+    RequestLine() = default;
+    RequestLine(const RequestLine&) = delete;
+    RequestLine& operator=(const RequestLine&) = delete;
+    ~RequestLine() { std::free(text); }
+    const uint8_t* bytes() const { return reinterpret_cast<const uint8_t*>(text); }
+    char* text = nullptr;
+    size_t len = 0;
+};
+/* Builds the line of a request table: 0, or -1 (no rows, or not printable). */
+int encode_request(const JsonValue* values, size_t count, RequestLine& line);
+/* Writes one request line whole, under the connection's writer lock: 0, or
+ * -2 when it could not be written (a cut line is ended before the next). */
+int send_request(Conn& conn, const uint8_t* bytes, size_t len);
 int round_trip(const char* caller, kx_robot_handle* handle, const JsonValue* values, size_t count,
                const char* command, uint8_t* buf, int buf_len, int timeout);
 

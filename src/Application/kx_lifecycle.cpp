@@ -36,12 +36,8 @@ bool g_udp_started = false;
 bool g_dispatch_started = false;
 
 // Guarded by the table's write lock: slots a create has reserved while it
-// connects, and the records of failed creates (they hold no slot).
+// connects and synchronises, outside the lock.
 bool g_reserved[kSlots] = {};
-std::vector<kx_handle_t*>& failed_records() {
-    static auto* records = new std::vector<kx_handle_t*>;
-    return *records;
-}
 
 // Never destroyed: the receive threads may still run while statics unwind.
 std::mutex& table_mutex() {
@@ -109,14 +105,6 @@ void retire(Taken taken) {
     }
 }
 
-kx_robot_handle* fail_create(kx_handle_t* record) {
-    kx::set_handle_id(&record->robot_handle, -1);
-    kx_wrlock_lock();
-    failed_records().push_back(record);
-    kx_wrlock_unlock();
-    return &record->robot_handle;
-}
-
 // Stops and joins the threads that were started (and only those).
 void stop_threads() {
     {
@@ -154,11 +142,8 @@ void release_all() {
     kx_wrlock_lock();
     for (int i = 0; i < kSlots; ++i)
         if (gHandleList[i]) taken.push_back(take_slot(i));
-    std::vector<kx_handle_t*> failed;
-    failed.swap(failed_records());
     kx_wrlock_unlock();
     for (auto& t : taken) retire(std::move(t));
-    for (auto* record : failed) free_record(record);
 }
 
 }  // namespace
@@ -344,8 +329,12 @@ KX_API kx_handle_t* kx_handle_init(const char* ip, int port) {
     return record;
 }
 
-// The slot is reserved under the table's write lock, the connect and the
-// synchronisation run without it, and the record is published under it.
+// The slot is reserved under the table's write lock, the connect runs
+// without it, and the record is published under it; synchronisation then
+// runs like any other caller's commands. A failed create keeps its slot, with
+// id -1, until it is deleted: the caller tells failure by the id, and a
+// record whose synchronisation failed (an arm model this library does not
+// know, say) stays usable for what it could not read.
 KX_API kx_robot_handle* kx_create_robot_arm(const char* ip, int port) {
     kx_wrlock_lock();
     int slot = 0;
@@ -357,37 +346,35 @@ KX_API kx_robot_handle* kx_create_robot_arm(const char* ip, int port) {
     }
     g_reserved[slot] = true;
     kx_wrlock_unlock();
-    auto unreserve = [slot] {
+
+    kx_handle_t* record = kx_handle_init(ip, port);
+    std::shared_ptr<kx::Conn> conn;
+    if (record) {
+        try {
+            conn = std::make_shared<kx::Conn>(record);
+        } catch (...) {
+            free_record(record);
+            record = nullptr;
+        }
+    }
+    if (!record) {
+        // Bad address or port, or out of memory: there is no record to keep.
         kx_wrlock_lock();
         g_reserved[slot] = false;
         kx_wrlock_unlock();
-    };
-
-    kx_handle_t* record = kx_handle_init(ip, port);
-    if (!record) {
-        // Bad address or port, or out of memory: nothing to keep.
-        unreserve();
         kx_log_error("[kx_create_robot_arm] socket connect err!\n");
         return nullptr;
     }
-    int fd = kx::socket_fd(record->socket_handle);
-    if (fd <= 0) {
-        unreserve();
-        kx_log_error("[kx_create_robot_arm] socket connect err!\n");
-        return fail_create(record);
-    }
-    std::shared_ptr<kx::Conn> conn;
-    try {
-        conn = std::make_shared<kx::Conn>(record);
-    } catch (...) {
-        unreserve();
-        free_record(record);
-        return nullptr;
-    }
-    record->id = static_cast<uint8_t>(slot + 1);
-    kx::set_handle_id(&record->robot_handle, slot + 1);
-    strncpy(record->socket_handle->ip, ip, 16);
+    const int fd = kx::socket_fd(record->socket_handle);
+    const bool connected = fd > 0;
     conn->fd = fd;
+    if (connected) {
+        record->id = static_cast<uint8_t>(slot + 1);
+        kx::set_handle_id(&record->robot_handle, slot + 1);
+        strncpy(record->socket_handle->ip, ip, 16);
+    } else {
+        kx::set_handle_id(&record->robot_handle, -1);
+    }
 
     kx_wrlock_lock();
     g_reserved[slot] = false;
@@ -397,40 +384,25 @@ KX_API kx_robot_handle* kx_create_robot_arm(const char* ip, int port) {
         table()[slot] = conn;
     }
     kx_wrlock_unlock();
+    if (!connected) {
+        kx_log_error("[kx_create_robot_arm] socket connect err!\n");
+        return &record->robot_handle;
+    }
     kx::watch(*conn);
 
     int result = kx_sync_robot_info(&record->robot_handle);
     kx_algo_arm_state_set(&record->robot_handle);
-    if (result == 0) return &record->robot_handle;
-
-    // A failed synchronisation frees the slot; the caller keeps a record
-    // that only says so.
-    kx_log_error("[kx_create_robot_arm] get robot info err!\n");
-    kx::set_handle_id(&record->robot_handle, -1);
-    Taken taken;
-    kx_wrlock_lock();
-    if (gHandleList[slot] == record) taken = take_slot(slot);
-    kx_wrlock_unlock();
-    retire(std::move(taken));
-    conn.reset();
-    auto* placeholder = static_cast<kx_handle_t*>(calloc(1, sizeof(kx_handle_t)));
-    if (!placeholder) return nullptr;
-    return fail_create(placeholder);
+    if (result != 0) {
+        kx_log_error("[kx_create_robot_arm] get robot info err!\n");
+        kx::set_handle_id(&record->robot_handle, -1);
+    }
+    return &record->robot_handle;
 }
 
 KX_API int kx_delete_robot_arm(kx_robot_handle* handle) {
     kx_wrlock_lock();
     int slot = find_slot(handle);
     if (slot < 0) {
-        auto& failed = failed_records();
-        for (auto it = failed.begin(); it != failed.end(); ++it) {
-            if (&(*it)->robot_handle != handle) continue;
-            kx_handle_t* record = *it;
-            failed.erase(it);
-            kx_wrlock_unlock();
-            free_record(record);
-            return 0;
-        }
         kx_wrlock_unlock();
         kx_log_error("not find handle\n");
         return -1;

@@ -81,17 +81,20 @@ int read_file(const std::string& path, std::vector<char>& image) {
 }
 
 /* Writes `len` bytes in pieces of `chunk`, each cut at an embedded zero
- * byte as a C string would be. An upload paces itself for seconds, so it
- * holds its connection, never the registry lock that other arms need. */
-int write_chunks(kx_robot_handle* h, const char* data, size_t len, size_t chunk, bool blocking, int pause) {
-    ConnUse use(h);
+ * byte as a C string would be, holding the connection's writer throughout so
+ * that no other request lands inside the upload. An upload paces itself for
+ * seconds, so it holds its connection, never the registry lock that other
+ * arms need. */
+int write_chunks(ConnUse& use, const char* data, size_t len, size_t chunk, bool blocking, int pause) {
     if (!use) return -1;
+    Conn& conn = use.conn();
+    std::lock_guard lock(conn.writer);
     kx_socket_handle* sock = use.record()->socket_handle;
     for (size_t off = 0; off < len; off += chunk) {
         size_t n = strnlen(data + off, std::min(chunk, len - off));
         if (sock != nullptr && n > 0) {
             auto* bytes = reinterpret_cast<uint8_t*>(const_cast<char*>(data + off));
-            (blocking ? sock->block_send : sock->send)(sock, bytes, static_cast<int>(n));
+            if ((blocking ? sock->block_send : sock->send)(sock, bytes, static_cast<int>(n)) != 0) conn.cut = true;
         }
         if (pause > 0) pause_ms(pause);
     }
@@ -207,18 +210,26 @@ KX_API int kx_send_project(kx_robot_handle* handle, kx_send_project_t project, i
 
     copy_str(project.project_path, base.c_str());
     project.project_path_len = static_cast<int>(strnlen(project.project_path, kPathLen));
+    /* From the announcement to the last chunk nothing else is written. */
+    ConnUse use(handle);
+    std::unique_lock<std::recursive_mutex> writing;
+    if (use) writing = std::unique_lock(use.conn().writer);
     int announced = kx_run_project(handle, project, static_cast<int>(image.size()));
     if (announced != 0) {
         kx_log_error("[kx_run_project] failed\n");
         return announced;
     }
-    if (write_chunks(handle, image.data(), image.size(), kChunk, true, kChunkPauseMs) != 0) return -1;
+    if (write_chunks(use, image.data(), image.size(), kChunk, true, kChunkPauseMs) != 0) return -1;
+    if (writing) writing.unlock();
     return await_ack(handle, kAckTimeout, err_line);
 }
 
 KX_API int kx_send_project_lock(kx_robot_handle* handle, const char* data, int data_len, int* err_line) {
     if (data == nullptr || data_len < 0) return -1;
-    if (write_chunks(handle, data, static_cast<size_t>(data_len), kMemoryChunk, false, 0) != 0) return -1;
+    {
+        ConnUse use(handle);
+        if (write_chunks(use, data, static_cast<size_t>(data_len), kMemoryChunk, false, 0) != 0) return -1;
+    }
     return await_ack(handle, kMemoryAckTimeout, err_line);
 }
 

@@ -528,6 +528,14 @@ int round_trip(const char* caller, kx_robot_handle* handle, const JsonValue* val
     Conn& conn = use.conn();
     const bool threaded = g_mode == KX_DUAL_MODE_E || g_mode == KX_TRIPLE_MODE_E;
     const int polls = timeout / 2;
+    // One writer at a time; the writer lock comes before the reading role, so
+    // that a caller waiting to write never holds the socket's reader.
+    std::unique_lock<std::recursive_mutex> writing(conn.writer, std::defer_lock);
+    RequestLine line;
+    if (values) {
+        if (encode_request(values, count, line) != 0) return kSendFailed;
+        writing.lock();
+    }
     // Read the reply ourselves: take the reading role before the request leaves.
     bool reading = false;
     if (threaded && command && polls > 0) {
@@ -540,10 +548,11 @@ int round_trip(const char* caller, kx_robot_handle* handle, const JsonValue* val
         release_reading(conn);
         reading = false;
     };
-    if (values && common_json_pack_set(caller, use.record(), values, count) != 0) {
+    if (values && send_request(conn, line.bytes(), line.len) != 0) {
         give_back();
         return kSendFailed;
     }
+    if (writing.owns_lock()) writing.unlock();
     if (!command) {
         pause_ms(timeout);
         return 0;

@@ -110,21 +110,7 @@ KX_API int socket_send(kx_socket_handle* handle, uint8_t* bytes, int len) {
 KX_API int socket_block_send(kx_socket_handle* handle, uint8_t* bytes, int len) {
     if (!bytes || len < 1) return -1;
     size_t sent = 0;
-    int retries = 0;
-    while (sent < static_cast<size_t>(len)) {
-        ssize_t n = send(kx::socket_fd(handle), bytes + sent, static_cast<size_t>(len) - sent, kSendFlags);
-        if (n >= 0) {
-            // Keep writing the rest of a partial send so a request is never cut.
-            sent += static_cast<size_t>(n);
-            continue;
-        }
-        if (errno == EINTR) continue;
-        if (errno != EAGAIN && errno != EWOULDBLOCK) return -2;
-        if (++retries > kMaxSendRetries) return -2;
-        fputs("Send would block, retrying later...\n", stdout);
-        usleep(1000);
-    }
-    return 0;
+    return kx::send_counted(handle, bytes, static_cast<size_t>(len), &sent);
 }
 
 KX_API int socket_receive(kx_socket_handle* handle, uint8_t* bytes, int len) {
@@ -160,3 +146,26 @@ KX_API int kx_socket_handle_destroy(kx_socket_handle* handle) {
 }
 
 }  // extern "C"
+
+namespace kx {
+
+int send_counted(kx_socket_handle* handle, const uint8_t* bytes, size_t len, size_t* sent) {
+    *sent = 0;
+    int retries = 0;
+    while (*sent < len) {
+        ssize_t n = send(socket_fd(handle), bytes + *sent, len - *sent, kSendFlags);
+        if (n >= 0) {
+            // Keep writing the rest of a partial send so a request is never cut.
+            *sent += static_cast<size_t>(n);
+            continue;
+        }
+        if (errno == EINTR) continue;
+        if (errno != EAGAIN && errno != EWOULDBLOCK) return -2;
+        if (++retries > kMaxSendRetries) return -2;
+        fputs("Send would block, retrying later...\n", stdout);
+        usleep(1000);
+    }
+    return 0;
+}
+
+}  // namespace kx
