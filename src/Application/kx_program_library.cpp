@@ -6,6 +6,7 @@
 
 #include "MIO_JSON.h"
 #include "kx_command.h"
+#include "kx_reply.h"
 #include "kx_commands_internal.h"
 #include "kx_core.h"
 
@@ -21,20 +22,15 @@ constexpr int kIdleQueries = 10;
 constexpr int kMaxQueryFailures = 5;
 
 /* Copies up to `cap` integers of the array `key`; false when `key` is
- * present but not an array. */
+ * present but not an array, or holds a number no int can hold. */
 bool copy_ints(const cJSON* root, const char* key, int* out, int cap, int* size) {
-    const cJSON* arr = MIO_JSON_GetObjectItem(root, key);
-    if (arr == nullptr) return true;
-    if (!cJSON_IsArray(arr)) return false;
-    int n = std::min(cJSON_GetArraySize(arr), cap);
-    for (int i = 0; i < n; ++i) out[i] = MIO_JSON_GetArrayItemInt(arr, i);
-    if (size) *size = n;
-    return true;
+    return read_ints_upto(root, key, cap, out, size) != Read::Invalid;
 }
 
-void take_int(const cJSON* obj, const char* key, int* out) {
+/* Takes the integer `key` when it is a number; false when it does not fit. */
+bool take_int(const cJSON* obj, const char* key, int* out) {
     const cJSON* item = MIO_JSON_GetObjectItem(obj, key);
-    if (cJSON_IsNumber(item)) *out = item->valueint;
+    return !cJSON_IsNumber(item) || json_int(item, out);
 }
 
 int parse_list(const char* fn, const char* text, kx_trajectory_data_t* list) {
@@ -49,10 +45,15 @@ int parse_list(const char* fn, const char* text, kx_trajectory_data_t* list) {
     for (int i = 0; i < n; ++i) {
         const cJSON* item = cJSON_GetArrayItem(arr, i);
         kx_trajectory_data_t& e = list[i];
-        take_int(item, "id", &e.id);
+        bool fits = take_int(item, "id", &e.id);
         if (const char* name = MIO_JSON_GetObjectItemStr(item, "trajectory_name")) copy_str(e.trajectory_name, name);
-        take_int(item, "size", &e.size);
-        take_int(item, "speed", &e.speed);
+        fits = take_int(item, "size", &e.size) && fits;
+        fits = take_int(item, "speed", &e.speed) && fits;
+        if (!fits) {
+            kx_log_error("[%s] get program trajectory list parser error!\n", fn);
+            MIO_JSON_Delete(root);
+            return -3;
+        }
     }
     MIO_JSON_Delete(root);
     return 0;
@@ -63,7 +64,8 @@ int parse_list(const char* fn, const char* text, kx_trajectory_data_t* list) {
 int finish_names(const char* text, int id) {
     cJSON* root = MIO_JSON_Parse(text);
     const cJSON* item = MIO_JSON_GetObjectItem(root, "finish_id");
-    int r = cJSON_IsNumber(item) ? (item->valueint == id ? 1 : 0) : -1;
+    int value = 0;
+    int r = json_int(item, &value) ? (value == id ? 1 : 0) : -1;
     MIO_JSON_Delete(root);
     return r;
 }
@@ -116,13 +118,13 @@ KX_API int Parser_Get_Program_Run_State(const char* caller_function_name, const 
     cJSON* root = json_str ? MIO_JSON_Parse(json_str) : nullptr;
     bool ok = root != nullptr && run_state != nullptr && MIO_JSON_GetObjectItem(root, "run_state") != nullptr;
     if (ok) {
+        /* A run state that is not a number reads as the getter's -3. */
         run_state->run_state = MIO_JSON_GetObjectItemInt(root, "run_state");
-        take_int(root, "edit_id", &run_state->edit_id);
-        take_int(root, "step_mode", &run_state->step_mode);
-        take_int(root, "plan_speed", &run_state->plan_speed);
-        take_int(root, "id", &run_state->id);
-        take_int(root, "plan_num", &run_state->plan_num);
-        ok = copy_ints(root, "loop_num", run_state->loop_num, kMaxEntries, &run_state->total_loop) &&
+        ok = take_int(root, "run_state", &run_state->run_state) && take_int(root, "edit_id", &run_state->edit_id) &&
+             take_int(root, "step_mode", &run_state->step_mode) &&
+             take_int(root, "plan_speed", &run_state->plan_speed) && take_int(root, "id", &run_state->id) &&
+             take_int(root, "plan_num", &run_state->plan_num) &&
+             copy_ints(root, "loop_num", run_state->loop_num, kMaxEntries, &run_state->total_loop) &&
              copy_ints(root, "loop_cont", run_state->loop_cont, kMaxEntries, nullptr);
     }
     MIO_JSON_Delete(root);

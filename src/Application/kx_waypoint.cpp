@@ -9,6 +9,7 @@
 #include "MIO_JSON.h"
 #include "kx_command.h"
 #include "kx_commands_internal.h"
+#include "kx_reply.h"
 
 using namespace kx;
 
@@ -56,11 +57,12 @@ void joints_from_wire(const int* wire, int dof, float* out) {
     for (int i = 0; i < dof; ++i) out[i] = from_wire(wire[i], kMilli);
 }
 
-bool read_ints(const cJSON* obj, const char* key, int n, int* out) {
-    const cJSON* arr = MIO_JSON_GetObjectItem(obj, key);
-    if (!cJSON_IsArray(arr) || cJSON_GetArraySize(arr) != n) return false;
-    for (int i = 0; i < n; ++i) out[i] = MIO_JSON_GetArrayItemInt(arr, i);
-    return true;
+/* A waypoint's pose as it travels: position and Euler angles only, the
+ * caller's quaternion is left as it was. */
+void waypoint_pose_from_wire(const int wire[6], kx_pose_t* pose) {
+    const kx_quat_t kept = pose->quaternion;
+    pose_from_wire(wire, pose);
+    pose->quaternion = kept;
 }
 
 bool read_entry(const cJSON* item, int dof, kx_waypoint_t& p) {
@@ -69,14 +71,15 @@ bool read_entry(const cJSON* item, int dof, kx_waypoint_t& p) {
     const char* work = MIO_JSON_GetObjectItemStr(item, "work_frame");
     const char* time = MIO_JSON_GetObjectItemStr(item, "time");
     int joint[7], pose[6];
-    if (!name || !tool || !work || !time || !read_ints(item, "joint", dof, joint) || !read_ints(item, "pose", 6, pose))
+    if (!name || !tool || !work || !time || read_ints(item, "joint", dof, joint) != Read::Ok ||
+        read_ints(item, "pose", 6, pose) != Read::Ok)
         return false;
     copy_str(p.point_name, kNameKept, name);
     copy_str(p.tool_frame, tool);
     copy_str(p.work_frame, work);
     copy_str(p.time, time);
     joints_from_wire(joint, dof, p.joint);
-    pose_from_wire(pose, &p.pose);
+    waypoint_pose_from_wire(pose, &p.pose);
     return true;
 }
 
@@ -96,9 +99,8 @@ KX_API int parser_get_point_list(const char* caller_function_name, const char* j
     const cJSON* list = MIO_JSON_GetObjectItem(root, "list");
     if (state != nullptr && !cJSON_IsBool(state)) result = -3;
     else if (cJSON_IsFalse(state)) result = 1;
-    else if (!cJSON_IsNumber(total) || !cJSON_IsArray(list)) result = -3;
+    else if (!json_int(total, &point_list->total_size) || !cJSON_IsArray(list)) result = -3;
     if (result == 0) {
-        point_list->total_size = total->valueint;
         int n = std::min(cJSON_GetArraySize(list), kMaxEntries);
         point_list->list_len = n;
         for (int i = 0; i < n && result == 0; ++i)
@@ -138,7 +140,7 @@ KX_API int kx_get_given_global_waypoint(kx_robot_handle* handle, const char* nam
     if (d == 0) {
         copy_str(point->point_name, kNameKept, kv[0].data.str_value);
         joints_from_wire(kv[1].data.array_value, dof, point->joint);
-        pose_from_wire(kv[2].data.array_value, &point->pose);
+        waypoint_pose_from_wire(kv[2].data.array_value, &point->pose);
         copy_str(point->work_frame, kFrameKept, kv[3].data.str_value);
         copy_str(point->tool_frame, kFrameKept, kv[4].data.str_value);
         copy_str(point->time, 29, kv[5].data.str_value);
