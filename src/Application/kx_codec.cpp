@@ -209,19 +209,21 @@ KX_API int common_json_parse(const char* caller_function_name, const char* json_
 
 KX_API int kx_pack_lock_set(const char* caller_function_name, kx_robot_handle* handle, const JsonValue* json_values,
                             size_t num_values, const char* command, uint8_t* buf, int buf_len, int timeout) {
-    const char* caller = caller_function_name ? caller_function_name : "";
-    // The table lock is held only for the lookup: the send and the wait run without it.
-    int result = kx::round_trip(caller, handle, json_values, num_values, command, buf, buf_len, timeout);
-    if (result == kx::kSendFailed) {
-        kx_log_error("[%s] %s send error\n", caller, request_name(json_values));
-        return -1;
-    }
-    if (result == -1 || !command || result > 0) return result;
-    if (json_values)
-        kx_log_error("[%s] %s revice error\n", caller, request_name(json_values));
-    else if (strcmp(command, "point") == 0)
-        kx_log_info("[%s] %s save_trajectory complete\n", caller, command);
-    return -2;
+    return kx::guarded("kx_pack_lock_set", -1, [&]() -> int {
+        const char* caller = caller_function_name ? caller_function_name : "";
+        // The table lock is held only for the lookup: the send and the wait run without it.
+        int result = kx::round_trip(caller, handle, json_values, num_values, command, buf, buf_len, timeout);
+        if (result == kx::kSendFailed) {
+            kx_log_error("[%s] %s send error\n", caller, request_name(json_values));
+            return -1;
+        }
+        if (result == -1 || !command || result > 0) return result;
+        if (json_values)
+            kx_log_error("[%s] %s revice error\n", caller, request_name(json_values));
+        else if (strcmp(command, "point") == 0)
+            kx_log_info("[%s] %s save_trajectory complete\n", caller, command);
+        return -2;
+    });
 }
 
 KX_API int parse_kx_set_command(const char* caller_function_name, const char* json_str, const char* key) {

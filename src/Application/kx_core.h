@@ -8,6 +8,8 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <new>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -16,6 +18,7 @@
 
 #include "framer.h"
 #include "kx_interface_global.h"
+#include "log.h"
 
 namespace kx {
 
@@ -51,7 +54,8 @@ struct Conn {
     bool cut = false;                 /* (writer) a request was cut short: the next write starts a new line */
     Framer framer;                    /* partial frame between reads (held by the reader) */
     QueueSync sync;
-    std::vector<int> udp_ports;       /* realtime ports this connection added (registry lock) */
+    int udp_ports[5] = {};            /* realtime ports this connection added (registry lock) */
+    int udp_port_count = 0;
 };
 
 /* ---- the connection table ------------------------------------------------ */
@@ -152,8 +156,25 @@ inline int handle_id(const kx_handle_t* record) {
 }
 inline void set_handle_id(kx_robot_handle* handle, int id) { __atomic_store_n(&handle->id, id, __ATOMIC_RELEASE); }
 
-/* Bounded, terminated copy of a possibly unterminated field. */
-std::string bounded(const void* data, size_t max_len);
+/* The length of a possibly unterminated field, for a "%.*s" log argument. */
+inline int field_len(const void* data, size_t max_len) {
+    return static_cast<int>(strnlen(static_cast<const char*>(data), max_len));
+}
+
+/* Runs the body of an exported function: whatever it throws (an allocation
+ * failure, say) ends as `failure` after a log line naming `fn`, never as an
+ * exception crossing the C interface. */
+template <class R, class Body>
+R guarded(const char* fn, R failure, Body&& body) noexcept {
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        kx_log_error("[%s] out of memory\n", fn);
+    } catch (...) {
+        kx_log_error("[%s] internal error\n", fn);
+    }
+    return failure;
+}
 
 }  // namespace kx
 

@@ -31,6 +31,10 @@ namespace {
 
 constexpr int kSlots = 5;
 
+// The bodies of kx_init and kx_create_robot_arm, run guarded.
+int init(kx_thread_mode_e mode);
+kx_robot_handle* create(const char* ip, int port);
+
 bool g_rx_started = false;
 bool g_udp_started = false;
 bool g_dispatch_started = false;
@@ -96,13 +100,10 @@ void retire(Taken taken) {
     kx::Conn& conn = *taken.conn;
     for (int n; (n = conn.users.load()) != 0;) conn.users.wait(n);
     kx::unwatch(conn);
-    std::vector<int> ports;
-    {
-        std::lock_guard lock(kx::udp::registry_mutex());
-        ports.swap(conn.udp_ports);
-        for (int port : ports)
-            if (gUdpHandle) gUdpHandle->udp_delete_port(gUdpHandle, port);
-    }
+    std::lock_guard lock(kx::udp::registry_mutex());
+    for (int i = 0; i < conn.udp_port_count; ++i)
+        if (gUdpHandle) gUdpHandle->udp_delete_port(gUdpHandle, conn.udp_ports[i]);
+    conn.udp_port_count = 0;
 }
 
 // Stops and joins the threads that were started (and only those).
@@ -138,10 +139,10 @@ void close_udp_ports() {
 
 // Empties the table and retires everything in it, failed records included.
 void release_all() {
-    std::vector<Taken> taken;
+    Taken taken[kSlots];
     kx_wrlock_lock();
     for (int i = 0; i < kSlots; ++i)
-        if (gHandleList[i]) taken.push_back(take_slot(i));
+        if (gHandleList[i]) taken[i] = take_slot(i);
     kx_wrlock_unlock();
     for (auto& t : taken) retire(std::move(t));
 }
@@ -210,7 +211,9 @@ void note_udp_port(kx_robot_handle* handle, int port) {
     ConnUse use(handle);
     if (!use) return;
     std::lock_guard lock(udp::registry_mutex());
-    use.conn().udp_ports.push_back(port);
+    Conn& conn = use.conn();
+    if (conn.udp_port_count < static_cast<int>(std::size(conn.udp_ports)))
+        conn.udp_ports[conn.udp_port_count++] = port;
 }
 
 bool stopping() { return __atomic_load_n(&should_exit, __ATOMIC_ACQUIRE); }
@@ -240,10 +243,6 @@ void wake_all_for_stop() {
         if (conn) wake(conn->sync);
 }
 
-std::string bounded(const void* data, size_t max_len) {
-    auto* text = static_cast<const char*>(data);
-    return std::string(text, strnlen(text, max_len));
-}
 
 }  // namespace kx
 
@@ -275,6 +274,18 @@ KX_API kx_handle_t* kx_get_kx_handle_by_fifo_handle(kx_socket_fifo_handle* handl
 }
 
 KX_API int kx_init(kx_thread_mode_e mode) {
+    return kx::guarded("kx_init", -1, [&] { return init(mode); });
+}
+
+KX_API kx_robot_handle* kx_create_robot_arm(const char* ip, int port) {
+    return kx::guarded("kx_create_robot_arm", static_cast<kx_robot_handle*>(nullptr), [&] { return create(ip, port); });
+}
+
+}  // extern "C"
+
+namespace {
+
+int init(kx_thread_mode_e mode) {
     if (g_rx_started || g_udp_started || g_dispatch_started) stop_threads();  // a second start without a shutdown
     kx_rwlock_init();
     g_mode = mode;
@@ -306,6 +317,10 @@ KX_API int kx_init(kx_thread_mode_e mode) {
     return 0;
 }
 
+}  // namespace
+
+extern "C" {
+
 KX_API int kx_destory(void) {
     stop_threads();
     release_all();
@@ -335,7 +350,11 @@ KX_API kx_handle_t* kx_handle_init(const char* ip, int port) {
 // id -1, until it is deleted: the caller tells failure by the id, and a
 // record whose synchronisation failed (an arm model this library does not
 // know, say) stays usable for what it could not read.
-KX_API kx_robot_handle* kx_create_robot_arm(const char* ip, int port) {
+}  // extern "C"
+
+namespace {
+
+kx_robot_handle* create(const char* ip, int port) {
     kx_wrlock_lock();
     int slot = 0;
     while (slot < kSlots && (gHandleList[slot] || g_reserved[slot])) ++slot;
@@ -347,22 +366,25 @@ KX_API kx_robot_handle* kx_create_robot_arm(const char* ip, int port) {
     g_reserved[slot] = true;
     kx_wrlock_unlock();
 
-    kx_handle_t* record = kx_handle_init(ip, port);
-    std::shared_ptr<kx::Conn> conn;
-    if (record) {
-        try {
-            conn = std::make_shared<kx::Conn>(record);
-        } catch (...) {
-            free_record(record);
-            record = nullptr;
-        }
-    }
-    if (!record) {
-        // Bad address or port, or out of memory: there is no record to keep.
+    auto unreserve = [slot] {
         kx_wrlock_lock();
         g_reserved[slot] = false;
         kx_wrlock_unlock();
+    };
+    kx_handle_t* record = kx_handle_init(ip, port);
+    if (!record) {
+        // Bad address or port, or out of memory: there is no record to keep.
+        unreserve();
         kx_log_error("[kx_create_robot_arm] socket connect err!\n");
+        return nullptr;
+    }
+    std::shared_ptr<kx::Conn> conn;
+    try {
+        conn = std::make_shared<kx::Conn>(record);
+    } catch (const std::bad_alloc&) {
+        free_record(record);
+        unreserve();
+        kx_log_error("[kx_create_robot_arm] out of memory\n");
         return nullptr;
     }
     const int fd = kx::socket_fd(record->socket_handle);
@@ -398,6 +420,10 @@ KX_API kx_robot_handle* kx_create_robot_arm(const char* ip, int port) {
     }
     return &record->robot_handle;
 }
+
+}  // namespace
+
+extern "C" {
 
 KX_API int kx_delete_robot_arm(kx_robot_handle* handle) {
     kx_wrlock_lock();

@@ -179,58 +179,64 @@ KX_API void add_lines_to_file(kx_robot_handle* handle, const char* file_path, co
 }
 
 KX_API int kx_run_project(kx_robot_handle* handle, kx_send_project_t project, int file_size) {
-    std::string name = bounded(project.project_path, kPathLen);
-    Request req("run_project");
-    req.str("project_name", name.c_str())
-        .num("file_size", file_size)
-        .num("plan_speed", project.plan_speed)
-        .num("step_flag", project.step_flag)
-        .num("only_save", project.only_save)
-        .num("save_id", project.save_id);
-    return set_command("kx_run_project", handle, req, "run_project", "project_state");
+    return kx::guarded("kx_run_project", -1, [&]() -> int {
+        std::string name = bounded(project.project_path, kPathLen);
+        Request req("run_project");
+        req.str("project_name", name.c_str())
+            .num("file_size", file_size)
+            .num("plan_speed", project.plan_speed)
+            .num("step_flag", project.step_flag)
+            .num("only_save", project.only_save)
+            .num("save_id", project.save_id);
+        return set_command("kx_run_project", handle, req, "run_project", "project_state");
+    });
 }
 
 KX_API int kx_send_project(kx_robot_handle* handle, kx_send_project_t project, int* err_line) {
-    size_t used = project.project_path_len < 0 ? 0 : static_cast<size_t>(project.project_path_len);
-    std::string work = bounded(project.project_path, std::min(used, kPathLen - 1));
-    std::string base = base_name(work);
-    if (project.project_type != 0) {
-        /* A trajectory becomes a program saved beside it under a new name. */
-        base += kx_get_cur_times();
-        base += ".txt";
-        kx_log_debug("Save As: [%s]\n", base.c_str());
-        std::string source = bounded(project.project_path, kPathLen);
-        std::string dir = directory_of(source);
-        std::string save_as = dir.empty() ? std::string() : dir + base;
-        add_lines_to_file(handle, source.c_str(), save_as.c_str());
-        work = save_as.substr(0, kPathLen);
-    }
-    std::vector<char> image;
-    if (int r = read_file(work, image); r != 0) return r;
+    return kx::guarded("kx_send_project", -1, [&]() -> int {
+        size_t used = project.project_path_len < 0 ? 0 : static_cast<size_t>(project.project_path_len);
+        std::string work = bounded(project.project_path, std::min(used, kPathLen - 1));
+        std::string base = base_name(work);
+        if (project.project_type != 0) {
+            /* A trajectory becomes a program saved beside it under a new name. */
+            base += kx_get_cur_times();
+            base += ".txt";
+            kx_log_debug("Save As: [%s]\n", base.c_str());
+            std::string source = bounded(project.project_path, kPathLen);
+            std::string dir = directory_of(source);
+            std::string save_as = dir.empty() ? std::string() : dir + base;
+            add_lines_to_file(handle, source.c_str(), save_as.c_str());
+            work = save_as.substr(0, kPathLen);
+        }
+        std::vector<char> image;
+        if (int r = read_file(work, image); r != 0) return r;
 
-    copy_str(project.project_path, base.c_str());
-    project.project_path_len = static_cast<int>(strnlen(project.project_path, kPathLen));
-    /* From the announcement to the last chunk nothing else is written. */
-    ConnUse use(handle);
-    std::unique_lock<std::recursive_mutex> writing;
-    if (use) writing = std::unique_lock(use.conn().writer);
-    int announced = kx_run_project(handle, project, static_cast<int>(image.size()));
-    if (announced != 0) {
-        kx_log_error("[kx_run_project] failed\n");
-        return announced;
-    }
-    if (write_chunks(use, image.data(), image.size(), kChunk, true, kChunkPauseMs) != 0) return -1;
-    if (writing) writing.unlock();
-    return await_ack(handle, kAckTimeout, err_line);
+        copy_str(project.project_path, base.c_str());
+        project.project_path_len = static_cast<int>(strnlen(project.project_path, kPathLen));
+        /* From the announcement to the last chunk nothing else is written. */
+        ConnUse use(handle);
+        std::unique_lock<std::recursive_mutex> writing;
+        if (use) writing = std::unique_lock(use.conn().writer);
+        int announced = kx_run_project(handle, project, static_cast<int>(image.size()));
+        if (announced != 0) {
+            kx_log_error("[kx_run_project] failed\n");
+            return announced;
+        }
+        if (write_chunks(use, image.data(), image.size(), kChunk, true, kChunkPauseMs) != 0) return -1;
+        if (writing) writing.unlock();
+        return await_ack(handle, kAckTimeout, err_line);
+    });
 }
 
 KX_API int kx_send_project_lock(kx_robot_handle* handle, const char* data, int data_len, int* err_line) {
-    if (data == nullptr || data_len < 0) return -1;
-    {
-        ConnUse use(handle);
-        if (write_chunks(use, data, static_cast<size_t>(data_len), kMemoryChunk, false, 0) != 0) return -1;
-    }
-    return await_ack(handle, kMemoryAckTimeout, err_line);
+    return kx::guarded("kx_send_project_lock", -1, [&]() -> int {
+        if (data == nullptr || data_len < 0) return -1;
+        {
+            ConnUse use(handle);
+            if (write_chunks(use, data, static_cast<size_t>(data_len), kMemoryChunk, false, 0) != 0) return -1;
+        }
+        return await_ack(handle, kMemoryAckTimeout, err_line);
+    });
 }
 
 }  // extern "C"

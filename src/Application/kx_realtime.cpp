@@ -283,8 +283,8 @@ KX_API int kx_set_realtime_push(kx_robot_handle* handle, kx_realtime_push_config
     }
     size_t ip_len = strnlen(config.ip, sizeof config.ip);
     if (ip_len < 7 || ip_len > 15) {
-        kx_log_error("[%s] set realtime push config error, invaild ip: %s!\n", kCaller,
-                     kx::bounded(config.ip, sizeof config.ip).c_str());
+        kx_log_error("[%s] set realtime push config error, invaild ip: %.*s!\n", kCaller,
+                     kx::field_len(config.ip, sizeof config.ip), config.ip);
         return -4;
     }
     char ip[sizeof config.ip + 1] = {};

@@ -62,7 +62,7 @@ void save_point_frame(const cJSON* root, const uint8_t* str, int len) {
     const cJSON* point = MIO_JSON_GetObjectItem(root, "point");
     if (!point) return;
     if (!cJSON_IsArray(point)) {
-        kx_log_error("Error: 'point' is not an array. %s\n", std::string(reinterpret_cast<const char*>(str), len).c_str());
+        kx_log_error("Error: 'point' is not an array. %.*s\n", len, reinterpret_cast<const char*>(str));
         store(drag_teach_save_state, 1);
         return;
     }
@@ -89,8 +89,8 @@ void save_point_line_single(const kx_handle_t* handle, const char* frame, size_t
     size_t n = std::min(total, kSingleSaveLine);
     store(drag_teach_save_state, 0);
     fwrite(frame, 1, n, file);
-    kx_log_debug("drag_save len %d robot_handle: %d drag_save:%s\n", static_cast<int>(n), kx::handle_id(handle),
-                 std::string(frame, n).c_str());
+    kx_log_debug("drag_save len %d robot_handle: %d drag_save:%.*s\n", static_cast<int>(n), kx::handle_id(handle),
+                 static_cast<int>(n), frame);
     fflush(file);
 }
 
@@ -449,7 +449,11 @@ void run_receiver() {
                 continue;
             }
             if (fd == kx::stop_fd()) continue;
-            if (auto conn = kx::conn_by_fd(fd)) serve(*conn);
+            // A frame that cannot be stored (out of memory) is lost, never the thread.
+            kx::guarded("thread_socket_receive", 0, [&] {
+                if (auto conn = kx::conn_by_fd(fd)) serve(*conn);
+                return 0;
+            });
         }
     }
     epoll_ctl(epoll_fd(), EPOLL_CTL_DEL, receiver_wake_fd(), nullptr);
@@ -465,8 +469,9 @@ void store_locked(kx::QueueSync& sync, kx_handle_t* handle, const char* key, con
     size_t n = std::min(static_cast<size_t>(str_len), sizeof slot.str_json);
     memcpy(slot.str_json, str, n);
     if (kx::log_enabled(LOG_LEVEL_DEBUG))
-        kx_log_debug("fifo str_json %s----handle->fifo_handle->fifo->id %d\n",
-                     kx::bounded(slot.str_json, sizeof slot.str_json).c_str(), static_cast<int>(slot.id));
+        kx_log_debug("fifo str_json %.*s----handle->fifo_handle->fifo->id %d\n",
+                     kx::field_len(slot.str_json, sizeof slot.str_json), reinterpret_cast<const char*>(slot.str_json),
+                     static_cast<int>(slot.id));
     slot.time = stamp;
     slot.recevie_len = static_cast<int>(n);
     slot.is_used = 1;

@@ -117,12 +117,9 @@ KX_API int socket_receive(kx_socket_handle* handle, uint8_t* bytes, int len) {
     if (!bytes || len <= 0) return -1;
     ssize_t n = recv(kx::socket_fd(handle), bytes, static_cast<size_t>(len), 0);
     if (n < 0) return -2;
-    if (kx::log_enabled(LOG_LEVEL_DEBUG)) {
-        try {  // the buffer need not be terminated: log a bounded copy
-            auto* text = reinterpret_cast<const char*>(bytes);
-            kx_log_debug("buf:is %s\n", std::string(text, strnlen(text, static_cast<size_t>(len))).c_str());
-        } catch (...) {
-        }
+    if (kx::log_enabled(LOG_LEVEL_DEBUG)) {  // the buffer need not be terminated
+        auto* text = reinterpret_cast<const char*>(bytes);
+        kx_log_debug("buf:is %.*s\n", static_cast<int>(strnlen(text, static_cast<size_t>(len))), text);
     }
     return static_cast<int>(n);
 }
