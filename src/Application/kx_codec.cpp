@@ -150,6 +150,28 @@ int encode_request(const JsonValue* values, size_t count, RequestLine& line) {
     return 0;
 }
 
+void release_trees(const JsonValue* values, size_t count) {
+    for (size_t i = 0; values && i < count; ++i)
+        if (row_type(values[i]) == JSON_OBJECT) MIO_JSON_Delete(values[i].data.sub_json);
+}
+
+int send_and_wait(const char* caller_function_name, kx_robot_handle* handle, const JsonValue* json_values,
+                  size_t num_values, const char* command, uint8_t* buf, int buf_len, int timeout, bool report) {
+    const char* caller = caller_function_name ? caller_function_name : "";
+    // The table lock is held only for the lookup: the send and the wait run without it.
+    int result = round_trip(caller, handle, json_values, num_values, command, buf, buf_len, timeout);
+    if (result == kSendFailed) {
+        if (report) kx_log_error("[%s] %s send error\n", caller, request_name(json_values));
+        return -1;
+    }
+    if (result == -1 || !command || result > 0) return result;
+    if (json_values && report)
+        kx_log_error("[%s] %s revice error\n", caller, request_name(json_values));
+    else if (!json_values && strcmp(command, "point") == 0)
+        kx_log_info("[%s] %s save_trajectory complete\n", caller, command);
+    return -2;
+}
+
 int send_request(Conn& conn, const uint8_t* bytes, size_t len) {
     kx_socket_handle* sock = conn.record->socket_handle;
     if (!sock || !bytes || len == 0) return -1;
@@ -209,20 +231,9 @@ KX_API int common_json_parse(const char* caller_function_name, const char* json_
 
 KX_API int kx_pack_lock_set(const char* caller_function_name, kx_robot_handle* handle, const JsonValue* json_values,
                             size_t num_values, const char* command, uint8_t* buf, int buf_len, int timeout) {
-    return kx::guarded("kx_pack_lock_set", -1, [&]() -> int {
-        const char* caller = caller_function_name ? caller_function_name : "";
-        // The table lock is held only for the lookup: the send and the wait run without it.
-        int result = kx::round_trip(caller, handle, json_values, num_values, command, buf, buf_len, timeout);
-        if (result == kx::kSendFailed) {
-            kx_log_error("[%s] %s send error\n", caller, request_name(json_values));
-            return -1;
-        }
-        if (result == -1 || !command || result > 0) return result;
-        if (json_values)
-            kx_log_error("[%s] %s revice error\n", caller, request_name(json_values));
-        else if (strcmp(command, "point") == 0)
-            kx_log_info("[%s] %s save_trajectory complete\n", caller, command);
-        return -2;
+    return kx::guarded("kx_pack_lock_set", -1, [&] {
+        return kx::send_and_wait(caller_function_name, handle, json_values, num_values, command, buf, buf_len, timeout,
+                                 true);
     });
 }
 
@@ -231,6 +242,7 @@ KX_API int parse_kx_set_command(const char* caller_function_name, const char* js
     const char* name = key ? key : "";
     cJSON* root = MIO_JSON_Parse(json_str);
     if (!root) {
+        // Compares the reply text, not the key: the interface's own test, kept on purpose.
         if (!json_str || strcmp(json_str, "given_state") != 0)
             kx_log_error("[%s] %s parse err\n", caller, json_str ? json_str : "");
         return -3;

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
+#include <algorithm>
 
 #include "kx_commands_internal.h"
 #include "kx_core.h"
@@ -93,6 +95,53 @@ Request::Request(const char* command) {
     if (JsonValue* row = add(JSON_STRING, "command")) row->data.str_value = command;
 }
 
+Request::~Request() {
+    if (handed_over_) return;
+    for (size_t i = 0; i < count_; ++i)
+        if (rows_[i].type == JSON_OBJECT) cJSON_Delete(rows_[i].data.sub_json);
+}
+
+Request& Request::tree(const char* key, cJSON* tree) {
+    if (tree == nullptr) {
+        ok_ = false;
+        return *this;
+    }
+    if (JsonValue* row = add(JSON_OBJECT, key))
+        row->data.sub_json = tree;
+    else
+        cJSON_Delete(tree);
+    return *this;
+}
+
+Request& Request::limit(size_t bytes) {
+    limit_ = bytes;
+    return *this;
+}
+
+namespace {
+/* Whether the request's line fits its limit (always, without one). Printed
+ * from copies of the nested members: the round trip owns the originals. */
+bool fits_limit(const Request& req) {
+    if (req.line_limit() == 0) return true;
+    JsonValue rows[16];
+    size_t n = std::min(req.size(), std::size(rows));
+    for (size_t i = 0; i < n; ++i) {
+        rows[i] = req.rows()[i];
+        if (rows[i].type == JSON_OBJECT) rows[i].data.sub_json = cJSON_Duplicate(rows[i].data.sub_json, 1);
+    }
+    RequestLine line;  /* the encoder consumes the copies */
+    return encode_request(rows, n, line) == 0 && line.len + 1 <= req.line_limit();
+}
+
+/* A request ready to leave: finite, complete, within its limit. It is then
+ * handed over, nested members included. */
+bool sendable(const char* fn, const Request& req) {
+    if (req.refused(fn) || !req.ok() || !fits_limit(req)) return false;
+    req.hand_over();
+    return true;
+}
+}  // namespace
+
 JsonValue* Request::add(JsonValueType type, const char* key) {
     if (count_ >= static_cast<size_t>(kRows)) {
         ok_ = false;
@@ -177,10 +226,12 @@ int exchange(const char* fn, kx_robot_handle* h, const Request* req, const char*
 
 int exchange_into(const char* fn, kx_robot_handle* h, const Request* req, const char* reply, char* buf, int buf_len,
                   int timeout) {
-    if (req != nullptr && (req->refused(fn) || !req->ok())) return -1;
+    if (req != nullptr && !sendable(fn, *req)) return -1;
     std::memset(buf, 0, static_cast<size_t>(buf_len));
-    return kx_pack_lock_set(fn, h, req ? req->rows() : nullptr, req ? req->size() : 0, reply,
-                            reinterpret_cast<uint8_t*>(buf), buf_len, resolve_timeout(timeout));
+    return guarded(fn, -1, [&] {
+        return send_and_wait(fn, h, req ? req->rows() : nullptr, req ? req->size() : 0, reply,
+                             reinterpret_cast<uint8_t*>(buf), buf_len, resolve_timeout(timeout), !req || req->reported());
+    });
 }
 
 int list_page(const char* fn, kx_robot_handle* h, const char* command, int page_num, int page_size,
@@ -258,30 +309,10 @@ int get_scaled(const char* fn, kx_robot_handle* h, const char* request, const ch
 }
 
 int send_only(const char* fn, kx_robot_handle* h, const Request& req, int pause_ms) {
-    if (req.refused(fn) || !req.ok()) return -1;
+    if (!sendable(fn, req)) return -1;
     uint8_t unused[kMoveBuf] = {};
     int r = kx_pack_lock_set(fn, h, req.rows(), req.size(), nullptr, unused, sizeof unused, pause_ms);
     return r < 0 ? -1 : 0;
-}
-
-int send_built(kx_robot_handle* h, cJSON* root, size_t buf_size) {
-    char* text = root ? cJSON_PrintUnformatted(root) : nullptr;
-    cJSON_Delete(root);
-    if (text == nullptr) return -1;
-    size_t len = std::strlen(text);
-    char buf[512];
-    if (buf_size > sizeof buf) buf_size = sizeof buf;
-    if (len + 3 > buf_size) {
-        cJSON_free(text);
-        return -1;
-    }
-    std::memcpy(buf, text, len);
-    cJSON_free(text);
-    std::memcpy(buf + len, "\r\n", 3);
-    kx_log_debug("send is: %s\n", buf);
-    ConnUse use(h);  /* keeps the connection, not the table lock, while sending */
-    if (!use) return -1;
-    return send_request(use.conn(), reinterpret_cast<uint8_t*>(buf), len + 2) == 0 ? 0 : -1;
 }
 
 int checked_dof(const char* fn, kx_robot_handle* h) {

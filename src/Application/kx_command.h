@@ -96,13 +96,14 @@ inline void copy_str(char (&dst)[N], const char* src) {
 
 /* ---- requests ------------------------------------------------------------ */
 
-/* A request table beginning with {"command": name}. Integer arrays are stored
- * inside the object, so it is neither copied nor moved. A table that ran out
- * of room, or that was given a non-finite argument, is refused as a whole
- * when sent (-1). */
+/* A request table beginning with {"command": name}: the one way a request is
+ * built. Integer arrays are stored inside the object, so it is neither copied
+ * nor moved. A table that ran out of room, or that was given a non-finite
+ * argument, is refused as a whole when sent (-1). */
 class Request : public Args {
 public:
     explicit Request(const char* command);
+    ~Request();
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
 
@@ -111,6 +112,21 @@ public:
     Request& flag(const char* key, bool value);
     Request& ints(const char* key, const int* values, int count);
     Request& ints(const char* key, std::initializer_list<int> values);
+    /* A nested object or array member; the request owns `tree` until it is
+     * handed to the round trip, which consumes it. */
+    Request& tree(const char* key, ::cJSON* tree);
+    /* Refuses (-1) a request whose line, "\r\n" and terminator included,
+     * would not fit `bytes`: the controller's buffer for this command. */
+    Request& limit(size_t bytes);
+    size_t line_limit() const { return limit_; }
+    /* Send and wait failures are reported by the caller, or not at all. */
+    Request& unreported() {
+        reported_ = false;
+        return *this;
+    }
+    bool reported() const { return reported_; }
+    /* The round trip now owns the nested members. */
+    void hand_over() const { handed_over_ = true; }
 
     const JsonValue* rows() const { return rows_; }
     size_t size() const { return count_; }
@@ -126,6 +142,9 @@ private:
     int ints_[kInts]{};
     int ints_used_ = 0;
     bool ok_ = true;
+    size_t limit_ = 0;
+    bool reported_ = true;
+    mutable bool handed_over_ = false;
 };
 
 /* A Cartesian target: "pose_quat" [x, y, z, qw, qx, qy, qz] (all x 1e6) when
@@ -206,12 +225,6 @@ int get_scaled(const char* fn, kx_robot_handle* h, const char* request, const ch
 /* A request that expects no reply: sends, then pauses `pause_ms` (without
  * the registry lock). 0, or -1 when it could not be sent. */
 int send_only(const char* fn, kx_robot_handle* h, const Request& req, int pause_ms);
-
-/* Sends a request this family built itself: printed unformatted, "\r\n"
- * appended in a buffer of `buf_size` bytes, written with the connection's
- * send while the call holds the connection (not the registry lock). Takes ownership of root.
- * 0, or -1 (unknown handle, too long, not sent). */
-int send_built(kx_robot_handle* h, ::cJSON* root, size_t buf_size);
 
 /* The arm's degrees of freedom (6 or 7), or -1 after logging
  * "[fn] The robotic arm has been disconnected". */

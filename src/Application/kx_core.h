@@ -22,6 +22,25 @@
 
 namespace kx {
 
+/* Locks, in the order they are taken (a thread holding one may take only
+ * those below it; none is held across a wait for the network except as noted):
+ *   1. rwlock (kx_rdlock_lock / kx_wrlock_lock): the connection table and its
+ *      face gHandleList; held only for a moment to find, publish or remove a
+ *      connection, and nothing is awaited under it, so its read side may also
+ *      be taken under 2 (an upload's announcement finds its connection again).
+ *   2. Conn::writer: one writer per connection; held for one request's send,
+ *      or a program upload from its announcement to its last chunk (that one
+ *      waits for the announcement's reply while holding it).
+ *   3. QueueSync::mutex: a connection's reply queue and its reading role;
+ *      released before reading the socket or sleeping.
+ *   4. Conn::rx_mutex (single mode: the framer of callers sharing a socket).
+ *   5. udp::registry_mutex: the realtime port registry (the UDP thread holds
+ *      it while it reads and decodes datagrams).
+ *   6. the callback dispatcher's mutex, the shutdown mutex, the orphan queue's
+ *      mutex: leaves, nothing is taken under them.
+ * m_hMutex (kx_mutex_lock) is offered to applications; the library never takes it.
+ * Callbacks run on the dispatch thread holding none of these. */
+
 /* The reply queue of one connection: its lock, the signal of a stored frame,
  * the discard marker of the connection's accepted non-blocking move, and who
  * reads its socket right now. */
@@ -102,6 +121,10 @@ void store_frame(QueueSync& sync, kx_handle_t* record, const uint8_t* str, int l
  * Returns the reply length (> 0), 0 (no reply expected; paused `timeout`
  * ms), -1 (unknown handle), kSendFailed, or -2 (no reply in time). */
 inline constexpr int kSendFailed = -100;
+/* kx_pack_lock_set: the round trip with its result codes and, when `report`,
+ * its "send error" / "revice error" log lines. */
+int send_and_wait(const char* caller, kx_robot_handle* handle, const JsonValue* values, size_t count,
+                  const char* command, uint8_t* buf, int buf_len, int timeout, bool report);
 /* One request as it goes on the wire: the rows printed unformatted and
  * "\r\n" appended (len counts the "\r\n", not the terminating zero). */
 struct RequestLine {
@@ -113,7 +136,10 @@ struct RequestLine {
     char* text = nullptr;
     size_t len = 0;
 };
-/* Builds the line of a request table: 0, or -1 (no rows, or not printable). */
+/* Frees the nested members of a request table that will not be encoded. */
+void release_trees(const JsonValue* values, size_t count);
+/* Builds the line of a request table, consuming its nested members: 0, or
+ * -1 (no rows, or not printable). */
 int encode_request(const JsonValue* values, size_t count, RequestLine& line);
 /* Writes one request line whole, under the connection's writer lock: 0, or
  * -2 when it could not be written (a cut line is ended before the next). */

@@ -123,6 +123,7 @@ void kx::dispatch_event(const kx_handle_t* record, const cJSON* root, const char
         event.event_type = KX_CURRENT_TRAJECTORY_STATE_E;
         event.device = MIO_JSON_GetObjectItemInt(root, "device");
         // A missing or non-boolean member reads -1, which counts as reached.
+        // A missing or non-boolean member reads as true (the getter's -1): kept on purpose.
         event.trajectory_state = MIO_JSON_GetObjectItemBool(root, "trajectory_state") != 0;
         event.trajectory_connect = MIO_JSON_GetObjectItemInt(root, "trajectory_connect");
         event.program_id = 0;

@@ -355,10 +355,8 @@ KX_API int kx_set_tool_envelope(kx_robot_handle* handle, kx_envelope_balls_list_
         }
     }
     if (args.refused(fn)) return -1;
-    cJSON* root = cJSON_CreateObject();
-    cJSON_AddStringToObject(root, "command", "set_tool_envelope");
-    cJSON_AddStringToObject(root, "tool_name", Name(envelope.tool_name).text);
-    cJSON* list = cJSON_AddArrayToObject(root, "list");
+    const Name tool(envelope.tool_name);
+    cJSON* list = cJSON_CreateArray();
     for (int i = 0; i < size && list != nullptr; ++i) {
         const kx_envelopes_ball_t& b = envelope.balls[i];
         cJSON* ball = cJSON_CreateObject();
@@ -369,9 +367,11 @@ KX_API int kx_set_tool_envelope(kx_robot_handle* handle, kx_envelope_balls_list_
         cJSON_AddNumberToObject(ball, "z", wire[i][3]);
         cJSON_AddItemToArray(list, ball);
     }
-    if (send_built(handle, root, 500) != 0) return -1;
+    /* A 500-byte line; send and wait failures are not logged. */
+    Request req("set_tool_envelope");
+    req.str("tool_name", tool.text).tree("list", list).limit(500).unreported();
     ReplyBuf buf;
-    int r = exchange(fn, handle, nullptr, "set_tool_envelope", buf);
+    int r = exchange(fn, handle, &req, "set_tool_envelope", buf);
     if (r < 1) return r;
     r = parse_kx_set_command(fn, buf.text, "set_state");
     if (r == 1) kx_log_error("[%s] Set tool envelope return false! You can check if the tool frame exists.\n", fn);

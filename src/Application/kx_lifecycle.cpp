@@ -31,6 +31,14 @@ namespace {
 
 constexpr int kSlots = 5;
 
+// The table's read lock for a scope.
+struct ReadLock {
+    ReadLock() { kx_rdlock_lock(); }
+    ~ReadLock() { kx_rdlock_unlock(); }
+    ReadLock(const ReadLock&) = delete;
+    ReadLock& operator=(const ReadLock&) = delete;
+};
+
 // The bodies of kx_init and kx_create_robot_arm, run guarded.
 int init(kx_thread_mode_e mode);
 kx_robot_handle* create(const char* ip, int port);
@@ -43,11 +51,9 @@ bool g_dispatch_started = false;
 // connects and synchronises, outside the lock.
 bool g_reserved[kSlots] = {};
 
-// Never destroyed: the receive threads may still run while statics unwind.
-std::mutex& table_mutex() {
-    static auto* mutex = new std::mutex;
-    return *mutex;
-}
+// The connection table, guarded by `rwlock` like gHandleList, its face:
+// gHandleList[i] is table()[i]->record whenever either is set. Never
+// destroyed: the receive threads may still run while statics unwind.
 std::array<std::shared_ptr<kx::Conn>, kSlots>& table() {
     static auto* conns = new std::array<std::shared_ptr<kx::Conn>, kSlots>;
     return *conns;
@@ -85,7 +91,6 @@ struct Taken {
 Taken take_slot(int slot) {
     Taken taken{gHandleList[slot], nullptr};
     gHandleList[slot] = nullptr;
-    std::lock_guard lock(table_mutex());
     taken.conn = std::move(table()[slot]);
     return taken;
 }
@@ -166,21 +171,21 @@ Conn::~Conn() {
 
 std::shared_ptr<Conn> conn_of(const kx_handle_t* record) {
     if (!record) return nullptr;
-    std::lock_guard lock(table_mutex());
+    ReadLock lock;
     for (auto& conn : table())
         if (conn && conn->record == record) return conn;
     return nullptr;
 }
 
 std::shared_ptr<Conn> conn_by_fd(int fd) {
-    std::lock_guard lock(table_mutex());
+    ReadLock lock;
     for (auto& conn : table())
         if (conn && conn->fd == fd) return conn;
     return nullptr;
 }
 
 std::shared_ptr<Conn> conn_of_fifo(const kx_socket_fifo_handle* fifo) {
-    std::lock_guard lock(table_mutex());
+    ReadLock lock;
     for (auto& conn : table())
         if (conn && conn->record->fifo_handle == fifo) return conn;
     return nullptr;
@@ -189,8 +194,6 @@ std::shared_ptr<Conn> conn_of_fifo(const kx_socket_fifo_handle* fifo) {
 ConnUse::ConnUse(kx_robot_handle* handle) {
     kx_rdlock_lock();
     if (kx_handle_t* record = kx_get_kx_handle_by_robot_handle(handle)) {
-        // The table changes only under the write lock, so the read lock
-        // suffices here (the receive thread, without it, takes table_mutex).
         for (auto& conn : table()) {
             if (conn && conn->record == record) {
                 conn->users.fetch_add(1);
@@ -238,7 +241,7 @@ void wake_all_for_stop() {
         sync.cv.notify_all();
     };
     wake(orphan_sync());
-    std::lock_guard lock(table_mutex());
+    ReadLock lock;
     for (auto& conn : table())
         if (conn) wake(conn->sync);
 }
@@ -401,10 +404,7 @@ kx_robot_handle* create(const char* ip, int port) {
     kx_wrlock_lock();
     g_reserved[slot] = false;
     gHandleList[slot] = record;
-    {
-        std::lock_guard lock(table_mutex());
-        table()[slot] = conn;
-    }
+    table()[slot] = conn;
     kx_wrlock_unlock();
     if (!connected) {
         kx_log_error("[kx_create_robot_arm] socket connect err!\n");

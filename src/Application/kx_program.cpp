@@ -135,7 +135,7 @@ KX_API int countLinesInFile(const char* filename) {
     FILE* f = filename ? std::fopen(filename, "r") : nullptr;
     if (f == nullptr) {
         std::perror("打开文件失败");
-        std::exit(1);
+        std::exit(1);  // the interface's own behaviour, kept on purpose: the one exit of the library's calls
     }
     char line[kLineBuf];
     int count = 0;

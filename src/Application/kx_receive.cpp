@@ -24,6 +24,8 @@
 #include "socket.h"
 
 extern "C" {
+/* One eviction mark for every queue, which only ever falls: the interface's
+ * own behaviour, kept on purpose (a per-queue mark would pick other slots). */
 KX_API int min_time = 100000;
 KX_API int min_index = -1;
 KX_API RECV_FRAME recv_data;
@@ -280,7 +282,7 @@ void peer_closed(kx::Conn& conn) {
     char* frame;
     size_t len;
     if (conn.framer.take_unterminated(frame, len)) deliver(conn, frame, len, static_cast<ssize_t>(len));
-    kx_log_error("服务器已关闭!\n");
+    kx_log_error("服务器已关闭!\n");  // "the server has closed": the interface's own line, kept untranslated
     kx::set_socket_fd(conn.record->socket_handle, -1);
     conn.closed = true;
     epoll_ctl(epoll_fd(), EPOLL_CTL_DEL, conn.fd, nullptr);
@@ -529,7 +531,10 @@ void unwatch(Conn& conn) {
 int round_trip(const char* caller, kx_robot_handle* handle, const JsonValue* values, size_t count,
                const char* command, uint8_t* buf, int buf_len, int timeout) {
     ConnUse use(handle);
-    if (!use) return -1;
+    if (!use) {
+        release_trees(values, count);  // the request owned them; it ends here
+        return -1;
+    }
     Conn& conn = use.conn();
     const bool threaded = g_mode == KX_DUAL_MODE_E || g_mode == KX_TRIPLE_MODE_E;
     const int polls = timeout / 2;

@@ -19,6 +19,8 @@ struct ModelRule {
     kx_robot_arm_model_e model;
     int dof;
 };
+/* "CALD" maps to the second CALD enumerator, not the first: the interface's
+ * own mapping, kept on purpose. */
 constexpr ModelRule kModels[] = {
     {"AVEN", KX_MODEL_AVEN_E, 6}, {"BRIV", KX_MODEL_BRIV_E, 7},   {"CALD", KX_MODEL_CALD_II_E, 6},
     {"DUMO", KX_MODEL_DUMO_E, 6}, {"ESKA", KX_MODEL_ESKA_E, 6},   {"FIRU", KX_MODEL_FIRU_E, 7},
