@@ -9,15 +9,20 @@
 #include "kx_command.h"
 #include "kx_commands_internal.h"
 #include "kx_core.h"
+#include "kx_receive.h"
 
 using namespace kx;
 
-namespace {
+extern "C" {
+KX_API FILE* F_SaveDragTeach = nullptr;
+KX_API int drag_teach_count = 0;
+KX_API int drag_teach_total_num = 0;
+KX_API int drag_teach_save_start = 0;
+KX_API int drag_teach_save_state = 0;
+KX_API int drag_teach_save_complete = 0;
+}
 
-template <class T>
-T load(const T& v) { return __atomic_load_n(&v, __ATOMIC_ACQUIRE); }
-template <class T>
-void store(T& v, T value) { __atomic_store_n(&v, value, __ATOMIC_RELEASE); }
+namespace {
 
 constexpr int kSaveBuf = 2048;
 constexpr int kFirstPointWait = 2000; /* threaded: the first point must come within this */
@@ -222,3 +227,56 @@ KX_API int kx_save_trajectory(kx_robot_handle* handle, const char* file_name, in
 }
 
 }  // extern "C"
+
+// ---- saving: the points the receive side meets ------------------------------
+
+namespace kx {
+
+namespace {
+constexpr int kSingleSaveIdle = 1000;  // single mode: 2 ms polls of silence that end a drag-teach save
+constexpr size_t kSingleSaveLine = 2048;
+}  // namespace
+
+// Threaded modes: a point of a drag-teach save goes to the save file.
+void save_point_frame(const cJSON* root, const uint8_t* str, int len) {
+    const cJSON* point = MIO_JSON_GetObjectItem(root, "point");
+    if (!point) return;
+    if (!cJSON_IsArray(point)) {
+        kx_log_error("Error: 'point' is not an array. %.*s\n", len, reinterpret_cast<const char*>(str));
+        store(drag_teach_save_state, 1);
+        return;
+    }
+    store(drag_teach_save_start, 1);
+    if (FILE* file = load(F_SaveDragTeach)) {
+        fwrite(str, 1, static_cast<size_t>(len), file);
+        fwrite("\r\n", 1, 2, file);
+        fflush(file);
+    }
+    int count = __atomic_add_fetch(&drag_teach_count, 1, __ATOMIC_ACQ_REL);
+    int total = load(drag_teach_total_num);
+    kx_log_debug("drag_teach_count:  %d  drag_teach_total_num: %d\n", count, total);
+    if (count != 0 && count == total) store(drag_teach_save_complete, 1);
+}
+
+// Single mode: a point line is written unchanged, completion comes from silence.
+void save_point_line_single(const kx_handle_t* handle, const char* frame, size_t total) {
+    store(drag_teach_save_start, 1);
+    FILE* file = load(F_SaveDragTeach);
+    if (!file) {
+        store(drag_teach_save_state, 1);
+        return;
+    }
+    size_t n = std::min(total, kSingleSaveLine);
+    store(drag_teach_save_state, 0);
+    fwrite(frame, 1, n, file);
+    kx_log_debug("drag_save len %d robot_handle: %d drag_save:%.*s\n", static_cast<int>(n), kx::handle_id(handle),
+                 static_cast<int>(n), frame);
+    fflush(file);
+}
+
+void count_idle_poll() {
+    if (!load(drag_teach_save_start)) return;
+    if (__atomic_add_fetch(&drag_teach_count, 1, __ATOMIC_ACQ_REL) > kSingleSaveIdle)
+        store(drag_teach_save_complete, 1);
+}
+}  // namespace kx
