@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "MIO_JSON.h"
+#include "kx_result.h"
 #include "kx_core.h"
 #include "kx_interface.h"
 #include "log.h"
@@ -162,14 +163,14 @@ int send_and_wait(const char* caller_function_name, kx_robot_handle* handle, con
     int result = round_trip(caller, handle, json_values, num_values, command, buf, buf_len, timeout);
     if (result == kSendFailed) {
         if (report) kx_log_error("[%s] %s send error\n", caller, request_name(json_values));
-        return -1;
+        return kFailed;
     }
     if (result == -1 || !command || result > 0) return result;
     if (json_values && report)
         kx_log_error("[%s] %s revice error\n", caller, request_name(json_values));
     else if (!json_values && strcmp(command, "point") == 0)
         kx_log_info("[%s] %s save_trajectory complete\n", caller, command);
-    return -2;
+    return kNoReply;
 }
 
 int send_request(Conn& conn, const uint8_t* bytes, size_t len) {
@@ -213,7 +214,7 @@ KX_API int common_json_parse(const char* caller_function_name, const char* json_
     cJSON* root = MIO_JSON_Parse(json_str);
     if (!root) {
         kx_log_error("Error parsing JSON\n");
-        return -3;
+        return kx::kUndecodable;
     }
     const cJSON* container = MIO_JSON_GetObjectItem(root, "arm_state");
     if (!container) container = MIO_JSON_GetObjectItem(root, "all_state");
@@ -245,20 +246,20 @@ KX_API int parse_kx_set_command(const char* caller_function_name, const char* js
         // Compares the reply text, not the key: the interface's own test, kept on purpose.
         if (!json_str || strcmp(json_str, "given_state") != 0)
             kx_log_error("[%s] %s parse err\n", caller, json_str ? json_str : "");
-        return -3;
+        return kx::kUndecodable;
     }
     int outcome = MIO_JSON_GetObjectItemBool(root, name);
     MIO_JSON_Delete(root);
     if (outcome == 0) {
         kx_log_error("[%s] %s: false\n", caller, name);
-        return 1;
+        return kx::kRefused;
     }
     if (outcome == 1) {
         kx_log_debug("[%s] %s: true\n", caller, name);
-        return 0;
+        return kx::kOk;
     }
     if (strcmp(name, "given_state") != 0) kx_log_error("[%s] %s command parse err\n", caller, name);
-    return -3;
+    return kx::kUndecodable;
 }
 
 KX_API int common_json_pack_get(const char* caller_function_name, kx_handle_t* handle, const char* command,
@@ -286,7 +287,7 @@ KX_API int common_json_pack_get(const char* caller_function_name, kx_handle_t* h
 }
 
 KX_API int kx_get_data_common(kx_robot_handle* handle, int* data, char* cmd_str, char* valua_str) {
-    if (!cmd_str || !valua_str) return -1;
+    if (!cmd_str || !valua_str) return kx::kFailed;
     JsonValue request[] = {{JSON_STRING, "command", 0, {.str_value = cmd_str}}};
     uint8_t buf[kReplyBuffer] = {};
     int result = kx_pack_lock_set("kx_get_data_common", handle, request, 1, cmd_str, buf, sizeof buf, m_nOutTime);
@@ -300,7 +301,7 @@ KX_API int kx_get_data_common(kx_robot_handle* handle, int* data, char* cmd_str,
 }
 
 KX_API int kx_set_data_common(kx_robot_handle* handle, int data, char* cmd_str, char* valua_str) {
-    if (!cmd_str || !valua_str) return -1;
+    if (!cmd_str || !valua_str) return kx::kFailed;
     JsonValue request[] = {{JSON_STRING, "command", 0, {.str_value = cmd_str}},
                            {JSON_INT, valua_str, 0, {.int_value = data}}};
     uint8_t buf[kReplyBuffer] = {};

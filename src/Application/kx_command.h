@@ -16,6 +16,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <climits>
 #include <initializer_list>
 
 #include "kx_interface.h"
@@ -270,15 +271,20 @@ struct JointQuery {
 };
 int get_joints(const JointQuery& q, kx_robot_handle* h, float* out);
 
-/* ---- motion completion ---------------------------------------------------- */
+/* ---- completion: the one engine of every blocking wait -------------------
+ * Moves and steps, lift and expansion axes, and programs all wait the same
+ * way: for an event that settles the call, probing the controller's state
+ * meanwhile, pausing while it runs. The rules say what differs. */
 
-/* The completion events of one connection as a blocking wait sees them.
- * A pause is spent waiting for the next event rather than sleeping blind: an
- * event that arrives meanwhile is held and is the first one the next wait
- * sees, exactly as if it had stayed queued, but the loop resumes at once. */
+/* The settling events of one connection as a wait sees them. A pause is
+ * spent waiting for the next event rather than sleeping blind: an event that
+ * arrives meanwhile is held and is the first one the next wait sees, exactly
+ * as if it had stayed queued, but the loop resumes at once. */
 class Completion {
 public:
-    Completion(const char* fn, kx_robot_handle* h) : fn_(fn), h_(h) {}
+    Completion(const char* fn, kx_robot_handle* h, const char* event = "current_trajectory_state",
+               int buf_len = kMoveBuf)
+        : fn_(fn), h_(h), event_(event), buf_len_(buf_len) {}
     /* True when an event is in hand within `timeout` ms. */
     bool next(int timeout);
     void pause(int ms);
@@ -288,9 +294,38 @@ private:
     int receive(int timeout);
     const char* fn_;
     kx_robot_handle* h_;
+    const char* event_;
+    int buf_len_;
     ReplyBuf buf_;
     bool held_ = false;
 };
+
+/* What a probe of the controller says about the awaited operation. */
+enum class Probe { Running, Idle, Other };
+inline constexpr int kKeepWaiting = INT_MIN;     /* an event that does not settle the wait */
+inline constexpr int kProbeFirst = INT_MIN + 1;  /* an event seen first that leaves it to the probe */
+
+struct CompletionRules {
+    const char* fn;          /* names the waits */
+    const char* event;       /* the settling event's name */
+    int event_buf;           /* its buffer, bytes */
+    bool event_first;        /* wait up to m_nOutTime for an event before each probe */
+    int max_failures;        /* probe failures tolerated; one more ends the wait with its code */
+    int running_pause_ms;    /* while running, and after a settling wait that saw nothing */
+    int other_pause_ms;      /* neither running nor at rest; 0 probes again at once */
+    int idle_pauses;         /* pauses at rest before running was seen ... */
+    int idle_pause_ms;       /* ... of this length, before the settling wait */
+    int settle_wait_ms;      /* the settling wait; -1: m_nOutTime */
+    int no_event;            /* the result when the settling wait sees nothing; 0: pause and go on */
+    /* 0 with *state, or the failing query's code. */
+    int (*probe)(kx_robot_handle* h, const void* ctx, Probe* state);
+    /* The result an event settles, kKeepWaiting, or (first only) kProbeFirst. */
+    int (*on_event)(const void* ctx, const char* text, bool first);
+    const void* ctx;
+};
+/* Waits until an event settles the call under `rules`. No overall time
+ * limit: a settling event, the probe's failures or a decode error ends it. */
+int await_completion(kx_robot_handle* h, const CompletionRules& rules);
 
 /* The two shapes of the blocking wait: event-first (movej, movel, moves,
  * movec) waits for the completion event and falls back to the trajectory

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "MIO_JSON.h"
+#include "kx_result.h"
 #include "kx_command.h"
 #include "kx_commands_internal.h"
 #include "kx_core.h"
@@ -62,9 +63,9 @@ void trajectory_name(const char* path, char (&name)[300]) {
  * the flags it keeps. */
 int await_threaded_save() {
     pause_ms(kFirstPointWait);
-    if (!load(drag_teach_save_start)) return -6;
+    if (!load(drag_teach_save_start)) return kSaveInterrupted;
     for (;;) {
-        if (load(drag_teach_save_state)) return -6;
+        if (load(drag_teach_save_state)) return kSaveInterrupted;
         if (load(drag_teach_save_complete)) break;
         pause_ms(kFlagPoll);
     }
@@ -84,7 +85,7 @@ int await_single_save(const char* fn, kx_robot_handle* h) {
     }
     if (load(F_SaveDragTeach) == nullptr) {
         kx_log_error("The file is closed\n");
-        return -6;
+        return kSaveInterrupted;
     }
     return r;
 }
@@ -202,7 +203,7 @@ KX_API int kx_save_trajectory(kx_robot_handle* handle, const char* file_name, in
     FILE* file = file_name ? std::fopen(file_name, "wb") : nullptr;
     if (file == nullptr) {
         kx_log_error("[%s] File open error!", fn);
-        return -4;
+        return kSaveFileUnopened;
     }
     store(F_SaveDragTeach, file);
 

@@ -4,6 +4,7 @@
 #include <climits>
 
 #include "kx_command.h"
+#include "kx_result.h"
 #include "kx_commands_internal.h"
 
 using namespace kx;
@@ -106,56 +107,34 @@ const Axis kLift{"kx_set_lift_height", "set_lift_height", "height", "set_state",
 const Axis kExpand{"kx_set_expand_pos", "expand_set_pos", "pos", "set_pos_state", kExpandDevice,
                    kx_get_expand_state};
 
-constexpr int kAgain = INT_MIN; /* keep waiting */
+int probe_axis(kx_robot_handle* h, const void* ctx, Probe* state) {
+    const auto& a = *static_cast<const Axis*>(ctx);
+    kx_expand_state_t st{};
+    int q = a.read_state(h, &st);
+    if (q == 0) *state = st.mode != 0 ? Probe::Running : Probe::Idle;
+    return q;
+}
 
-/* A completion event seen while an axis moves. */
-int on_axis_event(const Axis& a, const char* text) {
+/* A completion event seen while an axis moves, first or last alike. */
+int on_axis_event(const void* ctx, const char* text, bool) {
+    const auto& a = *static_cast<const Axis*>(ctx);
     int device = -1, connect = -1;
     int p = parse_kx_move_command(text, &device, &connect);
-    if (p != 1) return p == 0 ? 1 : p;
-    if (connect == 1) return kAgain;
-    if (device == a.device && connect == 0) return 0;
+    if (p != 1) return p == 0 ? kRefused : p;
+    if (connect == 1) return kKeepWaiting;
+    if (device == a.device && connect == 0) return kOk;
     kx_log_error("[%s] current device is: %d \n", a.move_fn, device);
-    return -4;
+    return kOtherDevice;
 }
 
 /* Waits for the axis's completion event, reading its state when none comes:
  * while it moves, and at rest until motion has been seen or the idle reads
- * run out, then for one more event. No overall time limit. */
+ * run out, then for one more event. */
 int await_axis(const Axis& a, kx_robot_handle* h) {
-    Completion events(a.move_fn, h);
-    int failures = 0;
-    int idle = 0;
-    bool seen_moving = false;
-    for (;;) {
-        if (events.next(m_nOutTime)) {
-            int d = on_axis_event(a, events.text());
-            if (d != kAgain) return d;
-            continue;
-        }
-        kx_expand_state_t st{};
-        int q = a.read_state(h, &st);
-        if (q != 0) {
-            if (++failures > kMoveQueryFailures) return q;
-            continue;
-        }
-        if (st.mode != 0) {
-            seen_moving = true;
-            events.pause(kMovingPauseMs);
-            continue;
-        }
-        if (!seen_moving && idle < kIdleReads) {
-            ++idle;
-            events.pause(kIdlePauseMs);
-            continue;
-        }
-        if (!events.next(m_nOutTime)) {
-            events.pause(kMovingPauseMs);
-            continue;
-        }
-        int d = on_axis_event(a, events.text());
-        if (d != kAgain) return d;
-    }
+    const CompletionRules rules{a.move_fn, "current_trajectory_state", kMoveBuf, /*event_first*/ true,
+                                kMoveQueryFailures, kMovingPauseMs, /*other*/ 0, kIdleReads, kIdlePauseMs,
+                                /*settle*/ -1, /*no_event*/ 0, probe_axis, on_axis_event, &a};
+    return await_completion(h, rules);
 }
 
 int axis_move(const Axis& a, kx_robot_handle* h, int speed, int target, int block) {

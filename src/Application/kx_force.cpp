@@ -2,6 +2,7 @@
  * kx_force_data_t, one-axis arms kx_fz_data_t; a calibration is either a
  * fire-and-forget start or a wait of up to 30 s for its outcome. */
 #include "kx_command.h"
+#include "kx_result.h"
 
 using namespace kx;
 
@@ -60,7 +61,7 @@ KX_API int kx_manual_set_force(kx_robot_handle* handle, int count, float* joint,
     static const char* const fn = "kx_manual_set_force";
     int dof = checked_dof(fn, handle);
     if (dof < 0) return -1;
-    if (count < 1 || count > 4) return -4;
+    if (count < 1 || count > 4) return kInvalidConfig;
     Request req(kManualPoses[count - 1]);
     if (!add_joints(req, "joint", joint, dof)) return -1;
     return calibrate(fn, handle, req, block && count == 4);
@@ -75,7 +76,7 @@ KX_API int kx_get_Fz(kx_robot_handle* handle, kx_fz_data_t* data) {
     if (data == nullptr || kx_get_robot_info(handle, &info) != 0) return -1;
     if (info.force_type != KX_FORCE_TYPE_QA_E) {
         kx_log_error("arm force type check err!");
-        return -4;
+        return kWrongForceType;
     }
     Request req("get_Fz");
     KeyValue kv[4] = {kv_int("Fz"), kv_int("zero_Fz"), kv_int("work_zero_Fz"), kv_int("tool_zero_Fz")};

@@ -2,6 +2,7 @@
  * the streamed force-position targets. The targets are sent like the
  * pass-through stream: one line each, nothing awaited. */
 #include "kx_command.h"
+#include "kx_result.h"
 
 using namespace kx;
 
@@ -65,12 +66,12 @@ KX_API int kx_stop_force_position(kx_robot_handle* handle) {
 }
 
 KX_API int kx_set_force_drag_mode(kx_robot_handle* handle, int mode) {
-    if (!has_force_sensor(handle)) return -4;
+    if (!has_force_sensor(handle)) return kInvalidConfig;
     return kx_set_data_common(handle, mode, const_cast<char*>("set_force_drag_mode"), const_cast<char*>("mode"));
 }
 
 KX_API int kx_get_force_drag_mode(kx_robot_handle* handle, int* mode) {
-    if (!has_force_sensor(handle)) return -4;
+    if (!has_force_sensor(handle)) return kInvalidConfig;
     return kx_get_data_common(handle, mode, const_cast<char*>("get_force_drag_mode"), const_cast<char*>("mode"));
 }
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "kx_command.h"
+#include "kx_result.h"
 #include "kx_commands_internal.h"
 #include "kx_core.h"
 
@@ -127,7 +128,7 @@ KX_API int kx_movecmd_singlemode_parse(kx_robot_handle* handle, int block, int t
         if (connect == 1) continue;
         if (device == tar_device && connect == 0) return 0;
     }
-    return -5;
+    return kSingleNoBlock;
 }
 
 /* ---- movej ---------------------------------------------------------------- */
@@ -208,7 +209,7 @@ KX_API int kx_movec(kx_robot_handle* handle, kx_pose_t pose_via, kx_pose_t pose_
                     int trajectory_connect, int block) {
     if (trajectory_connect != 0 && trajectory_connect != 1) {
         kx_log_error("[%s] trajectory_connect check err! \n", "kx_movec");
-        return -6;
+        return kBadTrajectoryConnect;
     }
     return block ? kx_movec_block(handle, pose_via, pose_to, v, r, loop, trajectory_connect, block)
                  : kx_movec_nblock(handle, pose_via, pose_to, v, r, loop, trajectory_connect);

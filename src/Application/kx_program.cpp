@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "kx_command.h"
+#include "kx_result.h"
 #include "kx_core.h"
 
 using namespace kx;
@@ -53,20 +54,20 @@ int read_file(const std::string& path, std::vector<char>& image) {
     FILE* f = std::fopen(path.c_str(), "rb");
     if (f == nullptr) {
         kx_log_error("File open failed\n");
-        return -5;
+        return kFileError;
     }
     long size = std::fseek(f, 0, SEEK_END) == 0 ? std::ftell(f) : -1;
     if (size < 0 || size >= INT_MAX) {
         kx_log_error("Failed to get file size\n");
         std::fclose(f);
-        return -5;
+        return kFileError;
     }
     try {
         image.assign(static_cast<size_t>(size) + 1, '\0');
     } catch (...) {
         kx_log_error("Memory allocation failed\n");
         std::fclose(f);
-        return -5;
+        return kFileError;
     }
     std::rewind(f);
     size_t got = std::fread(image.data(), 1, static_cast<size_t>(size), f);
@@ -74,7 +75,7 @@ int read_file(const std::string& path, std::vector<char>& image) {
     if (got < static_cast<size_t>(size)) {
         kx_log_error("Failed to read entire file\n");
         image.clear();
-        return -5;
+        return kFileError;
     }
     image.resize(static_cast<size_t>(size));
     return 0;

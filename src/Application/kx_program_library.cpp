@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "MIO_JSON.h"
+#include "kx_result.h"
 #include "kx_command.h"
 #include "kx_reply.h"
 #include "kx_commands_internal.h"
@@ -70,42 +71,26 @@ int finish_names(const char* text, int id) {
     return r;
 }
 
-/* Threaded modes: follow the run state until the program's finish message.
- * A pause while the program runs is spent waiting for that message, which
- * is then held exactly as if it had stayed queued. */
+int probe_run_state(kx_robot_handle* h, const void*, Probe* state) {
+    kx_program_run_state_t st{};
+    int q = kx_get_program_run_state(h, &st);
+    if (q == 0) *state = st.run_state == 1 ? Probe::Running : st.run_state == 0 ? Probe::Idle : Probe::Other;
+    return q;
+}
+
+/* A finish message settles the wait when it names the program; another
+ * program's keeps it going; an undecodable one fails it. */
+int on_finish(const void* ctx, const char* text, bool) {
+    int named = finish_names(text, *static_cast<const int*>(ctx));
+    return named < 0 ? kNoFinish : named == 1 ? kOk : kKeepWaiting;
+}
+
+/* Threaded modes: follow the run state until the program's finish message. */
 int await_program(kx_robot_handle* h, int id) {
-    static const char* const fn = "kx_set_program_id_run";
-    ReplyBuf held;
-    bool have = false;
-    auto finish = [&](int timeout) {
-        if (!have) have = exchange(fn, h, nullptr, kFinish, held, timeout) > 0;
-        return have;
-    };
-    int failures = 0, idle = 0;
-    bool seen_running = false;
-    for (;;) {
-        kx_program_run_state_t st{};
-        int q = kx_get_program_run_state(h, &st);
-        if (q != 0) {
-            if (++failures > kMaxQueryFailures) return q;
-            continue;
-        }
-        if (st.run_state == 1) {
-            seen_running = true;
-            finish(kRunningPause);
-            continue;
-        }
-        if (st.run_state != 0) continue;
-        if (!seen_running && ++idle < kIdleQueries) {
-            pause_ms(kIdlePause);
-            continue;
-        }
-        if (!finish(m_nOutTime)) return -4;
-        have = false;
-        int named = finish_names(held.text, id);
-        if (named < 0) return -4;
-        if (named == 1) return 0;
-    }
+    const CompletionRules rules{"kx_set_program_id_run", kFinish, kReplyBuf, /*event_first*/ false,
+                                kMaxQueryFailures, kRunningPause, /*other*/ 0, kIdleQueries - 1, kIdlePause,
+                                /*settle*/ -1, /*no_event*/ kNoFinish, probe_run_state, on_finish, &id};
+    return await_completion(h, rules);
 }
 
 }  // namespace
@@ -197,7 +182,7 @@ KX_API int kx_set_program_id_run(kx_robot_handle* handle, int id, int speed, int
     if (block == 0 || verdict != 0) return verdict;
     switch (g_mode) {
     case KX_SINGLE_MODE_E:
-        if (exchange(fn, handle, nullptr, kFinish, buf, block * 1000) < 1) return -4;
+        if (exchange(fn, handle, nullptr, kFinish, buf, block * 1000) < 1) return kNoFinish;
         return finish_names(buf.text, id) == 1 ? 0 : -4;
     case KX_DUAL_MODE_E:
     case KX_TRIPLE_MODE_E:

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "MIO_JSON.h"
+#include "kx_result.h"
 #include "kx_core.h"
 #include "kx_interface.h"
 #include "log.h"
@@ -275,17 +276,17 @@ KX_API int kx_set_realtime_push(kx_robot_handle* handle, kx_realtime_push_config
     kx_get_robot_info(handle, &info);
     if (config.cycle < 1) {
         kx_log_error("[%s] set realtime push config error, invaild cycle: %d!\n", kCaller, config.cycle);
-        return -4;
+        return kx::kInvalidConfig;
     }
     if (config.port < 1) {
         kx_log_error("[%s] set realtime push config error, invaild port:%d !\n", kCaller, config.port);
-        return -4;
+        return kx::kInvalidConfig;
     }
     size_t ip_len = strnlen(config.ip, sizeof config.ip);
     if (ip_len < 7 || ip_len > 15) {
         kx_log_error("[%s] set realtime push config error, invaild ip: %.*s!\n", kCaller,
                      kx::field_len(config.ip, sizeof config.ip), config.ip);
-        return -4;
+        return kx::kInvalidConfig;
     }
     char ip[sizeof config.ip + 1] = {};
     memcpy(ip, config.ip, ip_len);

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "MIO_JSON.h"
+#include "kx_result.h"
 #include "kx_command.h"
 #include "kx_commands_internal.h"
 
@@ -121,7 +122,7 @@ int store_fence(const FenceStore& s, kx_robot_handle* h, const kx_fence_config_t
     if (c.form < KX_FENCE_FORM_CUBE_E || c.form > KX_FENCE_FORM_SPHERE_E) {
         kx_log_error("Configuration error for the form of the newly added electronic fence! Wrong form: %d\n",
                      c.form);
-        return -4;
+        return kInvalidConfig;
     }
     Name name(c.name);
     Request req(s.command);
@@ -294,7 +295,7 @@ KX_API int kx_get_electronic_fence_enable(kx_robot_handle* handle, kx_electronic
 KX_API int kx_set_electronic_fence_config(kx_robot_handle* handle, kx_fence_config_t config) {
     if (config.form == KX_FENCE_FORM_SPHERE_E) {
         kx_log_error("electronic fence form check err!!");
-        return -4;
+        return kInvalidConfig;
     }
     Request req("set_electronic_fence_config");
     req.num("form", config.form);
