@@ -8,6 +8,7 @@
 #include "MIO_JSON.h"
 #include "kx_result.h"
 #include "kx_core.h"
+#include "kx_reply.h"
 #include "kx_interface.h"
 #include "log.h"
 #include "socket.h"
@@ -211,22 +212,19 @@ KX_API int common_json_pack_set(const char* caller_function_name, kx_handle_t* h
 KX_API int common_json_parse(const char* caller_function_name, const char* json_str, KeyValue* key_values,
                              int num_keys) {
     const char* caller = caller_function_name ? caller_function_name : "";
-    cJSON* root = MIO_JSON_Parse(json_str);
-    if (!root) {
+    const kx::ReplyView reply(json_str);
+    if (!reply.parsed()) {
         kx_log_error("Error parsing JSON\n");
         return kx::kUndecodable;
     }
-    const cJSON* container = MIO_JSON_GetObjectItem(root, "arm_state");
-    if (!container) container = MIO_JSON_GetObjectItem(root, "all_state");
-    if (!container) container = root;
+    const cJSON* container = reply.container();
     int result = 0;
     for (int i = 0; key_values && i < num_keys; ++i) {
         if (!decode_row(caller, container, key_values[i])) {
-            result = -3;
+            result = kx::kUndecodable;
             break;
         }
     }
-    MIO_JSON_Delete(root);
     return result;
 }
 

@@ -12,6 +12,7 @@
 
 #include "kx_commands_internal.h"
 #include "kx_core.h"
+#include "kx_reply.h"
 
 namespace kx {
 
@@ -207,14 +208,10 @@ KeyValue kv_bool(const char* key) { return kv_row(JSON_BOOL, key, 0); }
 KeyValue kv_ints(const char* key, int count) { return kv_row(JSON_ARRAY, key, count); }
 
 int reply_array_len(const char* json, const char* key, int cap) {
-    cJSON* root = cJSON_Parse(json);
-    if (root == nullptr) return -1;
-    const cJSON* box = cJSON_GetObjectItem(root, "arm_state");
-    if (box == nullptr) box = cJSON_GetObjectItem(root, "all_state");
-    if (box == nullptr) box = root;
-    const cJSON* arr = cJSON_GetObjectItem(box, key);
+    const ReplyView reply(json);
+    if (!reply.parsed()) return -1;
+    const cJSON* arr = cJSON_GetObjectItem(reply.container(), key);
     int n = cJSON_IsArray(arr) ? cJSON_GetArraySize(arr) : -1;
-    cJSON_Delete(root);
     return n > cap ? cap : n;
 }
 

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "kx_command.h"
+#include "kx_reply.h"
 #include "kx_commands_internal.h"
 #include "kx_invoke_algo.h"
 #include "MIO_JSON.h"
@@ -26,19 +27,6 @@ struct Name {
         if (src != nullptr) std::strncpy(text, src, 12);
     }
 };
-
-/* Reads an integer array of exactly n entries; a non-number entry reads -1,
- * a number no int can hold fails. */
-bool read_ints(const cJSON* obj, const char* key, int* out, int n) {
-    const cJSON* arr = cJSON_GetObjectItem(obj, key);
-    if (!cJSON_IsArray(arr) || cJSON_GetArraySize(arr) != n) return false;
-    for (int i = 0; i < n; ++i) {
-        const cJSON* item = cJSON_GetArrayItem(arr, i);
-        out[i] = -1;
-        if (cJSON_IsNumber(item) && !json_int(item, &out[i])) return false;
-    }
-    return true;
-}
 
 /* The messages of the two active-frame decoders. */
 struct FrameTexts {
@@ -82,7 +70,7 @@ int parse_frame(const char* msg, kx_frame_t* frame, const FrameTexts& t, bool to
         copy_str(f.frame_name, kNameKept, name->valuestring);
         kx_log_info(t.name_ok, f.frame_name);
         int pose[6];
-        if (!read_ints(root, "pose", pose, 6)) {
+        if (read_ints(root, "pose", 6, pose) != Read::Ok) {
             kx_log_error("%s", t.pose_err);
             break;
         }
@@ -99,7 +87,7 @@ int parse_frame(const char* msg, kx_frame_t* frame, const FrameTexts& t, bool to
             f.payload = from_wire(payload_wire, kMilli);
             kx_log_info("[get_current_tool_frame] Tool frame payloda: %.3f\n", f.payload);
             int com[3];
-            if (!read_ints(root, "position", com, 3)) {
+            if (read_ints(root, "position", 3, com) != Read::Ok) {
                 kx_log_error("[get_current_tool_frame] Tool frame position parse err\n");
                 break;
             }
