@@ -183,20 +183,31 @@ protected:
     void TearDown() override { EXPECT_EQ(0, kx_destory()); }
 };
 
+// A listening TCP socket on a free loopback port (its address in *addr), with
+// a receive buffer of `rcvbuf` bytes when not 0; -1 when it cannot listen.
+inline int listen_loopback(int backlog, int rcvbuf, sockaddr_in* addr) {
+    int fd = socket(AF_INET, SOCK_STREAM, 0);
+    if (rcvbuf > 0) setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &rcvbuf, sizeof rcvbuf);
+    addr->sin_family = AF_INET;
+    addr->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof *addr;
+    if (bind(fd, reinterpret_cast<sockaddr*>(addr), sizeof *addr) != 0 || listen(fd, backlog) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr*>(addr), &len) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
 // A local listener that never accepts, its backlog filled, so that a
 // connection attempt gets no answer at all: the stand-in for a host that
 // drops connection attempts.
 class DeafPeer {
 public:
     DeafPeer() {
-        fd_ = socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in addr{};
-        addr.sin_family = AF_INET;
-        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof addr;
-        if (bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || listen(fd_, 0) != 0 ||
-            getsockname(fd_, reinterpret_cast<sockaddr*>(&addr), &len) != 0)
-            return;
+        fd_ = listen_loopback(0, 0, &addr);
+        if (fd_ < 0) return;
         port_ = ntohs(addr.sin_port);
         for (int i = 0; i < 16; ++i) {
             int c = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
@@ -233,16 +244,9 @@ namespace kxtest {
 class SlowPeer {
 public:
     SlowPeer(const std::string& host, int port) : host_(host), port_(port) {
-        listen_ = socket(AF_INET, SOCK_STREAM, 0);
-        int small = 4096;  // a small window fills the library's send buffer soon
-        setsockopt(listen_, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
         sockaddr_in addr{};
-        addr.sin_family = AF_INET;
-        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof addr;
-        if (bind(listen_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || listen(listen_, 1) != 0 ||
-            getsockname(listen_, reinterpret_cast<sockaddr*>(&addr), &len) != 0)
-            return;
+        listen_ = listen_loopback(1, 4096, &addr);  // a small window fills the library's send buffer soon
+        if (listen_ < 0) return;
         listen_port_ = ntohs(addr.sin_port);
         thread_ = std::thread([this] { run(); });
     }
