@@ -175,9 +175,13 @@ int send_and_wait(const char* caller_function_name, kx_robot_handle* handle, con
 }
 
 int send_request(Conn& conn, const uint8_t* bytes, size_t len) {
+    std::lock_guard lock(conn.writer);
+    return write_request(conn, bytes, len);
+}
+
+int write_request(Conn& conn, const uint8_t* bytes, size_t len) {
     kx_socket_handle* sock = conn.record->socket_handle;
     if (!sock || !bytes || len == 0) return -1;
-    std::lock_guard lock(conn.writer);
     size_t sent = 0;
     if (conn.cut) {
         // The remains of a cut request end here, as a line of their own that

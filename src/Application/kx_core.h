@@ -144,6 +144,8 @@ int encode_request(const JsonValue* values, size_t count, RequestLine& line);
 /* Writes one request line whole, under the connection's writer lock: 0, or
  * -2 when it could not be written (a cut line is ended before the next). */
 int send_request(Conn& conn, const uint8_t* bytes, size_t len);
+/* The same for a caller that holds the writer lock already. */
+int write_request(Conn& conn, const uint8_t* bytes, size_t len);
 int round_trip(const char* caller, kx_robot_handle* handle, const JsonValue* values, size_t count,
                const char* command, uint8_t* buf, int buf_len, int timeout);
 

@@ -297,7 +297,7 @@ int round_trip(const char* caller, kx_robot_handle* handle, const JsonValue* val
         release_reading(conn);
         reading = false;
     };
-    if (values && send_request(conn, line.bytes(), line.len) != 0) {
+    if (values && write_request(conn, line.bytes(), line.len) != 0) {
         give_back();
         return kSendFailed;
     }
