@@ -160,6 +160,7 @@ void release_trees(const JsonValue* values, size_t count) {
 int send_and_wait(const char* caller_function_name, kx_robot_handle* handle, const JsonValue* json_values,
                   size_t num_values, const char* command, uint8_t* buf, int buf_len, int timeout, bool report) {
     const char* caller = caller_function_name ? caller_function_name : "";
+    forget_taken_reply();  // a reply taken before this round trip is no longer the one
     // The table lock is held only for the lookup: the send and the wait run without it.
     int result = round_trip(caller, handle, json_values, num_values, command, buf, buf_len, timeout);
     if (result == kSendFailed) {
@@ -243,7 +244,8 @@ KX_API int kx_pack_lock_set(const char* caller_function_name, kx_robot_handle* h
 KX_API int parse_kx_set_command(const char* caller_function_name, const char* json_str, const char* key) {
     const char* caller = caller_function_name ? caller_function_name : "";
     const char* name = key ? key : "";
-    cJSON* root = MIO_JSON_Parse(json_str);
+    const kx::ReplyView reply(json_str);
+    const cJSON* root = reply.root();
     if (!root) {
         // Compares the reply text, not the key: the interface's own test, kept on purpose.
         if (!json_str || strcmp(json_str, "given_state") != 0)
@@ -251,7 +253,6 @@ KX_API int parse_kx_set_command(const char* caller_function_name, const char* js
         return kx::kUndecodable;
     }
     int outcome = MIO_JSON_GetObjectItemBool(root, name);
-    MIO_JSON_Delete(root);
     if (outcome == 0) {
         kx_log_error("[%s] %s: false\n", caller, name);
         return kx::kRefused;

@@ -9,6 +9,7 @@
 
 #include "MIO_JSON.h"
 #include "kx_core.h"
+#include "kx_reply.h"
 #include "kx_interface.h"
 #include "log.h"
 
@@ -194,7 +195,8 @@ KX_API void kx_get_arm_event_call_back(kx_event_callback_ptr event_callback) {
 }
 
 KX_API int parse_kx_move_command(const char* json_str, int* device, int* trajectory_connect) {
-    cJSON* root = MIO_JSON_Parse(json_str);
+    const kx::ReplyView reply(json_str);
+    const cJSON* root = reply.root();
     if (!root) {
         kx_log_error("Set command parse err\n");
         return -3;
@@ -202,7 +204,6 @@ KX_API int parse_kx_move_command(const char* json_str, int* device, int* traject
     int state = MIO_JSON_GetObjectItemBool(root, "trajectory_state");
     int dev = MIO_JSON_GetObjectItemInt(root, "device");
     int connect = MIO_JSON_GetObjectItemInt(root, "trajectory_connect");
-    MIO_JSON_Delete(root);
     if ((state == 1 || state == 0) && dev >= 0 && connect >= 0) {
         if (device) *device = dev;
         if (trajectory_connect) *trajectory_connect = connect;

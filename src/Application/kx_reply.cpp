@@ -1,11 +1,83 @@
 #include "kx_reply.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 #include "MIO_JSON.h"
 
 namespace kx {
+
+namespace {
+
+struct StoredTree {
+    const void* fifo = nullptr;
+    int index = -1;
+    unsigned long long stamp = 0;
+    cJSON* tree = nullptr;
+    ~StoredTree() { cJSON_Delete(tree); }
+};
+
+struct TakenReply {
+    const char* at = nullptr; /* where the reply was copied */
+    char* text = nullptr;     /* its bytes, to tell a reused buffer from it */
+    size_t cap = 0;
+    cJSON* tree = nullptr;
+    ~TakenReply() {
+        cJSON_Delete(tree);
+        std::free(text);
+    }
+};
+
+thread_local StoredTree t_stored;
+thread_local TakenReply t_taken;
+
+const cJSON* taken_tree_for(const char* text) {
+    if (t_taken.tree == nullptr || text != t_taken.at || std::strcmp(text, t_taken.text) != 0) return nullptr;
+    return t_taken.tree;
+}
+
+}  // namespace
+
+void keep_stored_tree(const void* fifo, int index, unsigned long long stamp, cJSON* root) {
+    cJSON_Delete(t_stored.tree);
+    t_stored.fifo = fifo;
+    t_stored.index = index;
+    t_stored.stamp = stamp;
+    t_stored.tree = root;
+}
+
+void taken_whole(const void* fifo, int index, unsigned long long stamp, const char* out, size_t len) {
+    if (t_stored.tree == nullptr || t_stored.fifo != fifo || t_stored.index != index || t_stored.stamp != stamp)
+        return;
+    if (t_taken.cap < len + 1) {
+        auto* grown = static_cast<char*>(std::realloc(t_taken.text, len + 1));
+        if (grown == nullptr) return;  // parsed again later, that is all
+        t_taken.text = grown;
+        t_taken.cap = len + 1;
+    }
+    std::memcpy(t_taken.text, out, len);
+    t_taken.text[len] = '\0';
+    cJSON_Delete(t_taken.tree);
+    t_taken.tree = t_stored.tree;
+    t_taken.at = out;
+    t_stored.tree = nullptr;
+}
+
+void forget_taken_reply() {
+    cJSON_Delete(t_taken.tree);
+    t_taken.tree = nullptr;
+    t_taken.at = nullptr;
+}
+
+ReplyView::ReplyView(const char* text) : root_(nullptr) {
+    if (const cJSON* tree = taken_tree_for(text)) {
+        root_ = const_cast<cJSON*>(tree);  // borrowed, read only
+        owned_ = false;
+        return;
+    }
+    root_ = text ? cJSON_Parse(text) : nullptr;
+}
 
 const cJSON* ReplyView::container() const {
     const cJSON* box = cJSON_GetObjectItem(root_, "arm_state");

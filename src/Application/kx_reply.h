@@ -20,8 +20,12 @@ enum class Read { Ok, Missing, Invalid };
  * member, else its "all_state" member, else the reply itself. */
 class ReplyView {
 public:
-    explicit ReplyView(const char* text) : root_(text ? cJSON_Parse(text) : nullptr) {}
-    ~ReplyView() { cJSON_Delete(root_); }
+    /* Parses `text`, unless it is the reply this thread has just taken, whose
+     * tree is then borrowed: a reply is parsed once, when it is framed. */
+    explicit ReplyView(const char* text);
+    ~ReplyView() {
+        if (owned_) cJSON_Delete(root_);
+    }
     ReplyView(const ReplyView&) = delete;
     ReplyView& operator=(const ReplyView&) = delete;
 
@@ -31,7 +35,20 @@ public:
 
 private:
     cJSON* root_;
+    bool owned_ = true;
 };
+
+/* ---- parsing once ----
+ * The frame a thread stores stays parsed on that thread; when the same
+ * thread then takes that very frame as its reply, whole, the tree moves to
+ * the reply it copied out, and ReplyView borrows it for exactly those bytes
+ * at that address. A new round trip on the thread forgets it. */
+/* store_frame: keeps `root` (owned) as the frame stored at (fifo, index, stamp). */
+void keep_stored_tree(const void* fifo, int index, unsigned long long stamp, cJSON* root);
+/* take_locked: the frame at (fifo, index, stamp) was copied whole to `out`. */
+void taken_whole(const void* fifo, int index, unsigned long long stamp, const char* out, size_t len);
+/* The start of a round trip. */
+void forget_taken_reply();
 
 /* Readers of one member of `obj` (null obj: Missing). */
 Read read_int(const cJSON* obj, const char* key, int* out);

@@ -6,6 +6,7 @@
 
 #include "MIO_JSON.h"
 #include "kx_receive.h"
+#include "kx_reply.h"
 #include "log.h"
 
 extern "C" {
@@ -91,11 +92,13 @@ Take take_locked(kx::QueueSync& sync, kx_socket_fifo_handle* fifo, const char* c
             return Take::Discarded;
         }
         if (command && strcmp(slot.command, command) == 0) {
-            size_t n = strnlen(reinterpret_cast<const char*>(slot.str_json), sizeof slot.str_json);
-            n = std::min(n, static_cast<size_t>(std::max(out_len - 1, 0)));
+            const size_t whole = strnlen(reinterpret_cast<const char*>(slot.str_json), sizeof slot.str_json);
+            size_t n = std::min(whole, static_cast<size_t>(std::max(out_len - 1, 0)));
             if (out && n > 0) {
                 memcpy(out, slot.str_json, n);
                 out[n] = 0;
+                if (n == whole && whole == static_cast<size_t>(slot.recevie_len))
+                    taken_whole(fifo, static_cast<int>(&slot - fifo->fifo), slot.time, reinterpret_cast<char*>(out), n);
             }
             *length = slot.recevie_len;
             memset(&slot, 0, sizeof slot);
@@ -137,17 +140,24 @@ void store_frame(QueueSync& sync, kx_handle_t* handle, const uint8_t* str, int s
     cJSON* root = cJSON_ParseWithLength(reinterpret_cast<const char*>(str), static_cast<size_t>(str_len));
     const char* key = root ? frame_key(root) : nullptr;
     int index;
+    uint64_t stamp;
     {
         std::lock_guard lock(sync.mutex);
-        fifo->current_time++;
+        stamp = ++fifo->current_time;
         index = choose_slot(fifo);
-        if (index >= 0 && key) store_locked(sync, handle, key, str, str_len, index, fifo->current_time);
+        if (index >= 0 && key) store_locked(sync, handle, key, str, str_len, index, stamp);
     }
     if (index >= 0 && key) sync.cv.notify_all();
     if (root && !key && index >= 0) save_point_frame(root, str, str_len);  // a drag-teach point
     if (key && (strcmp(key, kTrajectoryEvent) == 0 || strcmp(key, kProgramEvent) == 0))
         dispatch_event(handle, root, key);  // to the callback, even when the queue had no room
-    cJSON_Delete(root);
+    // Stays parsed on this thread: the caller reading its own reply takes it next.
+    if (index >= 0 && key && strnlen(reinterpret_cast<const char*>(str), static_cast<size_t>(str_len)) ==
+                                 static_cast<size_t>(str_len) &&
+        static_cast<size_t>(str_len) <= sizeof fifo->fifo[0].str_json)
+        keep_stored_tree(fifo, index, stamp, root);
+    else
+        cJSON_Delete(root);
 }
 }  // namespace kx
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "kx_command.h"
+#include "kx_reply.h"
 #include "kx_commands_internal.h"
 
 using namespace kx;
@@ -116,7 +117,8 @@ extern "C" {
 
 KX_API int parse_kx_get_arm_software_info(const char* msg, kx_arm_software_version_t* info) {
     if (msg == nullptr || info == nullptr) return -1;
-    cJSON* root = cJSON_Parse(msg);
+    const kx::ReplyView reply(msg);
+    const cJSON* root = reply.root();
     if (root == nullptr) {
         kx_log_error("[kx_get_arm_software_info] Arm software info parse err\n");
         return -3;
@@ -134,7 +136,6 @@ KX_API int parse_kx_get_arm_software_info(const char* msg, kx_arm_software_versi
             kx_log_error("%s", f.missing);
         }
     }
-    cJSON_Delete(root);
     *info = v;
     return 0;
 }
