@@ -272,9 +272,11 @@ struct JointQuery {
 int get_joints(const JointQuery& q, kx_robot_handle* h, float* out);
 
 /* ---- completion: the one engine of every blocking wait -------------------
- * Moves and steps, lift and expansion axes, and programs all wait the same
- * way: for an event that settles the call, probing the controller's state
- * meanwhile, pausing while it runs. The rules say what differs. */
+ * Moves and steps, grippers and hands, lift and expansion axes, and programs
+ * all wait the same way: for an event that settles the call, probing the
+ * controller's state meanwhile, pausing while it runs (a gripper or hand
+ * probes nothing: its wait is the settling wait alone). The rules say what
+ * differs. */
 
 /* The settling events of one connection as a wait sees them. A pause is
  * spent waiting for the next event rather than sleeping blind: an event that

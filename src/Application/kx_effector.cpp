@@ -1,6 +1,7 @@
 /* End effectors and auxiliary axes: the two-finger gripper, the dexterous
  * hand, the lift and the expansion axis. Their blocking forms wait for the
  * completion event that carries their own device code. */
+#include <algorithm>
 #include <climits>
 
 #include "kx_command.h"
@@ -43,21 +44,40 @@ constexpr EffectorWait kGripperWait{kGripperDevice, -4, -5, false};
 constexpr EffectorWait kGripperPositionWait{kGripperDevice, -4, -5, true};
 constexpr EffectorWait kHandWait{kHandDevice, -5, -4, false};
 
+/* A gripper or hand wait probes nothing: it is the settling wait alone. */
+int probe_nothing(kx_robot_handle*, const void*, Probe* state) {
+    *state = Probe::Idle;
+    return 0;
+}
+
+struct EffectorEvent {
+    const char* fn;
+    const EffectorWait* wait;
+};
+
+/* The one completion event judged: its device must be the effector's. */
+int on_effector_event(const void* ctx, const char* text, bool) {
+    const auto& e = *static_cast<const EffectorEvent*>(ctx);
+    int device = -1, connect = -1;
+    int p = parse_kx_move_command(text, &device, &connect);
+    if (p != 1) return p == 0 ? kRefused : p;
+    if (device != e.wait->device) {
+        kx_log_error("[%s] current device is: %d \n", e.fn, device);
+        return e.wait->wrong_device;
+    }
+    return kOk;
+}
+
 /* Waits `timeout_s` seconds for one completion event and judges it. */
 int await_effector(const char* fn, kx_robot_handle* h, const EffectorWait& w, int timeout_s) {
-    ReplyBuf buf;
-    if (exchange(fn, h, nullptr, "current_trajectory_state", buf, seconds_to_ms(timeout_s), kMoveBuf) < 1) {
-        if (w.log_timeout) kx_log_error("[%s] timeout error\n", fn);
-        return w.no_event;
-    }
-    int device = -1, connect = -1;
-    int p = parse_kx_move_command(buf.text, &device, &connect);
-    if (p != 1) return p == 0 ? 1 : p;
-    if (device != w.device) {
-        kx_log_error("[%s] current device is: %d \n", fn, device);
-        return w.wrong_device;
-    }
-    return 0;
+    const EffectorEvent event{fn, &w};
+    const CompletionRules rules{fn, "current_trajectory_state", kMoveBuf, /*event_first*/ false,
+                                /*max_failures*/ 0, /*running*/ 0, /*other*/ 0, /*idle*/ 0, 0,
+                                /*settle*/ std::max(0, seconds_to_ms(timeout_s)), w.no_event,
+                                probe_nothing, on_effector_event, &event};
+    int r = await_completion(h, rules);
+    if (r == w.no_event && w.log_timeout) kx_log_error("[%s] timeout error\n", fn);
+    return r;
 }
 
 /* A gripper motion: unacknowledged when neither blocking nor timed, else
