@@ -165,7 +165,7 @@ int send_and_wait(const char* caller_function_name, kx_robot_handle* handle, con
     int result = round_trip(caller, handle, json_values, num_values, command, buf, buf_len, timeout);
     if (result == kSendFailed) {
         if (report) kx_log_error("[%s] %s send error\n", caller, request_name(json_values));
-        return kFailed;
+        return kx::kFailed;
     }
     if (result == -1 || !command || result > 0) return result;
     if (json_values && report)

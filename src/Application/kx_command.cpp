@@ -224,7 +224,7 @@ int exchange(const char* fn, kx_robot_handle* h, const Request* req, const char*
 
 int exchange_into(const char* fn, kx_robot_handle* h, const Request* req, const char* reply, char* buf, int buf_len,
                   int timeout) {
-    if (req != nullptr && !sendable(fn, *req)) return kFailed;
+    if (req != nullptr && !sendable(fn, *req)) return kx::kFailed;
     std::memset(buf, 0, static_cast<size_t>(buf_len));
     return guarded(fn, -1, [&] {
         return send_and_wait(fn, h, req ? req->rows() : nullptr, req ? req->size() : 0, reply,
@@ -289,7 +289,7 @@ int set_num(const SetSpec& s, kx_robot_handle* h, const char* field, int value) 
 }
 
 int get_num(const char* fn, kx_robot_handle* h, const char* request, const char* reply, const char* field, int* out) {
-    if (out == nullptr) return kFailed;
+    if (out == nullptr) return kx::kFailed;
     Request req(request);
     KeyValue kv = kv_int(field);
     int r = query(fn, h, req, reply, &kv, 1);
@@ -299,7 +299,7 @@ int get_num(const char* fn, kx_robot_handle* h, const char* request, const char*
 
 int get_scaled(const char* fn, kx_robot_handle* h, const char* request, const char* reply, const char* field,
                Scale scale, float* out) {
-    if (out == nullptr) return kFailed;
+    if (out == nullptr) return kx::kFailed;
     int wire = 0;
     int r = get_num(fn, h, request, reply, field, &wire);
     if (r == 0) *out = from_wire(wire, scale);
@@ -307,7 +307,7 @@ int get_scaled(const char* fn, kx_robot_handle* h, const char* request, const ch
 }
 
 int send_only(const char* fn, kx_robot_handle* h, const Request& req, int pause_ms) {
-    if (!sendable(fn, req)) return kFailed;
+    if (!sendable(fn, req)) return kx::kFailed;
     uint8_t unused[kMoveBuf] = {};
     int r = kx_pack_lock_set(fn, h, req.rows(), req.size(), nullptr, unused, sizeof unused, pause_ms);
     return r < 0 ? -1 : 0;
@@ -317,13 +317,13 @@ int checked_dof(const char* fn, kx_robot_handle* h) {
     int dof = 0;
     if (kx_get_arm_dof(h, &dof) != 0 || (dof != 6 && dof != 7)) {
         kx_log_error("[%s] The robotic arm has been disconnected\n", fn);
-        return kFailed;
+        return kx::kFailed;
     }
     return dof;
 }
 
 int get_joints(const JointQuery& q, kx_robot_handle* h, float* out) {
-    if (out == nullptr) return kFailed;
+    if (out == nullptr) return kx::kFailed;
     Request req(q.request);
     return query_joints(q.fn, h, req, q.reply, [&](int dof, const char* text) {
         KeyValue kv = kv_ints(q.field, dof);

@@ -99,7 +99,7 @@ KX_API int parse_kx_save_trajectory(const char* caller_function_name, const char
     cJSON* root = json_str ? MIO_JSON_Parse(json_str) : nullptr;
     if (root == nullptr) {
         kx_log_error("[%s] Save trajectory parse err\n", fn);
-        return -3;
+        return kUndecodable;
     }
     int result;
     const cJSON* state = MIO_JSON_GetObjectItem(root, "save_state");
@@ -141,7 +141,7 @@ KX_API int kx_start_multi_drag_teach(kx_robot_handle* handle, int mode, int sing
 
 KX_API int kx_start_multi_drag_teach_new(kx_robot_handle* handle, kx_multi_drag_teach_t teach_state) {
     kx_robot_info_t info{};
-    if (kx_get_robot_info(handle, &info) != 0) return -1;
+    if (kx_get_robot_info(handle, &info) != 0) return kFailed;
     Request req("start_multi_drag_teach");
     req.num("frame", teach_state.frame);
     if (info.force_type == KX_FORCE_TYPE_QS_E)
@@ -179,7 +179,7 @@ KX_API int kx_run_drag_trajectory(kx_robot_handle* handle, int timeout) {
     if (timeout == 0) return send_only(fn, handle, req, 0);
     /* The full pause (holding the connection, not the registry lock) is the
      * controller's time to start the replay. */
-    if (send_only(fn, handle, req, timeout * 1000) != 0) return -1;
+    if (send_only(fn, handle, req, timeout * 1000) != 0) return kFailed;
     kx_arm_current_trajectory_e type = KX_NO_PLANNING_E;
     float data[7];
     while (kx_get_arm_current_trajectory(handle, &type, data) == 0 && type == KX_TRAJECTORY_REPLAY_PLANNING_E)

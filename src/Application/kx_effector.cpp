@@ -170,7 +170,7 @@ int axis_move(const Axis& a, kx_robot_handle* h, int speed, int target, int bloc
     case KX_SINGLE_MODE_E: return kx_movecmd_singlemode_parse(h, block, a.device);
     case KX_DUAL_MODE_E:
     case KX_TRIPLE_MODE_E: return await_axis(a, h);
-    default: return -3;
+    default: return kUndecodable;
     }
 }
 
@@ -225,7 +225,7 @@ KX_API int kx_set_gripper_position(kx_robot_handle* handle, int position, bool b
 }
 
 KX_API int kx_get_gripper_state(kx_robot_handle* handle, kx_gripper_state_t* state) {
-    if (state == nullptr) return -1;
+    if (state == nullptr) return kFailed;
     Request req("get_gripper_state");
     KeyValue kv[] = {kv_int("enable"),        kv_int("status"),      kv_int("error"), kv_int("mode"),
                      kv_int("current_force"), kv_int("temperature"), kv_int("actpos")};
@@ -252,7 +252,7 @@ KX_API int kx_set_hand_seq(kx_robot_handle* handle, int seq_num, bool block, int
 }
 
 KX_API int kx_set_hand_angle(kx_robot_handle* handle, const int* hand_angle) {
-    if (hand_angle == nullptr) return -1;
+    if (hand_angle == nullptr) return kFailed;
     Request req("set_hand_angle");
     req.ints("hand_angle", hand_angle, 6);
     return set_command("kx_set_hand_angle", handle, req, "set_hand_angle", "set_state", kEffectorReply);

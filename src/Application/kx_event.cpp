@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "MIO_JSON.h"
+#include "kx_result.h"
 #include "kx_core.h"
 #include "kx_reply.h"
 #include "kx_interface.h"
@@ -199,7 +200,7 @@ KX_API int parse_kx_move_command(const char* json_str, int* device, int* traject
     const cJSON* root = reply.root();
     if (!root) {
         kx_log_error("Set command parse err\n");
-        return -3;
+        return kx::kUndecodable;
     }
     int state = MIO_JSON_GetObjectItemBool(root, "trajectory_state");
     int dev = MIO_JSON_GetObjectItemInt(root, "device");
@@ -215,7 +216,7 @@ KX_API int parse_kx_move_command(const char* json_str, int* device, int* traject
         return 0;
     }
     kx_log_error("Move command parse err\n");
-    return -3;
+    return kx::kUndecodable;
 }
 
 }  // extern "C"

@@ -87,7 +87,7 @@ KX_API int kx_force_position_move_joint(kx_robot_handle* handle, const float* jo
                                         float force, bool follow) {
     static const char* const fn = "kx_force_position_move_joint";
     int dof = checked_dof(fn, handle);
-    if (dof < 0 || joint == nullptr) return -1;
+    if (dof < 0 || joint == nullptr) return kFailed;
     int wire[7];
     Request req(kMove);
     req.joints(joint, dof, wire, "joint");
@@ -122,7 +122,7 @@ KX_API int kx_force_position_move(kx_robot_handle* handle, kx_force_position_mov
         add_pose_or_quat(req, param.pose);
     } else {
         int dof = checked_dof(fn, handle);
-        if (dof < 0) return -1;
+        if (dof < 0) return kFailed;
         int wire[7];
         for (int i = 0; i < dof; ++i) wire[i] = req.f(param.joint[i], 1000.0f, "joint", i);
         req.ints("joint", wire, dof);

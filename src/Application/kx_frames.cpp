@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "kx_command.h"
+#include "kx_result.h"
 #include "kx_reply.h"
 #include "kx_commands_internal.h"
 #include "kx_invoke_algo.h"
@@ -182,7 +183,7 @@ KX_API int parse_kx_get_total_frame(const char* msg, kx_frame_name_t* names, int
     cJSON* root = cJSON_Parse(msg);
     if (root == nullptr) {
         kx_log_error("Get total frame name parse err\n");
-        return -3;
+        return kUndecodable;
     }
     const cJSON* list = cJSON_GetObjectItem(root, "frame_names");
     if (list == nullptr) list = cJSON_GetObjectItem(root, "tool_names");
@@ -214,7 +215,7 @@ KX_API int Parser_Get_Tool_Envelope(const char* msg, kx_envelope_balls_list_t* e
     cJSON* root = cJSON_Parse(msg);
     if (root == nullptr) {
         kx_log_error("[%s] parser error!", fn);
-        return -3;
+        return kUndecodable;
     }
     if (cJSON_IsFalse(cJSON_GetObjectItem(root, "get_state"))) {
         kx_log_error("[%s] Get tool envelope return false! You can check if the tool frame exists.\n", fn);
@@ -252,7 +253,7 @@ KX_API int Parser_Get_Tool_Envelope(const char* msg, kx_envelope_balls_list_t* e
     cJSON_Delete(root);
     if (!ok) {
         kx_log_error("[%s] parser error!", fn);
-        return -3;
+        return kUndecodable;
     }
     *envelope = env;
     return 0;
@@ -265,7 +266,7 @@ KX_API int kx_set_auto_tool_frame(kx_robot_handle* handle, int point_num) {
 
 KX_API int kx_generate_auto_tool_frame(kx_robot_handle* handle, const char* name, float payload, float x, float y,
                                        float z) {
-    if (name == nullptr) return -1;
+    if (name == nullptr) return kFailed;
     Request req("generate_auto_tool_frame");
     req.str("tool_name", name)
         .num("payload", req.f(payload, 1000.0f, "payload"))
@@ -302,7 +303,7 @@ KX_API int kx_delete_tool_frame(kx_robot_handle* handle, const char* tool_name) 
 }
 
 KX_API int kx_set_auto_work_frame(kx_robot_handle* handle, const char* workname, int point_num) {
-    if (workname == nullptr) return -1;
+    if (workname == nullptr) return kFailed;
     Request req("set_auto_work_frame");
     req.str("frame_name", workname).num("point_num", point_num);
     return set_command("kx_set_auto_work_frame", handle, req, "set_auto_work_frame", "auto_work_frame");
@@ -342,7 +343,7 @@ KX_API int kx_set_tool_envelope(kx_robot_handle* handle, kx_envelope_balls_list_
             wire[i][k] = args.f(v[k], 1000.0f, name);
         }
     }
-    if (args.refused(fn)) return -1;
+    if (args.refused(fn)) return kFailed;
     const Name tool(envelope.tool_name);
     cJSON* list = cJSON_CreateArray();
     for (int i = 0; i < size && list != nullptr; ++i) {
@@ -368,7 +369,7 @@ KX_API int kx_set_tool_envelope(kx_robot_handle* handle, kx_envelope_balls_list_
 
 KX_API int kx_get_tool_envelope(kx_robot_handle* handle, const char* tool_name, kx_envelope_balls_list_t* envelope) {
     static const char* const fn = "kx_get_tool_envelope";
-    if (tool_name == nullptr || envelope == nullptr) return -1;
+    if (tool_name == nullptr || envelope == nullptr) return kFailed;
     Request req("get_tool_envelope");
     req.str("tool_name", tool_name);
     ReplyBuf buf;
@@ -387,7 +388,7 @@ KX_API int kx_get_total_work_frame(kx_robot_handle* handle, kx_frame_name_t* fra
 
 KX_API int kx_get_given_tool_frame(kx_robot_handle* handle, const char* name, kx_frame_t* frame) {
     static const char* const fn = "kx_get_given_tool_frame";
-    if (name == nullptr || frame == nullptr) return -1;
+    if (name == nullptr || frame == nullptr) return kFailed;
     Request req("get_tool_frame");
     req.str("tool_name", name);
     ReplyBuf buf;
@@ -416,7 +417,7 @@ KX_API int kx_get_given_tool_frame(kx_robot_handle* handle, const char* name, kx
 
 KX_API int kx_get_given_work_frame(kx_robot_handle* handle, const char* name, kx_pose_t* pose) {
     static const char* const fn = "kx_get_given_work_frame";
-    if (name == nullptr || pose == nullptr) return -1;
+    if (name == nullptr || pose == nullptr) return kFailed;
     Request req("get_work_frame");
     req.str("frame_name", name);
     ReplyBuf buf;

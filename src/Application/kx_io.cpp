@@ -5,6 +5,7 @@
 
 #include "MIO_JSON.h"
 #include "kx_command.h"
+#include "kx_result.h"
 #include "kx_commands_internal.h"
 
 using namespace kx;
@@ -76,11 +77,11 @@ bool non_negative(const cJSON* obj, const char* key, int* out) {
 extern "C" {
 
 KX_API int prase_get_IO_state(const char* msg, kx_io_get_t* config) {
-    if (msg == nullptr || config == nullptr) return -3;
+    if (msg == nullptr || config == nullptr) return kUndecodable;
     cJSON* root = MIO_JSON_Parse(msg);
     if (root == nullptr) {
         kx_log_error("Error parsing JSON\n");
-        return -3;
+        return kUndecodable;
     }
     int r = -3;
     kx_io_config_t& io = config->io_config;
@@ -122,7 +123,7 @@ KX_API int kx_set_DO_state(kx_robot_handle* handle, int io_num, int state) {
 KX_API int kx_get_IO_state(kx_robot_handle* handle, int io_num, kx_io_get_t* config) {
     static const char* const fn = "kx_get_IO_state";
     if (!io_num_ok(io_num)) return reject_param();
-    if (config == nullptr) return -1;
+    if (config == nullptr) return kFailed;
     Request req("get_IO_state");
     req.num("IO_Num", io_num);
     ReplyBuf buf;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kx_core.h"
+#include "kx_result.h"
 #include "kx_interface.h"
 #include "log.h"
 #include "socket.h"
@@ -431,7 +432,7 @@ KX_API int kx_delete_robot_arm(kx_robot_handle* handle) {
     if (slot < 0) {
         kx_wrlock_unlock();
         kx_log_error("not find handle\n");
-        return -1;
+        return kx::kFailed;
     }
     Taken taken = take_slot(slot);
     kx_wrlock_unlock();
@@ -445,7 +446,7 @@ KX_API int kx_get_robot_info(kx_robot_handle* handle, kx_robot_info_t* out) {
     if (!record || !out) {
         kx_rdlock_unlock();
         kx_log_error("[%s] handle is NULL!\n", "kx_get_robot_info");
-        return -1;
+        return kx::kFailed;
     }
     out->arm_dof = record->arm_dof;
     out->arm_model = record->arm_model;
@@ -459,7 +460,7 @@ KX_API int kx_get_arm_dof(kx_robot_handle* handle, int* dof) {
     kx_handle_t* record = kx_get_kx_handle_by_robot_handle(handle);
     int arm_dof = record ? record->arm_dof : 0;
     kx_rdlock_unlock();
-    if (!record || (arm_dof != 6 && arm_dof != 7)) return -1;
+    if (!record || (arm_dof != 6 && arm_dof != 7)) return kx::kFailed;
     if (dof) *dof = arm_dof;
     return 0;
 }

@@ -223,7 +223,7 @@ KX_API int kx_send_project(kx_robot_handle* handle, kx_send_project_t project, i
             kx_log_error("[kx_run_project] failed\n");
             return announced;
         }
-        if (write_chunks(use, image.data(), image.size(), kChunk, true, kChunkPauseMs) != 0) return -1;
+        if (write_chunks(use, image.data(), image.size(), kChunk, true, kChunkPauseMs) != 0) return kFailed;
         if (writing) writing.unlock();
         return await_ack(handle, kAckTimeout, err_line);
     });
@@ -231,10 +231,10 @@ KX_API int kx_send_project(kx_robot_handle* handle, kx_send_project_t project, i
 
 KX_API int kx_send_project_lock(kx_robot_handle* handle, const char* data, int data_len, int* err_line) {
     return kx::guarded("kx_send_project_lock", -1, [&]() -> int {
-        if (data == nullptr || data_len < 0) return -1;
+        if (data == nullptr || data_len < 0) return kFailed;
         {
             ConnUse use(handle);
-            if (write_chunks(use, data, static_cast<size_t>(data_len), kMemoryChunk, false, 0) != 0) return -1;
+            if (write_chunks(use, data, static_cast<size_t>(data_len), kMemoryChunk, false, 0) != 0) return kFailed;
         }
         return await_ack(handle, kMemoryAckTimeout, err_line);
     });

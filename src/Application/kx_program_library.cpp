@@ -40,7 +40,7 @@ int parse_list(const char* fn, const char* text, kx_trajectory_data_t* list) {
     if (!cJSON_IsArray(arr)) {
         kx_log_error("[%s] get program trajectory list parser error!\n", fn);
         MIO_JSON_Delete(root);
-        return -3;
+        return kUndecodable;
     }
     int n = std::min(cJSON_GetArraySize(arr), kMaxEntries);
     for (int i = 0; i < n; ++i) {
@@ -53,7 +53,7 @@ int parse_list(const char* fn, const char* text, kx_trajectory_data_t* list) {
         if (!fits) {
             kx_log_error("[%s] get program trajectory list parser error!\n", fn);
             MIO_JSON_Delete(root);
-            return -3;
+            return kUndecodable;
         }
     }
     MIO_JSON_Delete(root);
@@ -124,7 +124,7 @@ KX_API int kx_set_plan_speed(kx_robot_handle* handle, int speed) {
 KX_API int kx_get_program_trajectory_list(kx_robot_handle* handle, int page_num, int page_size,
                                           const char* vague_search, kx_program_trajectorys_t* trajectorys) {
     static const char* const fn = "kx_get_program_trajectory_list";
-    if (trajectorys == nullptr) return -1;
+    if (trajectorys == nullptr) return kFailed;
     static thread_local char buf[kListBuf];
     int r = list_page(fn, handle, "get_program_trajectory_list", page_num, page_size, vague_search, buf, sizeof buf,
                       kOutTime);
@@ -132,7 +132,7 @@ KX_API int kx_get_program_trajectory_list(kx_robot_handle* handle, int page_num,
     KeyValue kv[4] = {kv_int("page_num"), kv_int("page_size"), kv_int("total_size"), kv_str("vague_search")};
     if (common_json_parse(fn, buf, kv, 4) != 0) {
         kx_log_error("[%s] get program trajectory list parser error!\n", fn);
-        return -3;
+        return kUndecodable;
     }
     trajectorys->page_num = kv[0].data.int_value;
     trajectorys->page_size = kv[1].data.int_value;
@@ -143,7 +143,7 @@ KX_API int kx_get_program_trajectory_list(kx_robot_handle* handle, int page_num,
 
 KX_API int kx_get_program_run_state(kx_robot_handle* handle, kx_program_run_state_t* run_state) {
     static const char* const fn = "kx_get_program_run_state";
-    if (run_state == nullptr) return -1;
+    if (run_state == nullptr) return kFailed;
     Request req("get_program_run_state");
     static thread_local char buf[kListBuf];
     int r = exchange_into(fn, handle, &req, "get_program_run_state", buf, sizeof buf, kOutTime);

@@ -8,6 +8,7 @@
 
 #include "MIO_JSON.h"
 #include "kx_command.h"
+#include "kx_result.h"
 #include "kx_commands_internal.h"
 #include "kx_reply.h"
 
@@ -90,9 +91,9 @@ extern "C" {
 KX_API int parser_get_point_list(const char* caller_function_name, const char* json_str, int dof,
                                  kx_waypoint_list_t* point_list) {
     (void)caller_function_name;
-    if (point_list == nullptr || dof < 1 || dof > 7) return -3;
+    if (point_list == nullptr || dof < 1 || dof > 7) return kUndecodable;
     cJSON* root = json_str ? MIO_JSON_Parse(json_str) : nullptr;
-    if (root == nullptr) return -3;
+    if (root == nullptr) return kUndecodable;
     int result = 0;
     const cJSON* state = MIO_JSON_GetObjectItem(root, "get_state");
     const cJSON* total = MIO_JSON_GetObjectItem(root, "total_size");
@@ -126,14 +127,14 @@ KX_API int kx_delete_global_waypoint(kx_robot_handle* handle, const char* point_
 
 KX_API int kx_get_given_global_waypoint(kx_robot_handle* handle, const char* name, kx_waypoint_t* point) {
     static const char* const fn = "kx_get_given_global_waypoint";
-    if (point == nullptr) return -1;
+    if (point == nullptr) return kFailed;
     Request req("given_global_waypoint");
     req.str("point_name", name);
     ReplyBuf buf;
     int r = exchange(fn, handle, &req, "given_global_waypoint", buf);
     if (r < 1) return r;
     int dof = checked_dof(fn, handle);
-    if (dof < 0) return -1;
+    if (dof < 0) return kFailed;
     KeyValue kv[6] = {kv_str("point_name"), kv_ints("joint", dof), kv_ints("pose", 6),
                       kv_str("work_frame"), kv_str("tool_frame"),  kv_str("time")};
     int d = common_json_parse(fn, buf.text, kv, 6);
@@ -153,9 +154,9 @@ KX_API int kx_get_given_global_waypoint(kx_robot_handle* handle, const char* nam
 KX_API int kx_get_global_waypoints_list(kx_robot_handle* handle, int page_num, int page_size,
                                         const char* vague_search, kx_waypoint_list_t* point_list) {
     static const char* const fn = "kx_get_global_waypoints_list";
-    if (point_list == nullptr) return -1;
+    if (point_list == nullptr) return kFailed;
     int dof = checked_dof(fn, handle);
-    if (dof < 0) return -1;
+    if (dof < 0) return kFailed;
     static thread_local char buf[kListBuf];
     int r = list_page(fn, handle, "get_global_waypoints_list", page_num, page_size, vague_search, buf, sizeof buf,
                       kListTimeout);
