@@ -71,6 +71,19 @@ struct Segment {
     double brake_t = 0, brake_s = 0, brake_v = 0;
 };
 
+/* Streamed targets (pass-through, follow, force-position): each is checked
+ * against the joints' speed over the stream's period, measured between
+ * targets. */
+struct StreamState {
+    static constexpr int kGaps = 8;
+    double last_t = -1;             /* simulated time of the last accepted target; < 0: none */
+    std::array<double, kGaps> gaps{}; /* recent gaps between targets, s */
+    int count = 0;                  /* gaps held */
+    /* The period to judge the next target by, given its arrival time. */
+    double period(double now) const;
+    void accepted(double now);
+};
+
 /* Continuous teaching motion, until stopped. */
 struct Teach {
     enum Kind { kNone, kJoint, kPos, kOrt } kind = kNone;
@@ -79,10 +92,12 @@ struct Teach {
     Mat4 pose{};     /* Cartesian kinds: the commanded tool pose */
 };
 
-/* A line for the command connection, produced while the state changes. */
+/* A line produced while the state changes: for the command connection, or
+ * (note) for the simulator's log, where a developer reads why it refused. */
 struct Event {
     std::string text;
     bool motion_end = false;
+    bool note = false;
 };
 using Events = std::vector<Event>;
 
@@ -232,14 +247,22 @@ struct ZoneSwitch {
     int in_out_side = 0; /* 0 the tool stays inside, 1 outside */
     int region = 0;
 };
+/* Arm errors, read with the arm state and cleared by clear_system_err. */
+enum ArmError {
+    kProgramError = 0x5001,       /* a program line failed */
+    kFenceError = 0x5008,         /* the tool point would leave the electronic fence's allowed side */
+    kWallError = 0x5009,          /* the tool point would cross the virtual wall */
+    kStreamSpeedError = 0x500A,   /* a streamed target farther than a joint can go in one period */
+    kSelfCollisionError = 0x500B, /* two links of the arm would come too close */
+};
+
 struct ZoneState {
     static constexpr int kMaxFences = 10;
-    static constexpr int kFenceError = 0x5008, kWallError = 0x5009; /* cleared by clear_system_err */
     std::vector<Zone> fences;
     Zone fence, wall;
     ZoneSwitch fence_on, wall_on;
     bool self_collision = false;
-    /* The error code of the first zone the tool point p (metres, base frame) violates, or 0. */
+    /* The error of the first zone the tool point p (metres, base frame) violates, or 0. */
     int violation(const double p[3]) const;
 };
 
@@ -292,6 +315,7 @@ struct ArmState {
     double last_t = 0;
     double stream_until = -1;
     const char* stream_status = "idle";
+    StreamState stream;
     double last_end_sim = -1;
 
     /* ---- force, drag teaching, programs, waypoints ---- */
@@ -326,21 +350,35 @@ struct ArmState {
     enum Telemetry { kTemperature, kCurrent, kVoltage };
     WireJoints telemetry(Telemetry kind) const;
     std::vector<int> error_list() const; /* [0] when there is no error */
+    void raise(ArmError e);              /* once: an error already held is not repeated */
+    bool holds(ArmError e) const;
 
     /* Motion. */
     bool can_move() const;
     bool moving() const { return running() != nullptr || teach.kind != Teach::kNone; }
     const Segment* running() const;
     Joints plan_start() const; /* where the next queued motion starts */
-    bool plan_joint(const Joints& target, int v, Segment& seg) const;
+    /* Plans a motion; false with the reason when it cannot run. */
+    bool plan_joint(const Joints& target, int v, Segment& seg, std::string& why) const;
     /* Cartesian path through tool poses path(s), s in [0, 1]. */
-    bool plan_path(const std::function<Mat4(double)>& path, double length, double angle, int v,
-                   Segment& seg) const;
+    bool plan_path(const std::function<Mat4(double)>& path, double length, double angle, int v, Segment& seg,
+                   std::string& why) const;
+    /* Why the arm cannot move now ("" when it can). */
+    std::string motion_blocker() const;
+    /* Why joints j are not within the limits ("" when they are). */
+    std::string beyond_limits(const Joints& j) const;
     void enqueue(Segment seg, double now, Events& out);
     void advance(double now, Events& out);
     void stop(bool slow, double now, Events& out);
     void drop_current(Events& out);
-    void stream_to(const Joints& target, const char* status, double now);
+    /* Moves straight to a streamed target, unless it is beyond a joint's
+     * limit or farther than a joint can go in the stream's period (that
+     * raises kStreamSpeedError, and targets are refused until it is
+     * cleared); false with the reason otherwise. */
+    bool stream_to(const Joints& target, const char* status, double now, std::string& why);
+    /* The queued planned motion sampled every dt of simulated time, from its
+     * start, without running it. */
+    std::vector<Joints> preview(double dt) const;
     const char* status() const;
 
     const ToolFrame* current_tool() const;
@@ -349,7 +387,7 @@ struct ArmState {
 private:
     Mat4 flange_target(const Mat4& tool_target) const;
     bool reaches(const Joints& j, const Mat4& flange_target) const;
-    bool finish_plan(Segment& seg, int v, double length, double angle) const;
+    bool finish_plan(Segment& seg, int v, double length, double angle, std::string& why) const;
     void end_segment(bool reached, Events& out);
     void step_teach(double dt);
 };
@@ -381,11 +419,29 @@ struct Ctx {
     double now; /* simulated seconds */
     Events& events;
     cJSON* reply = nullptr;
+    bool refused = false;
+    std::string why; /* the reason of a refusal: the last one given */
 
     /* Starts the reply {"command": name}; name defaults to the request's. */
     cJSON* answer(const char* name = nullptr);
-    /* A reply whose only member is the outcome boolean. */
+    /* A reply whose only member is the outcome boolean; false is a refusal,
+     * logged with its reason. */
     void verdict(const char* key, bool ok, const char* name = nullptr);
+    /* A refusal without a reply (streamed targets). */
+    void refuse(const std::string& reason);
+    /* Notes the reason of a failing condition; returns false. */
+    bool fail(std::string reason);
+    bool check(bool ok, const char* reason) { return ok || fail(reason); }
+    /* Request readers that note which member failed. */
+    bool get_int(const char* key, int& out);
+    bool int_in(const char* key, int lo, int hi, int& out);
+    bool get_bool(const char* key, bool& out);
+    bool get_str(const char* key, std::string& out);
+    bool get_ints(const char* key, size_t n, int* out);
+    /* A joint target of the arm's joint count (wire units: degrees x 1000) in
+     * obj[key]; a pose (6 integers, or 7 as "pose_quat") in obj[key]. */
+    bool joints(const cJSON* obj, const char* key, Joints& out);
+    bool pose(const cJSON* obj, const char* key, Mat4& out);
 };
 
 using Handler = void (*)(Ctx&);
@@ -418,8 +474,8 @@ void add_effector_commands(CommandTable& t);
 void add_zone_commands(CommandTable& t);
 
 /* Whether a planned motion keeps the tool point clear of every enabled
- * zone; otherwise the zone's error is raised and false returned. */
-bool zones_allow(ArmState& arm, const Segment& seg);
+ * zone; otherwise the zone's error is raised and the refusal noted. */
+bool zones_allow(Ctx& c, const Segment& seg);
 
 void add_force_commands(CommandTable& t);
 void add_drag_commands(CommandTable& t);

@@ -96,7 +96,9 @@ void origin(Ctx& c) {
     ArmState& a = c.arm;
     Segment seg;
     if (a.drag.teaching || a.drag.path.empty() || a.running()) return;
-    if (a.plan_joint(joints_of(a, a.drag.path.front()), 50, seg)) a.enqueue(std::move(seg), c.now, c.events);
+    std::string why;
+    if (a.plan_joint(joints_of(a, a.drag.path.front()), 50, seg, why)) a.enqueue(std::move(seg), c.now, c.events);
+    else c.refuse(why);
 }
 
 void run_replay(Ctx& c) {

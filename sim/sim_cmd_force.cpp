@@ -184,22 +184,17 @@ void force_move_mode(Ctx& c) {
 /* A streamed target: no reply. The arm goes there and holds the force. */
 void force_position_move(Ctx& c) {
     ArmState& a = c.arm;
-    if (!a.force.streaming || a.moving()) return;
-    int w[kMaxJoints];
     Joints target{};
-    bool ok = false;
-    if (get_ints(c.req, "joint", static_cast<size_t>(a.dof), w)) {
-        for (int i = 0; i < a.dof; ++i) target[i] = w[i] / 1000.0;
-        ok = a.within_limits(target);
-    } else if (get_ints(c.req, "pose", 6, w)) {
-        ok = a.track(wire_to_mat(w), a.q, target);
-    } else if (get_ints(c.req, "pose_quat", 7, w)) {
-        const double p[3] = {w[0] / 1e6, w[1] / 1e6, w[2] / 1e6};
-        const double qt[4] = {w[3] / 1e6, w[4] / 1e6, w[5] / 1e6, w[6] / 1e6};
-        ok = a.track(from_quat(p, qt), a.q, target);
-    }
-    if (ok) a.stream_to(target, "move_through_force_pose", c.now);
+    Mat4 pose{};
     int dir = 0, force = 0;
+    if (!c.check(a.force.streaming, "force-position streaming is not started") ||
+        !c.check(!a.moving(), "a planned motion is running"))
+        return c.refuse(c.why);
+    const bool by_joints = cJSON_GetObjectItemCaseSensitive(c.req, "joint") != nullptr;
+    if (by_joints ? !c.joints(c.req, "joint", target) : !c.pose(c.req, "pose", pose)) return c.refuse(c.why);
+    if (!by_joints && !a.track(pose, a.q, target)) return c.refuse("the pose is out of reach");
+    std::string why;
+    if (!a.stream_to(target, "move_through_force_pose", c.now, why)) return c.refuse(why);
     if (get_int(c.req, "dir", dir) && get_int(c.req, "force", force)) hold(a, dir, force / 10.0);
 }
 

@@ -19,7 +19,6 @@ namespace {
 
 constexpr long kMaxProgramBytes = 1 << 20;
 constexpr int kMaxPage = 100;
-constexpr int kRunError = 0x5001; /* reported when an injected program error strikes */
 
 using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
 Json parse(const std::string& s) { return Json(cJSON_ParseWithLength(s.data(), s.size()), cJSON_Delete); }
@@ -183,7 +182,7 @@ bool run_motion(ArmState& a, const std::string& line, Events& out) {
 }
 
 void fail(ArmState& a) {
-    a.errors.push_back(kRunError);
+    a.raise(kProgramError);
     a.program.run_state = 0;
     a.program.fail_at = -1;
 }
@@ -220,7 +219,8 @@ void advance_program(ArmState& a, Events& out) {
         Segment seg, approach;
         ok = plan_points(a, p.next, to, seg);
         /* a recorded path starts with a joint move to its first point */
-        if (ok && a.plan_joint(seg.path[1], 20, approach)) {
+        std::string why;
+        if (ok && a.plan_joint(seg.path[1], 20, approach, why)) {
             seg.path.erase(seg.path.begin());
             if (seg.path.size() < 2) seg.path.push_back(seg.path.front());
             a.enqueue(std::move(approach), a.last_t, out);

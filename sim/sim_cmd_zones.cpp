@@ -3,6 +3,7 @@
 // allowed side of an enabled zone is refused with the zone's error.
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 #include "sim_arm.h"
 #include "sim_json.h"
@@ -189,7 +190,8 @@ int ZoneState::violation(const double p[3]) const {
     return 0;
 }
 
-bool zones_allow(ArmState& arm, const Segment& seg) {
+bool zones_allow(Ctx& c, const Segment& seg) {
+    ArmState& arm = c.arm;
     const ZoneState& z = arm.zones;
     if (seg.path.empty() || !((z.fence_on.enable && z.fence.form) || (z.wall_on.enable && z.wall.form))) return true;
     // The tool point in the base frame, sampled along the joint path.
@@ -205,8 +207,12 @@ bool zones_allow(ArmState& arm, const Segment& seg) {
         const Mat4 m = mul(arm.flange(j), tool);
         const double p[3] = {m[0][3], m[1][3], m[2][3]};
         if (const int err = z.violation(p)) {
-            if (std::find(arm.errors.begin(), arm.errors.end(), err) == arm.errors.end()) arm.errors.push_back(err);
-            return false;
+            arm.raise(static_cast<ArmError>(err));
+            char text[160];
+            std::snprintf(text, sizeof text, "the tool point would %s at (%.3f, %.3f, %.3f) m, %d%% of the way",
+                          err == kFenceError ? "leave the electronic fence's allowed side" : "cross the virtual wall",
+                          p[0], p[1], p[2], 100 * k / kPathSamples);
+            return c.fail(text);
         }
     }
     return true;

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -71,6 +72,7 @@ struct ArmServer {
     mutable std::mutex mu;
     ArmState state;
 
+    int number = 0; /* K of arm K, 1..5 */
     int listen_fd = -1, wake_fd = -1, udp_fd = -1;
     int port = 0;
     std::thread io;
@@ -91,6 +93,11 @@ struct ArmServer {
     std::mutex busy; /* held while one request is answered */
     std::thread flooder;
     std::atomic<bool> flooding{false};
+
+    /* the refusal log: the last line, and how often it came again since */
+    std::mutex lmu;
+    std::string last_note;
+    unsigned long repeats = 0;
 
     std::atomic<unsigned long long> datagrams{0};
     std::atomic<Clock::rep> last_end_real{0};
@@ -150,6 +157,26 @@ struct Simulator::Impl {
 
     /* ---- writing ---- */
 
+    /* A refusal repeated back to back (a stream into a held error) is
+     * written once, and counted when something else comes. */
+    void log(ArmServer& a, const std::string& text) {
+        std::lock_guard<std::mutex> l(a.lmu);
+        if (text == a.last_note) {
+            ++a.repeats;
+            return;
+        }
+        const std::string arm = "arm " + std::to_string(a.number) + ": ";
+        if (a.repeats > 0) write_log(arm + "the refusal before repeated " + std::to_string(a.repeats) + " more times");
+        a.last_note = text;
+        a.repeats = 0;
+        write_log(arm + text);
+    }
+
+    void write_log(const std::string& line) {
+        if (opt.log) return opt.log(line);
+        std::fprintf(stderr, "kx_sim: %s\n", line.c_str());
+    }
+
     void write(ArmServer& a, const std::string& bytes) {
         std::lock_guard<std::mutex> l(a.wmu);
         if (a.conn_fd >= 0 && !write_all(a.conn_fd, bytes.data(), bytes.size()))
@@ -169,6 +196,10 @@ struct Simulator::Impl {
 
     void send_events(ArmServer& a, const Events& events) {
         for (const Event& e : events) {
+            if (e.note) {
+                log(a, e.text);
+                continue;
+            }
             // Stamped before the write, so that whoever sees the event sees the stamp.
             if (e.motion_end) a.last_end_real = Clock::now().time_since_epoch().count();
             if (!a.silent && !a.flooding) write(a, e.text + "\r\n");
@@ -484,6 +515,7 @@ Simulator::Simulator(Options options) : impl_(std::make_unique<Impl>()) {
     if (!(impl_->opt.time_scale > 0)) impl_->opt.time_scale = 1.0;
     for (const ArmOptions& ao : impl_->opt.arms) {
         auto a = std::make_unique<ArmServer>();
+        a->number = static_cast<int>(impl_->arms.size()) + 1;
         a->state.set_product("AVEN-P");  // a known model first, whatever the string says
         a->state.set_product(ao.product_version);
         PushConfig& p = a->state.push;
@@ -637,6 +669,15 @@ bool Simulator::moving(int arm) const {
     if (!a) return false;
     std::lock_guard<std::mutex> l(a->mu);
     return a->state.moving();
+}
+
+std::vector<std::vector<double>> Simulator::preview(int arm, double dt) const {
+    const ArmServer* a = impl_->at(arm);
+    if (!a || !(dt > 0)) return {};
+    std::lock_guard<std::mutex> l(a->mu);
+    std::vector<std::vector<double>> out;
+    for (const Joints& j : a->state.preview(dt)) out.emplace_back(j.begin(), j.begin() + a->state.dof);
+    return out;
 }
 
 std::chrono::steady_clock::time_point Simulator::last_motion_end(int arm) const {

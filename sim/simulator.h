@@ -12,6 +12,7 @@
 #define KX_SIM_SIMULATOR_H
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -33,6 +34,10 @@ struct Options {
     int udp_port = 8089;         /* initial realtime push port */
     bool push_enabled = true;    /* initial realtime push state */
     int push_cycle = 10;         /* initial push cycle, in 1 ms units of simulated time */
+    /* Where the simulator says why it refused something: one line per
+     * refusal, "arm K: <command> refused: <reason>", without a line end.
+     * Unset: standard error, prefixed "kx_sim: ". */
+    std::function<void(const std::string&)> log;
 };
 
 class Simulator {
@@ -90,6 +95,9 @@ public:
     std::vector<double> joints(int arm) const;
     /* Whether a planned motion is running. */
     bool moving(int arm) const;
+    /* The queued planned motion of the arm sampled every `dt` seconds of
+     * simulated time from its start (joints in degrees), without running it. */
+    std::vector<std::vector<double>> preview(int arm, double dt) const;
     /* Simulated time at which the last planned motion (or effector move) of the arm ended, and the
      * real steady-clock time at which its completion event was written. */
     std::chrono::steady_clock::time_point last_motion_end(int arm) const;
