@@ -689,6 +689,14 @@ bool Ctx::joints(const cJSON* obj, const char* key, Joints& out) {
     return true;
 }
 
+bool Ctx::has_sensor(Edition need) {
+    static const char* const kSensors[] = {"no force sensor (edition P)", "a one-axis Fz sensor (edition QA)",
+                                           "a six-axis force sensor (edition QS)"};
+    if (need == kEditionP ? arm.edition != kEditionP : arm.edition == need) return true;
+    return fail(std::string("needs ") + (need == kEditionP ? "a force sensor" : kSensors[need]) + "; this arm has " +
+                kSensors[arm.edition]);
+}
+
 bool Ctx::pose(const cJSON* obj, const char* key, Mat4& out) {
     int w[7];
     if (kxsim::get_ints(obj, key, 6, w)) {
@@ -718,7 +726,7 @@ std::unordered_map<std::string, const IntSetting*>& settings_by_command() {
 void set_int_setting(Ctx& c) {
     const IntSetting& s = *settings_by_command().at(c.cmd);
     int v = 0;
-    const bool ok = get_int(c.req, s.field, v) && v >= s.lo && v <= s.hi;
+    const bool ok = c.int_in(s.field, s.lo, s.hi, v);
     if (ok) c.arm.*s.member = v;
     c.verdict(s.set_key, ok, s.set_reply);
 }
@@ -741,6 +749,18 @@ void add_int_settings(CommandTable& t, const IntSetting* rows, size_t n) {
         }
     }
 }
+
+namespace {
+/* The reason of a refusal no check named: the request itself, shortened. */
+std::string unaccepted(const cJSON* req) {
+    constexpr size_t kShown = 160;
+    char* text = cJSON_PrintUnformatted(req);
+    std::string s = text ? text : "";
+    cJSON_free(text);
+    if (s.size() > kShown) s = s.substr(0, kShown) + "...";
+    return "a value or the arm's state does not allow " + s;
+}
+}  // namespace
 
 std::string handle_request(ArmState& arm, const cJSON* req, double now, Events& events) {
     static const CommandTable table = [] {
@@ -773,7 +793,7 @@ std::string handle_request(ArmState& arm, const cJSON* req, double now, Events& 
         ctx.verdict("set_state", false);
         ctx.why = "unknown command";
     }
-    if (ctx.refused) events.push_back({cmd + " refused: " + (ctx.why.empty() ? "invalid request" : ctx.why), false, true});
+    if (ctx.refused) events.push_back({cmd + " refused: " + (ctx.why.empty() ? unaccepted(req) : ctx.why), false, true});
     return ctx.reply ? print_and_delete(ctx.reply) : std::string{};
 }
 

@@ -441,6 +441,9 @@ struct Ctx {
     /* A joint target of the arm's joint count (wire units: degrees x 1000) in
      * obj[key]; a pose (6 integers, or 7 as "pose_quat") in obj[key]. */
     bool joints(const cJSON* obj, const char* key, Joints& out);
+    /* Whether the arm carries the force sensor of edition `need` (kEditionP:
+     * any sensor); notes what is missing. */
+    bool has_sensor(Edition need = kEditionP);
     bool pose(const cJSON* obj, const char* key, Mat4& out);
 };
 
@@ -495,10 +498,10 @@ bool families_busy(const ArmState& arm);
 void stop_program(ArmState& arm, Events& out);
 /* Raw bytes of an announced program upload: consumes what belongs to it and
  * sets `reply` ("download_project") when it is complete. */
-size_t take_upload(ArmState& arm, const char* data, size_t n, double now, std::string& reply);
+size_t take_upload(ArmState& arm, const char* data, size_t n, double now, std::string& reply, Events& out);
 /* A line of an unannounced upload (one begins with a {"file":...} line):
  * true when consumed; `reply` is set when the upload is complete. */
-bool loose_line(ArmState& arm, const std::string& line, double now, std::string& reply);
+bool loose_line(ArmState& arm, const std::string& line, double now, std::string& reply, Events& out);
 /* Raw and zeroed sensor wrench, sensor frame (N, N m). */
 void sensor_wrench(const ArmState& arm, double raw[6], double zeroed[6]);
 

@@ -17,7 +17,7 @@ void get_dh(Ctx& c) {
 void set_dh(Ctx& c) {
     int rows[kMaxJoints][4];
     bool ok = true;
-    for (int i = 0; ok && i < c.arm.dof; ++i) ok = get_ints(c.req, joint_key(i).c_str(), 4, rows[i]);
+    for (int i = 0; ok && i < c.arm.dof; ++i) ok = c.get_ints(joint_key(i).c_str(), 4, rows[i]);
     if (ok) {
         for (int i = 0; i < c.arm.dof; ++i)
             for (int k = 0; k < 4; ++k) c.arm.dh[i][k] = rows[i][k];

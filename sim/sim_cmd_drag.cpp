@@ -20,11 +20,17 @@ std::string point_line(const WireJoints& w, int dof) {
     return print_and_delete(o);
 }
 
+/* Drag teaching starts on a movable arm at rest that is not being taught. */
+bool can_teach(Ctx& c) {
+    const std::string blocker = c.arm.motion_blocker();
+    return c.check(blocker.empty(), blocker.c_str()) && c.check(!c.arm.running(), "a planned motion is running") &&
+           c.check(!c.arm.drag.teaching, "drag teaching is already on");
+}
+
 void start_drag(Ctx& c) {
     ArmState& a = c.arm;
     int record = 0;
-    const bool ok = get_int(c.req, "trajectory_record", record) && a.can_move() && !a.running() &&
-                    !a.drag.teaching;
+    const bool ok = c.get_int("trajectory_record", record) && can_teach(c);
     if (ok) {
         a.teach = Teach{};
         a.drag.teaching = true;
@@ -47,14 +53,14 @@ void stop_drag(Ctx& c) {
 
 void start_multi(Ctx& c) {
     int frame = 0, mode = 0;
-    const bool has_frame = get_int(c.req, "frame", frame);
-    bool ok = (has_frame && frame >= 0 && frame <= 1) || (get_int(c.req, "mode", mode) && mode >= 0 && mode <= 3);
+    const bool has_frame = c.get_int("frame", frame);
+    bool ok = (has_frame && frame >= 0 && frame <= 1) || (c.int_in("mode", 0, 3, mode));
     /* free axes are a six-axis sensor's */
     if (ok && cJSON_GetObjectItemCaseSensitive(c.req, "free_axes")) {
         int axes[6];
-        ok = c.arm.edition == kEditionQS && get_ints(c.req, "free_axes", 6, axes);
+        ok = c.has_sensor(kEditionQS) && c.get_ints("free_axes", 6, axes);
     }
-    ok = ok && c.arm.can_move() && !c.arm.running();
+    ok = ok && can_teach(c);
     if (ok) {
         c.arm.drag.teaching = true;
         c.arm.drag.recording = false;
@@ -104,7 +110,10 @@ void origin(Ctx& c) {
 void run_replay(Ctx& c) {
     ArmState& a = c.arm;
     Segment seg;
-    const bool ok = !a.drag.teaching && !a.running() && at_origin(a) && plan_replay(a, seg);
+    const bool ok = c.check(!a.drag.teaching, "drag teaching is on") &&
+                    c.check(!a.running(), "a planned motion is running") &&
+                    c.check(at_origin(a), "the arm is not at the recorded path's start (drag_trajectory_origin)") &&
+                    c.check(plan_replay(a, seg), "no recorded path to replay, or the arm cannot move");
     if (ok) a.enqueue(std::move(seg), c.now, c.events);
     c.verdict("run_state", ok);
 }
@@ -118,7 +127,9 @@ void save(Ctx& c) {
     ArmState& a = c.arm;
     DragState& d = a.drag;
     std::string name;
-    const bool ok = get_str(c.req, "trajectory_name", name) && !name.empty() && !d.teaching && !d.path.empty();
+    const bool ok = c.get_str("trajectory_name", name) && c.check(!name.empty(), "empty \"trajectory_name\"") &&
+                    c.check(!d.teaching, "drag teaching is still on") && c.check(!d.path.empty(), "nothing recorded");
+    if (!ok) c.refuse(c.why);
     cJSON* r = c.answer();
     add_bool(r, "save_state", ok);
     if (!ok) return;
@@ -158,24 +169,24 @@ void add_drag_commands(CommandTable& t) {
     t["drag_trajectory_origin"] = origin;
     t["run_drag_trajectory"] = run_replay;
     t["pause_drag_trajectory"] = [](Ctx& c) {
-        const bool ok = replaying(c.arm);
+        const bool ok = c.check(replaying(c.arm), "no replay is running");
         if (ok) c.arm.paused = true;
         c.verdict("pause_state", ok);
     };
     t["continue_drag_trajectory"] = [](Ctx& c) {
-        const bool ok = replaying(c.arm) && c.arm.paused;
+        const bool ok = c.check(replaying(c.arm) && c.arm.paused, "no replay is paused");
         if (ok) c.arm.paused = false;
         c.verdict("continue_state", ok);
     };
     t["stop_drag_trajectory"] = [](Ctx& c) {
-        const bool ok = replaying(c.arm);
+        const bool ok = c.check(replaying(c.arm), "no replay is running");
         if (ok) c.arm.stop(false, c.now, c.events);
         c.verdict("stop_state", ok);
     };
     t["save_trajectory"] = save;
     t["set_drag_teach_sensitivity"] = [](Ctx& c) {
         int g = 0;
-        const bool ok = get_int(c.req, "grade", g) && g >= 1 && g <= 100;
+        const bool ok = c.int_in("grade", 1, 100, g);
         if (ok) c.arm.drag.sensitivity = g;
         c.verdict("set_state", ok);
     };

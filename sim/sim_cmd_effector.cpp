@@ -29,10 +29,6 @@ std::string completion_event(int device) {
     return print_and_delete(o);
 }
 
-bool in_range(const cJSON* req, const char* key, int lo, int hi, int& out) {
-    return get_int(req, key, out) && out >= lo && out <= hi;
-}
-
 /* A positioning move of `d` to `target` at `rate`, announced or not. */
 void start(Drive& d, double target, double rate, bool report) {
     d.target = target;
@@ -47,7 +43,7 @@ void start(Drive& d, double target, double rate, bool report) {
 void gripper_route(Ctx& c) {
     EffectorState& e = c.arm.effectors;
     int lo = 0, hi = 0;
-    const bool ok = in_range(c.req, "min", kRouteLo, kRouteHi, lo) && in_range(c.req, "max", kRouteLo, kRouteHi, hi) &&
+    const bool ok = c.int_in("min", kRouteLo, kRouteHi, lo) && c.int_in("max", kRouteLo, kRouteHi, hi) &&
                     lo < hi;
     if (ok) {
         e.route_min = lo;
@@ -62,10 +58,10 @@ void gripper_motion(Ctx& c, int mode) {
     EffectorState& e = c.arm.effectors;
     int speed = 0, force = 0, position = 0;
     bool block = false;
-    bool ok = get_bool(c.req, "block", block);
-    if (mode == 3) ok = ok && in_range(c.req, "position", e.route_min, e.route_max, position);
-    else ok = ok && in_range(c.req, "speed", 1, 1000, speed);
-    if (mode == 2) ok = ok && in_range(c.req, "force", 1, 1000, force);
+    bool ok = c.get_bool("block", block);
+    if (mode == 3) ok = ok && c.int_in("position", e.route_min, e.route_max, position);
+    else ok = ok && c.int_in("speed", 1, 1000, speed);
+    if (mode == 2) ok = ok && c.int_in("force", 1, 1000, force);
     if (ok) {
         e.grip_mode = mode;
         e.grip_status = 1;
@@ -98,7 +94,7 @@ void hand_item(Ctx& c, const char* key) {
     EffectorState& e = c.arm.effectors;
     int n = 0;
     bool block = false;
-    const bool ok = in_range(c.req, key, 1, kHandItems, n) && get_bool(c.req, "block", block);
+    const bool ok = c.int_in(key, 1, kHandItems, n) && c.get_bool("block", block);
     if (ok) {
         e.hand.pos = 0;
         start(e.hand, 1.0, e.hand_speed / 1000.0 / kHandItemSeconds, block);
@@ -124,7 +120,7 @@ void hand_follow_pos(Ctx& c) { c.verdict("set_state", hand_values(c.req, "hand_p
 
 void hand_setting(Ctx& c, const char* key, int EffectorState::*member) {
     int v = 0;
-    const bool ok = in_range(c.req, key, 1, 1000, v);
+    const bool ok = c.int_in(key, 1, 1000, v);
     if (ok) c.arm.effectors.*member = v;
     c.verdict("set_state", ok);
 }
@@ -144,8 +140,8 @@ const AxisSpec kExpandSpec{&EffectorState::expand, "pos", kExpandLo, kExpandHi, 
 /* Positioning: speed 1..100 percent, target within the axis's travel. */
 void axis_move(Ctx& c, const AxisSpec& a, const char* verdict) {
     int speed = 0, target = 0;
-    const bool ok = in_range(c.req, "speed", 1, 100, speed) &&
-                    in_range(c.req, a.target_key, static_cast<int>(a.lo), static_cast<int>(a.hi), target);
+    const bool ok = c.int_in("speed", 1, 100, speed) &&
+                    c.int_in(a.target_key, static_cast<int>(a.lo), static_cast<int>(a.hi), target);
     if (ok) start(c.arm.effectors.*a.drive, target, speed * a.rate, true);
     c.verdict(verdict, ok);
 }
@@ -155,7 +151,7 @@ void expand_pos(Ctx& c) { axis_move(c, kExpandSpec, "set_pos_state"); }
 /* Velocity: -100..100 percent, 0 stops; runs until the end of travel. */
 void axis_speed(Ctx& c, const AxisSpec& a, const char* verdict) {
     int speed = 0;
-    const bool ok = in_range(c.req, "speed", -100, 100, speed);
+    const bool ok = c.int_in("speed", -100, 100, speed);
     if (ok) {
         Drive& d = c.arm.effectors.*a.drive;
         d.velocity = speed != 0;

@@ -69,7 +69,7 @@ void add_scaled(cJSON* r, const char* key, const double* v, size_t n) {
 
 /* Sensor commands are refused by an arm without that sensor. */
 bool has(Ctx& c, Edition e, const char* key) {
-    if (c.arm.edition == e) return true;
+    if (c.has_sensor(e)) return true;
     c.verdict(key, false);
     return false;
 }
@@ -112,7 +112,7 @@ void clear_sensor(Ctx& c, Edition e, const char* key) {
 
 /* Calibration outcomes all come back as "set_force_sensor". */
 void calibrated(Ctx& c, Edition e) {
-    if (c.arm.edition != e) return c.verdict("set_state", false, "set_force_sensor");
+    if (!c.has_sensor(e)) return c.verdict("set_state", false, "set_force_sensor");
     zero_sensor(c.arm);
     c.arm.force.manual_poses = 0;
     c.verdict("set_state", true, "set_force_sensor");
@@ -121,7 +121,7 @@ void calibrated(Ctx& c, Edition e) {
 void manual_pose(Ctx& c) {
     const int pose = c.cmd.back() - '0';
     int w[kMaxJoints];
-    const bool ok = c.arm.edition == kEditionQS && get_ints(c.req, "joint", static_cast<size_t>(c.arm.dof), w) &&
+    const bool ok = c.has_sensor(kEditionQS) && c.get_ints("joint", static_cast<size_t>(c.arm.dof), w) &&
                     pose == c.arm.force.manual_poses + 1;
     if (!ok) {
         c.arm.force.manual_poses = 0;
@@ -135,7 +135,7 @@ void manual_pose(Ctx& c) {
 void manual_fz(Ctx& c) {
     int a[kMaxJoints], b[kMaxJoints];
     const size_t n = static_cast<size_t>(c.arm.dof);
-    if (!get_ints(c.req, "pose1", n, a) || !get_ints(c.req, "pose2", n, b))
+    if (!c.get_ints("pose1", n, a) || !c.get_ints("pose2", n, b))
         return c.verdict("set_state", false, "set_force_sensor");
     calibrated(c, kEditionQA);
 }
@@ -152,13 +152,13 @@ void set_force_position(Ctx& c) {
     ForceState& f = c.arm.force;
     int sensor = 0, mode = 0, dir = 0, n = 0;
     int desired[6], control[6], vel[6];
-    bool ok = c.arm.edition != kEditionP && get_int(c.req, "sensor", sensor) && get_int(c.req, "mode", mode);
-    if (ok && get_int(c.req, "direction", dir)) {
-        ok = get_int(c.req, "N", n) && dir >= 0 && dir < 6;
+    bool ok = c.has_sensor() && c.get_int("sensor", sensor) && c.get_int("mode", mode);
+    if (ok && c.get_int("direction", dir)) {
+        ok = c.get_int("N", n) && c.check(dir >= 0 && dir < 6, "\"direction\" outside 0..5");
         if (ok) hold(c.arm, dir, n / 10.0);
     } else if (ok) {
-        ok = get_ints(c.req, "desired_force", 6, desired) && get_ints(c.req, "control_mode", 6, control) &&
-             get_ints(c.req, "limit_vel", 6, vel);
+        ok = c.get_ints("desired_force", 6, desired) && c.get_ints("control_mode", 6, control) &&
+             c.get_ints("limit_vel", 6, vel);
         if (ok) {
             hold(c.arm, -1, 0);
             for (int i = 0; i < 6; ++i) f.target[i] = control[i] ? desired[i] / 10.0 : 0.0;
@@ -175,7 +175,7 @@ void stop_force_position(Ctx& c) {
 
 void force_move_mode(Ctx& c) {
     const bool start = c.cmd == "Start_Force_Position_Move";
-    const bool ok = c.arm.edition != kEditionP;
+    const bool ok = c.has_sensor();
     if (ok) c.arm.force.streaming = start;
     if (ok && !start) c.arm.force.holding = false;
     c.verdict("set_state", ok);
@@ -195,7 +195,7 @@ void force_position_move(Ctx& c) {
     if (!by_joints && !a.track(pose, a.q, target)) return c.refuse("the pose is out of reach");
     std::string why;
     if (!a.stream_to(target, "move_through_force_pose", c.now, why)) return c.refuse(why);
-    if (get_int(c.req, "dir", dir) && get_int(c.req, "force", force)) hold(a, dir, force / 10.0);
+    if (c.get_int("dir", dir) && c.get_int("force", force)) hold(a, dir, force / 10.0);
 }
 
 }  // namespace
@@ -236,7 +236,7 @@ void add_force_commands(CommandTable& t) {
         t[p] = manual_pose;
     t["stop_set_force_sensor"] = [](Ctx& c) {
         c.arm.force.manual_poses = 0;
-        c.verdict("stop_state", c.arm.edition != kEditionP);
+        c.verdict("stop_state", c.has_sensor());
     };
     t["get_Fz"] = get_fz;
     t["clear_Fz"] = [](Ctx& c) { clear_sensor(c, kEditionQA, "set_state"); };
@@ -249,13 +249,13 @@ void add_force_commands(CommandTable& t) {
     t["Force_Position_Move"] = force_position_move;
     t["set_force_drag_mode"] = [](Ctx& c) {
         int mode = 0;
-        const bool ok = c.arm.edition != kEditionP && get_int(c.req, "mode", mode) && mode >= 0 && mode <= 1;
+        const bool ok = c.has_sensor() && c.int_in("mode", 0, 1, mode);
         if (ok) c.arm.force.drag_mode = mode;
         c.verdict("set_state", ok);
     };
     t["get_force_drag_mode"] = [](Ctx& c) {
-        if (has(c, c.arm.edition == kEditionP ? kEditionQS : static_cast<Edition>(c.arm.edition), "set_state"))
-            add_int(c.answer(), "mode", c.arm.force.drag_mode);
+        if (!c.has_sensor()) return c.verdict("set_state", false);
+        add_int(c.answer(), "mode", c.arm.force.drag_mode);
     };
 }
 

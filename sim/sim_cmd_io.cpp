@@ -21,7 +21,7 @@ void set_io_mode(Ctx& c) {
     IoState& io = c.arm.io;
     const int k = channel(c.req, IoState::kChannels);
     int mode = -1, speed = 0, rt_mode = 0;
-    bool ok = k >= 0 && get_int(c.req, "IO_mode", mode) && mode >= 0 && mode <= kRealtimeSpeedMode;
+    bool ok = k >= 0 && c.int_in("IO_mode", 0, kRealtimeSpeedMode, mode);
     if (ok && mode == kRealtimeSpeedMode) {
         const cJSON* rt = cJSON_GetObjectItemCaseSensitive(c.req, "realtime_speed");
         ok = get_int(rt, "speed", speed) && get_int(rt, "mode", rt_mode) && speed >= 0 && rt_mode >= 0;
@@ -70,7 +70,7 @@ void get_io_output(Ctx& c) { add_ints(c.answer("IO_output_state"), "DO", c.arm.i
  * the tool 0, 5, 12 and 24 V (0..3). */
 void set_voltage(Ctx& c, int IoState::*member, bool tool) {
     int v = -1;
-    const bool ok = get_int(c.req, "voltage_type", v) && v >= 0 && v <= 3 && (tool || v != 1);
+    const bool ok = c.int_in("voltage_type", 0, 3, v) && c.check(tool || v != 1, "5 V is offered on the tool only");
     if (ok) c.arm.io.*member = v;
     c.verdict("state", ok);
 }

@@ -1,6 +1,8 @@
 // RS485 port modes and the emulated Modbus slave: device address 1 answers
 // behind every port opened as a master; any other address times out, which
 // the controller reports as a failed read or write.
+#include <climits>
+
 #include "sim_arm.h"
 #include "sim_json.h"
 
@@ -13,8 +15,8 @@ bool rtu_port(const cJSON* req, int& port) { return get_int(req, "port", port) &
 
 void set_modbus_mode(Ctx& c) {
     int port = -1, baud = 0, timeout = 0;
-    const bool ok = rtu_port(c.req, port) && get_int(c.req, "baudrate", baud) && baud > 0 &&
-                    get_int(c.req, "timeout", timeout) && timeout >= 0;
+    const bool ok = rtu_port(c.req, port) && c.int_in("baudrate", 1, INT_MAX, baud) &&
+                    c.int_in("timeout", 0, INT_MAX, timeout);
     if (ok) c.arm.modbus.rtu[port] = {true, baud, timeout};
     c.verdict("set_state", ok);
 }
@@ -30,8 +32,8 @@ void set_modbustcp_mode(Ctx& c) {
     ModbusState& m = c.arm.modbus;
     std::string ip;
     int port = 0, timeout = 0;
-    const bool ok = get_str(c.req, "ip", ip) && valid_ip(ip) && get_int(c.req, "port", port) && port > 0 &&
-                    port <= 65535 && get_int(c.req, "timeout", timeout) && timeout >= 0;
+    const bool ok = c.get_str("ip", ip) && c.check(valid_ip(ip), "\"ip\" is not a dotted-quad address") &&
+                    c.int_in("port", 1, 65535, port) && c.int_in("timeout", 0, INT_MAX, timeout);
     if (ok) {
         m.tcp = true;
         m.tcp_ip = ip;
@@ -131,8 +133,8 @@ void modbus_access(Ctx& c) {
         if (c.cmd == x.cmd) a = &x;
     ModbusState& m = c.arm.modbus;
     int port = -1, addr = -1, device = -1, num = 1;
-    bool ok = get_int(c.req, "port", port) && get_int(c.req, "address", addr) && get_int(c.req, "device", device) &&
-              (!a->has_num || get_int(c.req, "num", num)) && reachable(m, port, device) && addr >= 0 && num >= 1 &&
+    bool ok = c.get_int("port", port) && c.get_int("address", addr) && c.get_int("device", device) &&
+              (!a->has_num || c.get_int("num", num)) && reachable(m, port, device) && addr >= 0 && num >= 1 &&
               num <= ModbusState::kTable - addr;
     std::vector<int>& table = m.*(a->table);
     if (ok && a->write) {
@@ -143,7 +145,7 @@ void modbus_access(Ctx& c) {
                  (!a->coil || (bytes.size() >= static_cast<size_t>(num / 8) &&
                                bytes.size() <= static_cast<size_t>((num + 7) / 8))) &&
                  unpack(table, addr, num, a->coil, bytes);
-        } else if ((ok = get_int(c.req, "data", v) && (a->coil ? (v == 0 || v == 1) : (v >= 0 && v <= 0xffff)))) {
+        } else if ((ok = c.get_int("data", v) && (a->coil ? (v == 0 || v == 1) : (v >= 0 && v <= 0xffff)))) {
             table[static_cast<size_t>(addr)] = v;
         }
     }

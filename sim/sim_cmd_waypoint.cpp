@@ -49,7 +49,7 @@ void update_point(Ctx& c) {
 
 void delete_point(Ctx& c) {
     std::string name;
-    get_str(c.req, "point_name", name);
+    c.get_str("point_name", name);
     auto& v = c.arm.waypoints;
     const auto it = std::find_if(v.begin(), v.end(), [&](const Waypoint& w) { return w.name == name; });
     const bool ok = it != v.end();
@@ -59,7 +59,7 @@ void delete_point(Ctx& c) {
 
 void given_point(Ctx& c) {
     std::string name;
-    const Waypoint* w = get_str(c.req, "point_name", name) ? find(c.arm, name) : nullptr;
+    const Waypoint* w = c.get_str("point_name", name) ? find(c.arm, name) : nullptr;
     if (!w) return c.verdict("given_state", false);
     put(c.answer(), *w);
 }
@@ -67,8 +67,8 @@ void given_point(Ctx& c) {
 void list_points(Ctx& c) {
     int page = 0, size = 0;
     std::string search;
-    const bool filtered = get_str(c.req, "vague_search", search);
-    if (!get_int(c.req, "page_num", page) || !get_int(c.req, "page_size", size) || page < 1 || size < 1 ||
+    const bool filtered = c.get_str("vague_search", search);
+    if (!c.get_int("page_num", page) || !c.get_int("page_size", size) || page < 1 || size < 1 ||
         size > kMaxPage)
         return c.verdict("get_state", false);
     std::vector<const Waypoint*> hits;

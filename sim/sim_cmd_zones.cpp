@@ -45,6 +45,10 @@ bool read_zone(const cJSON* req, std::initializer_list<int> forms, bool named, Z
     return true;
 }
 
+bool zone_of(Ctx& c, std::initializer_list<int> forms, bool named, Zone& z) {
+    return c.check(read_zone(c.req, forms, named, z), "the form, name or geometry is missing, mistyped or invalid");
+}
+
 void add_zone(cJSON* obj, const Zone& z, bool named) {
     add_int(obj, "form", z.form);
     if (named) add_str(obj, "form_name", z.name);
@@ -61,8 +65,8 @@ Zone* find_fence(ArmState& a, const std::string& name) {
 void add_fence(Ctx& c) {
     Zone z;
     ZoneState& s = c.arm.zones;
-    const bool ok = read_zone(c.req, {1, 2, 3}, true, z) && !find_fence(c.arm, z.name) &&
-                    s.fences.size() < static_cast<size_t>(ZoneState::kMaxFences);
+    const bool ok = zone_of(c, {1, 2, 3}, true, z) && c.check(!find_fence(c.arm, z.name), "the name is taken") &&
+                    c.check(s.fences.size() < static_cast<size_t>(ZoneState::kMaxFences), "ten fences are kept already");
     if (ok) s.fences.push_back(z);
     c.verdict("add_config", ok);
 }
@@ -70,7 +74,7 @@ void add_fence(Ctx& c) {
 void update_fence(Ctx& c) {
     Zone z;
     Zone* old = nullptr;
-    const bool ok = read_zone(c.req, {1, 2, 3}, true, z) && (old = find_fence(c.arm, z.name)) != nullptr;
+    const bool ok = zone_of(c, {1, 2, 3}, true, z) && c.check((old = find_fence(c.arm, z.name)) != nullptr, "no fence of that name");
     if (ok) *old = z;
     c.verdict("update_config", ok);
 }
@@ -78,7 +82,7 @@ void update_fence(Ctx& c) {
 void delete_fence(Ctx& c) {
     std::string name;
     auto& f = c.arm.zones.fences;
-    const bool ok = get_str(c.req, "form_name", name) && find_fence(c.arm, name);
+    const bool ok = c.get_str("form_name", name) && c.check(find_fence(c.arm, name), "no fence of that name");
     if (ok) f.erase(std::remove_if(f.begin(), f.end(), [&](const Zone& z) { return z.name == name; }), f.end());
     c.verdict("delete_config", ok);
 }
@@ -101,7 +105,7 @@ void fence_infos(Ctx& c) {
 
 void given_fence(Ctx& c) {
     std::string name;
-    const Zone* z = get_str(c.req, "form_name", name) ? find_fence(c.arm, name) : nullptr;
+    const Zone* z = c.get_str("form_name", name) ? find_fence(c.arm, name) : nullptr;
     add_bool(c.answer(), "given_state", z != nullptr);
     if (z) add_zone(c.reply, *z, true);
 }
@@ -110,8 +114,8 @@ void given_fence(Ctx& c) {
 
 void set_switch(Ctx& c, ZoneSwitch ZoneState::*member) {
     ZoneSwitch s;
-    const bool ok = get_bool(c.req, "set_enable", s.enable) && get_int(c.req, "in_out_side", s.in_out_side) &&
-                    (s.in_out_side == 0 || s.in_out_side == 1) && get_int(c.req, "effective_region", s.region) &&
+    const bool ok = c.get_bool("set_enable", s.enable) && c.get_int("in_out_side", s.in_out_side) &&
+                    (s.in_out_side == 0 || s.in_out_side == 1) && c.get_int("effective_region", s.region) &&
                     s.region >= 0;
     if (ok) c.arm.zones.*member = s;
     c.verdict("set_state", ok);
@@ -130,19 +134,19 @@ void get_wall_enable(Ctx& c) { get_switch(c, &ZoneState::wall_on); }
 
 void set_fence_config(Ctx& c) {
     Zone z;
-    const bool ok = read_zone(c.req, {1, 2}, false, z);
+    const bool ok = zone_of(c, {1, 2}, false, z);
     if (ok) c.arm.zones.fence = z;
     c.verdict("set_config", ok);
 }
 void set_wall_config(Ctx& c) {
     Zone z;
-    const bool ok = read_zone(c.req, {1, 3}, false, z);
+    const bool ok = zone_of(c, {1, 3}, false, z);
     if (ok) c.arm.zones.wall = z;
     c.verdict("set_config", ok);
 }
 /* Without a configuration the controller answers "given_state" false. */
 void get_zone_config(Ctx& c, const Zone& z) {
-    if (z.form == 0) return c.verdict("given_state", false);
+    if (z.form == 0) return add_bool(c.answer(), "given_state", false);
     add_zone(c.answer(), z, false);
 }
 void get_fence_config(Ctx& c) { get_zone_config(c, c.arm.zones.fence); }
@@ -150,7 +154,7 @@ void get_wall_config(Ctx& c) { get_zone_config(c, c.arm.zones.wall); }
 
 void set_self_collision(Ctx& c) {
     bool on = false;
-    const bool ok = get_bool(c.req, "set_enable", on);
+    const bool ok = c.get_bool("set_enable", on);
     if (ok) c.arm.zones.self_collision = on;
     c.verdict("set_state", ok);
 }

@@ -273,10 +273,12 @@ struct Simulator::Impl {
         {
             std::string ack;
             bool consumed;
+            Events notes;
             {
                 std::lock_guard<std::mutex> l(a.mu);
-                consumed = loose_line(a.state, line, sim_now(), ack);
+                consumed = loose_line(a.state, line, sim_now(), ack, notes);
             }
+            send_events(a, notes);
             if (!ack.empty()) send_reply(a, "download_project", ack + "\r\n");
             if (consumed) {
                 kick();  // a complete upload may start a run
@@ -313,10 +315,12 @@ struct Simulator::Impl {
     size_t divert_upload(ArmServer& a, const char* data, size_t n) {
         std::string ack;
         size_t used;
+        Events notes;
         {
             std::lock_guard<std::mutex> l(a.mu);
-            used = take_upload(a.state, data, n, sim_now(), ack);
+            used = take_upload(a.state, data, n, sim_now(), ack, notes);
         }
+        send_events(a, notes);
         if (!ack.empty()) send_reply(a, "download_project", ack + "\r\n");
         if (used) kick();
         return used;
