@@ -210,7 +210,7 @@ struct Drive {
     double pos = 0, target = 0, rate = 0; /* units, units per second */
     bool moving = false;
     bool velocity = false; /* runs at `rate` until a limit or a stop */
-    bool report = true;    /* ends with a completion event */
+    bool report = true;    /* ends with a completion event (positioning moves; not runs at a speed) */
     /* Advances by dt within [lo, hi]; true when a positioning move just ended. */
     bool step(double dt, double lo, double hi);
 };

@@ -29,12 +29,13 @@ std::string completion_event(int device) {
     return print_and_delete(o);
 }
 
-/* A positioning move of `d` to `target` at `rate`, announced or not. */
-void start(Drive& d, double target, double rate, bool report) {
+/* A positioning move of `d` to `target` at `rate`; its end is announced
+ * whether or not the caller waits for it. */
+void start(Drive& d, double target, double rate) {
     d.target = target;
     d.rate = std::fabs(rate);
     d.velocity = false;
-    d.report = report;
+    d.report = true;
     d.moving = true;
 }
 
@@ -52,8 +53,8 @@ void gripper_route(Ctx& c) {
     c.verdict("state", ok);
 }
 
-/* The gripper acknowledges every motion as "set_gripper". Its completion is
- * announced when the caller blocks on it. */
+/* The gripper acknowledges every motion as "set_gripper"; "block" only
+ * tells whether the caller waits. */
 void gripper_motion(Ctx& c, int mode) {
     EffectorState& e = c.arm.effectors;
     int speed = 0, force = 0, position = 0;
@@ -68,7 +69,7 @@ void gripper_motion(Ctx& c, int mode) {
         e.grip_force = force;
         e.grip_hold = c.cmd == "set_gripper_pick_on";
         const double target = mode == 1 ? e.route_max : mode == 2 ? e.route_min : position;
-        start(e.gripper, target, mode == 3 ? 500 : speed, block);
+        start(e.gripper, target, mode == 3 ? 500 : speed);
     }
     c.verdict("state", ok, "set_gripper");
 }
@@ -97,7 +98,7 @@ void hand_item(Ctx& c, const char* key) {
     const bool ok = c.int_in(key, 1, kHandItems, n) && c.get_bool("block", block);
     if (ok) {
         e.hand.pos = 0;
-        start(e.hand, 1.0, e.hand_speed / 1000.0 / kHandItemSeconds, block);
+        start(e.hand, 1.0, e.hand_speed / 1000.0 / kHandItemSeconds);
     }
     c.verdict("set_state", ok);
 }
@@ -142,7 +143,7 @@ void axis_move(Ctx& c, const AxisSpec& a, const char* verdict) {
     int speed = 0, target = 0;
     const bool ok = c.int_in("speed", 1, 100, speed) &&
                     c.int_in(a.target_key, static_cast<int>(a.lo), static_cast<int>(a.hi), target);
-    if (ok) start(c.arm.effectors.*a.drive, target, speed * a.rate, true);
+    if (ok) start(c.arm.effectors.*a.drive, target, speed * a.rate);
     c.verdict(verdict, ok);
 }
 void lift_height(Ctx& c) { axis_move(c, kLiftSpec, "set_state"); }
