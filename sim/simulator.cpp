@@ -194,6 +194,12 @@ struct Simulator::Impl {
         }
     }
 
+    void log_notes(ArmServer& a, Events& events) {
+        for (Event& e : events)
+            if (e.note) log(a, e.text);
+        events.erase(std::remove_if(events.begin(), events.end(), [](const Event& e) { return e.note; }), events.end());
+    }
+
     void send_events(ArmServer& a, const Events& events) {
         for (const Event& e : events) {
             if (e.note) {
@@ -305,6 +311,7 @@ struct Simulator::Impl {
         }
         cJSON_Delete(req);
         send_events(a, before);
+        log_notes(a, after);  // logged before the reply, so that whoever sees the refusal can read why
         if (!reply.empty()) send_reply(a, cmd, reply + "\r\n");
         send_events(a, after);
         // Only a request that needs the clock sooner than planned wakes it:
