@@ -111,8 +111,9 @@ struct ForceState {
     std::array<double, 6> push{};   /* scripted external wrench on the tool, base frame */
     std::array<double, 6> offset{}; /* subtracted from the raw reading by zeroing */
     double surface_z = NAN;         /* stiff surface height in the base frame (m); NaN: right at the tool */
-    bool holding = false;           /* force-position control holds target along the tool axes */
-    std::array<double, 6> target{}; /* commanded contact wrench, tool frame */
+    bool holding = false;           /* force-position control holds `target` */
+    int frame = 1;                  /* axes of target and contact: 0 the base's, 1 the tool's */
+    std::array<double, 6> target{}; /* commanded contact wrench */
     std::array<double, 6> contact{};/* contact wrench reached so far */
     bool streaming = false;         /* Start_Force_Position_Move .. Stop */
     int drag_mode = 0;

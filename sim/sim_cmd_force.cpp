@@ -11,7 +11,7 @@ namespace kxsim {
 namespace {
 
 constexpr double kGravity = 9.81;
-constexpr double kSettle = 0.05;            /* s: time constant of the contact force */
+constexpr double kSettle = 0.02;            /* s: time constant of the contact force */
 constexpr double kContactReach = 1e-3;      /* m: the tool touches the surface within this */
 const double kBias[6] = {0.8, -0.5, 1.2, 0.02, -0.01, 0.015}; /* the sensor's own offset */
 
@@ -142,25 +142,31 @@ void manual_fz(Ctx& c) {
 
 /* ---- force-position control ---- */
 
-void hold(ArmState& a, int axis, double force) {
-    a.force.target = {};
-    if (axis >= 0 && axis < 6) a.force.target[axis] = force;
-    a.force.holding = true;
+/* Holds `force` along (or about) `axis` of the base (mode 0) or tool (mode 1) axes. */
+void hold(ArmState& a, int mode, int axis, double force) {
+    ForceState& f = a.force;
+    if (mode != f.frame) f.contact = {}; /* the contact so far was along other axes */
+    f.frame = mode;
+    f.target = {};
+    if (axis >= 0 && axis < 6) f.target[axis] = force;
+    f.holding = true;
 }
+
+bool read_mode(Ctx& c, int& mode) { return c.int_in("mode", 0, 1, mode); }
 
 void set_force_position(Ctx& c) {
     ForceState& f = c.arm.force;
     int sensor = 0, mode = 0, dir = 0, n = 0;
     int desired[6], control[6], vel[6];
-    bool ok = c.has_sensor() && c.get_int("sensor", sensor) && c.get_int("mode", mode);
+    bool ok = c.has_sensor() && c.get_int("sensor", sensor) && read_mode(c, mode);
     if (ok && c.get_int("direction", dir)) {
         ok = c.get_int("N", n) && c.check(dir >= 0 && dir < 6, "\"direction\" outside 0..5");
-        if (ok) hold(c.arm, dir, n / 10.0);
+        if (ok) hold(c.arm, mode, dir, n / 10.0);
     } else if (ok) {
         ok = c.get_ints("desired_force", 6, desired) && c.get_ints("control_mode", 6, control) &&
              c.get_ints("limit_vel", 6, vel);
         if (ok) {
-            hold(c.arm, -1, 0);
+            hold(c.arm, mode, -1, 0);
             for (int i = 0; i < 6; ++i) f.target[i] = control[i] ? desired[i] / 10.0 : 0.0;
         }
     }
@@ -181,21 +187,33 @@ void force_move_mode(Ctx& c) {
     c.verdict("set_state", ok);
 }
 
+/* A stiff surface stops the tool: a target below it is met on it, so that
+ * the commanded force, not the target, decides how hard the tool presses. */
+bool stays_on_surface(const ArmState& a, Joints& target) {
+    if (std::isnan(a.force.surface_z)) return true;
+    Mat4 tool = mul(a.flange(target), a.tool_in_base());
+    if (tool[2][3] >= a.force.surface_z) return true;
+    tool[2][3] = a.force.surface_z;
+    return a.track(mul(inverse(a.work_in_base()), tool), a.q, target);
+}
+
 /* A streamed target: no reply. The arm goes there and holds the force. */
 void force_position_move(Ctx& c) {
     ArmState& a = c.arm;
     Joints target{};
     Mat4 pose{};
-    int dir = 0, force = 0;
+    int dir = 0, force = 0, mode = 0;
     if (!c.check(a.force.streaming, "force-position streaming is not started") ||
         !c.check(!a.moving(), "a planned motion is running"))
         return c.refuse(c.why);
     const bool by_joints = cJSON_GetObjectItemCaseSensitive(c.req, "joint") != nullptr;
     if (by_joints ? !c.joints(c.req, "joint", target) : !c.pose(c.req, "pose", pose)) return c.refuse(c.why);
     if (!by_joints && !a.track(pose, a.q, target)) return c.refuse("the pose is out of reach");
+    if (!read_mode(c, mode)) return c.refuse(c.why);
+    if (!stays_on_surface(a, target)) return c.refuse("the pose is out of reach on the surface");
     std::string why;
     if (!a.stream_to(target, "move_through_force_pose", c.now, why)) return c.refuse(why);
-    if (c.get_int("dir", dir) && c.get_int("force", force)) hold(a, dir, force / 10.0);
+    if (get_int(c.req, "dir", dir) && get_int(c.req, "force", force)) hold(a, mode, dir, force / 10.0);
 }
 
 }  // namespace
@@ -209,9 +227,10 @@ void sensor_wrench(const ArmState& a, double raw[6], double zeroed[6]) {
     const Vec3 weight = rotate_back(flange, {0, 0, -mass * kGravity});
     double push[6];
     wrench_back(flange, a.force.push.data(), push);
-    /* contact, from the tool frame into the sensor frame */
+    /* contact, from its frame (the base or the tool) into the sensor frame */
     double contact[6];
-    wrench_fwd(a.tool_in_base(), a.force.contact.data(), contact);
+    if (a.force.frame == 0) wrench_back(flange, a.force.contact.data(), contact);
+    else wrench_fwd(a.tool_in_base(), a.force.contact.data(), contact);
     const Vec3 moment = cross(com, weight);
     for (int i = 0; i < 3; ++i) {
         raw[i] = kBias[i] + weight[i] + push[i] + contact[i];
