@@ -580,12 +580,21 @@ void StreamState::accepted(double now) {
 
 bool ArmState::stream_to(const Joints& target, const char* st, double now, std::string& why) {
     char text[200];
-    if (holds(kStreamSpeedError)) {
-        why = "the arm stopped on a target it could not reach in time (error 0x500A); clear_system_err resumes";
-        return false;
-    }
+    for (const ArmError e : {kStreamSpeedError, kSelfCollisionError})
+        if (holds(e)) {
+            std::snprintf(text, sizeof text, "the arm stopped on error 0x%X; clear_system_err resumes", e);
+            why = text;
+            return false;
+        }
     why = beyond_limits(target);
     if (!why.empty()) return false;
+    if (zones.self_collision && self_collision(*this, q).empty()) {
+        why = self_collision(*this, target);
+        if (!why.empty()) {
+            raise(kSelfCollisionError);
+            return false;
+        }
+    }
     const double period = stream.period(now);
     for (int i = 0; i < dof; ++i) {
         const double vmax = max_speed[i] * 6e-3, step = std::fabs(target[i] - q[i]);

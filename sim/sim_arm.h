@@ -373,9 +373,10 @@ struct ArmState {
     void stop(bool slow, double now, Events& out);
     void drop_current(Events& out);
     /* Moves straight to a streamed target, unless it is beyond a joint's
-     * limit or farther than a joint can go in the stream's period (that
-     * raises kStreamSpeedError, and targets are refused until it is
-     * cleared); false with the reason otherwise. */
+     * limit, farther than a joint can go in the stream's period (that raises
+     * kStreamSpeedError) or folds the arm onto itself while self-collision
+     * detection is on (kSelfCollisionError); after either error targets are
+     * refused until it is cleared. False with the reason when refused. */
     bool stream_to(const Joints& target, const char* status, double now, std::string& why);
     /* The queued planned motion sampled every dt of simulated time, from its
      * start, without running it. */
@@ -478,8 +479,11 @@ void add_effector_commands(CommandTable& t);
 void add_zone_commands(CommandTable& t);
 
 /* Whether a planned motion keeps the tool point clear of every enabled
- * zone; otherwise the zone's error is raised and the refusal noted. */
+ * zone, and (when enabled) the links clear of each other; otherwise the
+ * error is raised and the refusal noted. */
 bool zones_allow(Ctx& c, const Segment& seg);
+/* Why joints j bring two links of the arm too close ("" when they do not). */
+std::string self_collision(const ArmState& arm, const Joints& j);
 
 void add_force_commands(CommandTable& t);
 void add_drag_commands(CommandTable& t);

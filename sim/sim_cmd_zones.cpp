@@ -182,6 +182,18 @@ bool inside(const Zone& z, const double p[3]) {
     }
 }
 
+/* The joints at s in [0, 1] along the path's samples, straight between them. */
+Joints sample(const std::vector<Joints>& path, double s) {
+    const size_t last = path.size() - 1;
+    if (last == 0) return path[0];
+    const double x = s * static_cast<double>(last);
+    const size_t i = std::min(static_cast<size_t>(x), last - 1);
+    const double f = x - static_cast<double>(i);
+    Joints j{};
+    for (int n = 0; n < kMaxJoints; ++n) j[n] = path[i][n] + f * (path[i + 1][n] - path[i][n]);
+    return j;
+}
+
 bool allowed(const Zone& z, const ZoneSwitch& s, const double p[3]) {
     return !s.enable || z.form == 0 || inside(z, p) == (s.in_out_side == 0);
 }
@@ -197,17 +209,23 @@ int ZoneState::violation(const double p[3]) const {
 bool zones_allow(Ctx& c, const Segment& seg) {
     ArmState& arm = c.arm;
     const ZoneState& z = arm.zones;
-    if (seg.path.empty() || !((z.fence_on.enable && z.fence.form) || (z.wall_on.enable && z.wall.form))) return true;
-    // The tool point in the base frame, sampled along the joint path.
+    if (seg.path.empty()) return true;
+    const bool zones = (z.fence_on.enable && z.fence.form) || (z.wall_on.enable && z.wall.form);
+    // An arm already folded onto itself may move out of it.
+    const bool links = z.self_collision && self_collision(arm, seg.path.front()).empty();
+    if (!zones && !links) return true;
     const Mat4 tool = arm.tool_in_base();
-    const size_t last = seg.path.size() - 1;
     for (int k = 1; k <= kPathSamples; ++k) {
-        const double x = static_cast<double>(k) / kPathSamples * static_cast<double>(last);
-        const size_t i = std::min(static_cast<size_t>(x), last > 0 ? last - 1 : 0);
-        const double f = last > 0 ? x - static_cast<double>(i) : 0;
-        Joints j{};
-        for (int n = 0; n < kMaxJoints; ++n)
-            j[n] = last > 0 ? seg.path[i][n] + f * (seg.path[i + 1][n] - seg.path[i][n]) : seg.path[0][n];
+        const Joints j = sample(seg.path, static_cast<double>(k) / kPathSamples);
+        if (links) {
+            const std::string why = self_collision(arm, j);
+            if (!why.empty()) {
+                arm.raise(kSelfCollisionError);
+                return c.fail(why + ", " + std::to_string(100 * k / kPathSamples) + "% of the way");
+            }
+        }
+        if (!zones) continue;
+        // The tool point in the base frame, along the joint path.
         const Mat4 m = mul(arm.flange(j), tool);
         const double p[3] = {m[0][3], m[1][3], m[2][3]};
         if (const int err = z.violation(p)) {

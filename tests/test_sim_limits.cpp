@@ -65,7 +65,7 @@ TEST_F(Streaming, AJumpIsRefusedWithAnArmErrorUntilCleared) {
         q[1] -= 45;
         q[0] += 0.1f;
         ASSERT_EQ(0, kx_movej_follow(h(arm), q));
-        EXPECT_TRUE(eventually([&] { return !logged({"movej_follow refused", "clear_system_err"}).empty(); }));
+        EXPECT_TRUE(eventually([&] { return !logged({"movej_follow refused", "error 0x500A", "clear_system_err"}).empty(); }));
         EXPECT_EQ(sim->joints(arm), before);
 
         ASSERT_EQ(0, kx_clear_system_err(h(arm)));
