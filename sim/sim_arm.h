@@ -225,10 +225,16 @@ struct EffectorState {
     int grip_mode = 0;                   /* 0 idle, 1 opening, 2 closing, 3 positioning */
     int object_width = 0;                /* 0: nothing between the fingers */
     bool grip_hold = false;              /* pick_on keeps the force */
-    /* hand: postures and sequences 1..40 */
+    /* hand: postures and sequences 1..40, six fingers; a finger's position
+     * runs 0 (open) .. 1000 (closed), its angle is the position x kHandDegrees
+     * in 0.01 degree */
+    static constexpr double kHandDegrees = 17.8;
     int hand_speed = 500, hand_force = 500;
     int hand_angle[6] = {}, hand_pos[6] = {};
+    int hand_from[6] = {}, hand_to[6] = {}; /* a posture's start and goal positions */
     Drive hand;          /* runs 0..1 over a posture or sequence */
+    /* The hand as the realtime push reports it. */
+    void hand_state(int pos[6], int angle[6], int force[6], int state[6]) const;
     /* lift (mm, 0..1000) and expansion axis (0.001 deg, -180000..180000) */
     Drive lift, expand;
 

@@ -91,19 +91,25 @@ void gripper_state(Ctx& c) {
 
 /* ---- hand ---- */
 
-void hand_item(Ctx& c, const char* key) {
+/* Posture or sequence n closes each finger to a stored position; a
+ * sequence's offset keeps it apart from the posture of the same number. */
+void hand_item(Ctx& c, const char* key, int offset) {
     EffectorState& e = c.arm.effectors;
     int n = 0;
     bool block = false;
     const bool ok = c.int_in(key, 1, kHandItems, n) && c.get_bool("block", block);
     if (ok) {
+        for (int k = 0; k < 6; ++k) {
+            e.hand_from[k] = e.hand_pos[k];
+            e.hand_to[k] = ((n + offset) * 97 + k * 151) % 11 * 100;
+        }
         e.hand.pos = 0;
         start(e.hand, 1.0, e.hand_speed / 1000.0 / kHandItemSeconds);
     }
     c.verdict("set_state", ok);
 }
-void hand_posture(Ctx& c) { hand_item(c, "posture_num"); }
-void hand_seq(Ctx& c) { hand_item(c, "seq_num"); }
+void hand_posture(Ctx& c) { hand_item(c, "posture_num", 0); }
+void hand_seq(Ctx& c) { hand_item(c, "seq_num", 5); }
 
 bool hand_values(const cJSON* req, const char* key, int (&out)[6]) {
     int v[6];
@@ -114,10 +120,24 @@ bool hand_values(const cJSON* req, const char* key, int (&out)[6]) {
     return true;
 }
 
-void hand_angle(Ctx& c) { c.verdict("set_state", hand_values(c.req, "hand_angle", c.arm.effectors.hand_angle)); }
-/* Streaming targets: echoed for a caller that waits for it. */
-void hand_follow_angle(Ctx& c) { c.verdict("set_state", hand_values(c.req, "hand_angle", c.arm.effectors.hand_angle)); }
-void hand_follow_pos(Ctx& c) { c.verdict("set_state", hand_values(c.req, "hand_pos", c.arm.effectors.hand_pos)); }
+/* Fingers set straight to angles or positions (the follow forms are
+ * streaming targets, echoed for a caller that waits for it). */
+void hand_set(Ctx& c, const char* key, bool angles) {
+    EffectorState& e = c.arm.effectors;
+    int v[6];
+    const bool ok = c.check(hand_values(c.req, key, v), "needs six integers of 16 bits");
+    if (ok) {
+        e.hand.moving = false;
+        for (int k = 0; k < 6; ++k) {
+            e.hand_angle[k] = angles ? v[k] : static_cast<int>(std::lround(v[k] * EffectorState::kHandDegrees));
+            e.hand_pos[k] = angles ? static_cast<int>(std::lround(v[k] / EffectorState::kHandDegrees)) : v[k];
+        }
+    }
+    c.verdict("set_state", ok);
+}
+void hand_angle(Ctx& c) { hand_set(c, "hand_angle", true); }
+void hand_follow_angle(Ctx& c) { hand_set(c, "hand_angle", true); }
+void hand_follow_pos(Ctx& c) { hand_set(c, "hand_pos", false); }
 
 void hand_setting(Ctx& c, const char* key, int EffectorState::*member) {
     int v = 0;
@@ -204,9 +224,26 @@ void EffectorState::advance(double dt, Events& out) {
         grip_status = closing ? (stop_at > 0 && gripper.pos == stop_at ? 2 : 3) : 0;
         if (gripper.report) out.push_back({completion_event(kGripperDevice), true});
     }
-    if (hand.step(dt, 0, 1) && hand.report) out.push_back({completion_event(kHandDevice), true});
+    if (hand.moving) {
+        const bool done = hand.step(dt, 0, 1);
+        for (int k = 0; k < 6; ++k) {
+            hand_pos[k] = static_cast<int>(std::lround(hand_from[k] + (hand_to[k] - hand_from[k]) * hand.pos));
+            hand_angle[k] = static_cast<int>(std::lround(hand_pos[k] * kHandDegrees));
+        }
+        if (done && hand.report) out.push_back({completion_event(kHandDevice), true});
+    }
     if (lift.step(dt, kLiftLo, kLiftHi) && lift.report) out.push_back({completion_event(kLiftDevice), true});
     if (expand.step(dt, kExpandLo, kExpandHi) && expand.report) out.push_back({completion_event(kExpandDevice), true});
+}
+
+void EffectorState::hand_state(int pos[6], int angle[6], int force[6], int state[6]) const {
+    for (int k = 0; k < 6; ++k) {
+        pos[k] = hand_pos[k];
+        angle[k] = hand_angle[k];
+        // A finger closed past half way presses with up to the set force.
+        force[k] = hand_force * std::clamp(hand_pos[k] - 500, 0, 500) / 500;
+        state[k] = hand.moving ? 1 : 0;
+    }
 }
 
 void add_effector_commands(CommandTable& t) {
