@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -111,6 +112,7 @@ struct ArmServer {
 
 struct Simulator::Impl {
     Options opt;
+    std::string start_error;
     std::vector<std::unique_ptr<ArmServer>> arms;
     Clock::time_point t0 = Clock::now();
     std::atomic<bool> running{false};
@@ -543,14 +545,18 @@ Simulator::~Simulator() { stop(); }
 bool Simulator::start() {
     Impl& im = *impl_;
     if (im.running) return true;
-    for (size_t k = 0; k < im.arms.size(); ++k)
-        if (!im.open_arm(*im.arms[k], static_cast<int>(k),
-                         im.opt.arms[k].port >= 0 ? im.opt.arms[k].port : std::max(0, im.opt.base_port))) {
+    for (size_t k = 0; k < im.arms.size(); ++k) {
+        const int port = im.opt.arms[k].port >= 0 ? im.opt.arms[k].port : std::max(0, im.opt.base_port);
+        if (!im.open_arm(*im.arms[k], static_cast<int>(k), port)) {
             const int err = errno;
+            im.start_error = "arm " + std::to_string(k + 1) + " cannot listen on " + host(static_cast<int>(k)) + ":" +
+                             std::to_string(port) + ": " + std::strerror(err);
             for (auto& a : im.arms) im.close_arm(*a);
             errno = err;
             return false;
         }
+    }
+    im.start_error.clear();
     im.running = true;
     for (auto& a : im.arms) {
         ArmServer* ap = a.get();
@@ -561,6 +567,8 @@ bool Simulator::start() {
 }
 
 void Simulator::stop() { impl_->stop(); }
+
+std::string Simulator::start_error() const { return impl_->start_error; }
 
 int Simulator::arm_count() const { return static_cast<int>(impl_->arms.size()); }
 

@@ -48,6 +48,8 @@ public:
     Simulator& operator=(const Simulator&) = delete;
 
     bool start(); /* binds every arm's port and starts serving; false on failure */
+    /* Why start() failed: the address and port it could not listen on, and the system's reason. */
+    std::string start_error() const;
     void stop();
 
     int arm_count() const;
