@@ -6,13 +6,14 @@
 #include "constant_define.h"
 #include "libalgo_interface.h"
 #include "tovi_kinematics.h"
+#include "tovi_int.h"
 #include "tovi_mathfuncs.h"
 
 namespace {
 
 // Rodrigues: R = I + sin(a) K + (1 - cos(a)) K^2, K the axis' cross matrix.
 Matrix axis_rotation(const float* axis, float angle) {
-    Matrix r = matrix_eye();
+    Matrix r = algo::matrix_eye();
     if (!axis) return r;
     const double k[3] = {axis[0], axis[1], axis[2]};
     const double K[3][3] = {{0, -k[2], k[1]}, {k[2], 0, -k[0]}, {-k[1], k[0], 0}};

@@ -41,6 +41,8 @@ struct Frame {
 Frame operator*(const Frame& A, const Frame& B);
 Frame inverse(const Frame& T);
 Frame frame_from(const Matrix& m);
+/* The 4 x 4 identity. */
+Matrix matrix_eye();
 Matrix matrix_from(const Frame& T);
 
 /* Everything FK and IK need, precomputed for speed. Joint angles q are the
@@ -105,11 +107,28 @@ int ik_parallel_axes(const Kin& k, const Frame& target, const double* q_ref, dou
 int ik_srs(const Kin& k, const Frame& target, const double* q_ref, double* q_out);
 int ik_offset7(const Kin& k, const Frame& target, const double* q_ref, double* q_out);
 
-/* Solves Rz(t1)·RotX(alpha_a)·Rz(t2)·RotX(alpha_b)·Rz(t3) = M for alphas of
- * +-90 degrees (sa, sb their sines): the two branches of t2 (sin t2 >= 0
- * first). At sin t2 = 0 only t1 + -t3 is defined: t1 is taken from ref1.
- * Fills out[branch][3]. */
-void solve_zxzxz(const double M[3][3], double sa, double sb, double ref1, double out[2][3]);
+/* Solves Rz(t1)·RotX(alpha_a)·Rz(t2)·RotX(alpha_b)·Rz(t3) = M for the DH
+ * angles t1..t3 of joints j1..j1+2 (alphas of joints j1+1, j1+2 of +-90
+ * degrees). Fills out[branch][3] and returns the number of branches: the
+ * two of t2 (sin t2 >= 0 first) and, where axes 1 and 3 are (nearly)
+ * aligned so that only t1 +- t3 is defined, the branch that shares the
+ * rotation between t1 and t3 from the reference (DH angles ref_theta),
+ * within their limits (alone when the axes are aligned). */
+int solve_zxzxz(const double M[3][3], const Kin& k, int j1, const double* ref_theta, double out[3][3]);
+/* Where joints j1 and j1+2 of the DH angles th are (nearly) aligned, shares
+ * their combination as the reference does (solve_zxzxz's split branch);
+ * elsewhere th is left as it is. */
+void resplit(const Kin& k, int j1, const double* ref_theta, double* th);
+/* t wrapped to [-pi, pi]. */
+double wrap_angle(double t);
+
+/* |sin| of the middle angle below this: axes so nearly aligned that a
+ * single-precision target cannot tell how their free combination is split;
+ * the reference's split joins the candidates. */
+constexpr double SPLIT_BELOW = 1e-4;
+
+/* Most candidate branches a solver offers for one target. */
+constexpr int MAX_CANDIDATES = 24;
 
 /* find_nearest_joint's body, inlined into the solvers. */
 inline double nearest_equivalent(double ref, double* cand, const double* margin, double min, double max) {
@@ -129,8 +148,17 @@ inline double nearest_equivalent(double ref, double* cand, const double* margin,
 
 /* Picks, among n candidate theta vectors, the one whose joints map nearest
  * to the reference (find_nearest_joint per joint, find_min_index overall),
- * writes it as arm joints to q_out. Returns false when none is admissible. */
-bool pick_nearest(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double* q_out);
+ * writes it as arm joints to q_out. Returns false when none is admissible.
+ * past_limits: a joint with no equivalent inside its limits may lie up to
+ * 1e-3 rad past one, and is taken back to it (for a caller that polishes
+ * and can fall back to the next candidate). */
+bool pick_nearest(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double* q_out,
+                  bool past_limits = false);
+/* The admissible candidates nearest first (joints past their limits as
+ * pick_nearest's past_limits): their indices in order[], each mapped to arm
+ * joints in mapped[]. Returns how many are admissible. */
+int rank_candidates(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double (*mapped)[8],
+                    int* order);
 
 /* Pose error of T against target: position difference and the rotation
  * vector (sin(angle)·axis, base frame) taking T's orientation to target's. */

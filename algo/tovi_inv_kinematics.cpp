@@ -18,7 +18,11 @@ constexpr double SINGULAR = 1e-9;   // |sin| below this: axes aligned
 // acos/asin arguments this far past 1 are clamped: a single-precision
 // target at a stretched arm lands just outside; the polish fixes the rest.
 constexpr double DOMAIN_TOL = 1e-5;
-constexpr double LIMIT_MARGIN = 1e-6;
+// A joint this far past its limit, with no equivalent inside, is taken back
+// to it (and the polish decides): near a singular configuration rounding
+// moves joints that far.
+constexpr double FREE_LIMIT_MARGIN = 1e-3;
+constexpr double LIMIT_MARGIN = 1e-6;  // rounding past a limit that still counts as inside
 
 // acos/asin of a value that may overshoot 1 by rounding; NaN when it truly
 // lies outside (the branch does not exist).
@@ -62,57 +66,142 @@ void mul(const double A[3][3], const Rot3& B, double out[3][3]) { mul(A, B.m, ou
 
 double half_turn(double t) { return t > 0 ? t - ALGO_PI : t + ALGO_PI; }
 
+// Half width of the search along a free combination, radians: a reference
+// within a few degrees of a solution needs far less.
+constexpr double FREE_SEARCH = 0.35;
+
+// Where f is least in [lo, hi] (golden-section search, f unimodal there).
+template <class F>
+double golden_minimum(F f, double lo, double hi) {
+    constexpr double g = 0.3819660112501051;
+    double x1 = lo + g * (hi - lo), x2 = hi - g * (hi - lo), f1 = f(x1), f2 = f(x2);
+    for (int it = 0; it < 24; ++it) {
+        if (f1 < f2) {
+            hi = x2, x2 = x1, f2 = f1;
+            x1 = lo + g * (hi - lo), f1 = f(x1);
+        } else {
+            lo = x1, x1 = x2, f1 = f2;
+            x2 = hi - g * (hi - lo), f2 = f(x2);
+        }
+    }
+    return f1 < f2 ? x1 : x2;
+}
+
 }  // namespace
 
-void solve_zxzxz(const double M[3][3], double sa, double sb, double ref1, double out[2][3]) {
+double wrap_angle(double t) { return std::remainder(t, 2 * ALGO_PI); }
+
+int solve_zxzxz(const double M[3][3], const Kin& k, int j1, const double* ref_theta, double out[3][3]) {
+    const double sa = k.sa[j1 + 1], sb = k.sa[j1 + 2], ref1 = ref_theta[j1], ref3 = ref_theta[j1 + 2];
     const double c2 = -sa * sb * M[2][2];
     const double s2 = std::sqrt(M[0][2] * M[0][2] + M[1][2] * M[1][2]);
-    if (s2 < SINGULAR) {
-        // Axes 1 and 3 coincide: keep the first where the reference has it
-        // and give the rest of the rotation to the third,
+    int n = 0;
+    if (s2 >= SINGULAR) {
+        out[0][0] = std::atan2(sb * M[1][2], sb * M[0][2]);
+        out[0][1] = std::atan2(s2, c2);
+        out[0][2] = std::atan2(-sa * M[2][1], sa * M[2][0]);
+        // The flipped branch: t2 -> -t2 turns t1 and t3 by half a turn.
+        out[1][0] = half_turn(out[0][0]);
+        out[1][1] = -out[0][1];
+        out[1][2] = half_turn(out[0][2]);
+        n = 2;
+    }
+    if (s2 < SPLIT_BELOW) {
+        // (Nearly) aligned axes 1 and 3: only t1 + sigma·t3 is defined, and
+        // a single-precision target leaves t1 and t3 to rounding. The
+        // rotation still to be made is shared equally between them from the
+        // reference: with t1 = ref1,
         // Rz(t3) = (Rz(t1)·RotX(a)·Rz(t2)·RotX(b))^T · M.
-        const double t2 = c2 >= 0 ? 0.0 : ALGO_PI, t1 = ref1;
+        const double t2 = c2 >= 0 ? 0.0 : ALGO_PI, sigma = M[2][2] >= 0 ? 1.0 : -1.0;
         double A[3][3], B[3][3], N[3][3];
-        rot_z(t1, A);
+        rot_z(ref1, A);
         mul(A, rot_x(sa), B);
         rot_z(t2, A);
         mul(B, A, N);
         mul(N, rot_x(sb), B);
         mul_t(B, M, N);
-        for (int k = 0; k < 2; ++k) {
-            out[k][0] = t1;
-            out[k][1] = t2;
-            out[k][2] = std::atan2(N[1][0], N[0][0]);
-        }
-        return;
+        // The rotation left for t1 and t3 together, shared equally, unless
+        // a limit holds one of them: then the other takes the rest.
+        const double rest = wrap_angle(std::atan2(N[1][0], N[0][0]) - ref3);
+        const int j3 = j1 + 2;
+        const double t3 = std::clamp(ref3 + 0.5 * rest, k.lim_min[j3], k.lim_max[j3]);
+        const double t1 = std::clamp(ref1 + sigma * (rest - (t3 - ref3)), k.lim_min[j1], k.lim_max[j1]);
+        out[n][0] = t1;
+        out[n][1] = t2;
+        out[n][2] = ref3 + rest - sigma * (t1 - ref1);
+        ++n;
     }
-    out[0][0] = std::atan2(sb * M[1][2], sb * M[0][2]);
-    out[0][1] = std::atan2(s2, c2);
-    out[0][2] = std::atan2(-sa * M[2][1], sa * M[2][0]);
-    // The flipped branch: t2 -> -t2 turns t1 and t3 by half a turn.
-    out[1][0] = half_turn(out[0][0]);
-    out[1][1] = -out[0][1];
-    out[1][2] = half_turn(out[0][2]);
+    return n;
 }
 
-bool pick_nearest(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double* q_out) {
-    double dist[16], mapped[16][8];
-    if (n < 1 || n > 16) return false;
-    double lowest = ALGO_NO_JOINT;
-    for (int c = 0; c < n; ++c) {
-        dist[c] = 0;
-        // A partial sum already above the best cannot win: stop adding.
-        for (int j = 0; j < k.dof && dist[c] <= lowest; ++j) {
-            double v = cand[c][j], margin = LIMIT_MARGIN;
-            dist[c] += nearest_equivalent(q_ref[j] + k.offset[j], &v, &margin, k.lim_min[j], k.lim_max[j]);
-            mapped[c][j] = v;
-        }
-        lowest = std::min(lowest, dist[c]);
+void resplit(const Kin& k, int j1, const double* ref_theta, double* th) {
+    double A[3][3], B[3][3], M[3][3], out[3][3];
+    rot_z(th[j1], A);
+    mul(A, rot_x(k.sa[j1 + 1]), B);
+    rot_z(th[j1 + 1], A);
+    mul(B, A, M);
+    mul(M, rot_x(k.sa[j1 + 2]), B);
+    rot_z(th[j1 + 2], A);
+    mul(B, A, M);
+    const int n = solve_zxzxz(M, k, j1, ref_theta, out);
+    if (n != 2) std::copy(out[n - 1], out[n - 1] + 3, th + j1);
+}
+
+namespace {
+
+// Sum of the joints' distances to the reference, each joint mapped to its
+// 2pi-equivalent nearest the reference within the limits (into mapped, DH
+// angles); the sum stops growing once it passes `enough`.
+double mapped_distance(const Kin& k, const double* cand, const double* q_ref, double enough, double* mapped,
+                       bool past_limits) {
+    double dist = 0;
+    for (int j = 0; j < k.dof && dist <= enough; ++j) {
+        // An equivalent inside the limits first; one just past them (taken
+        // back to the limit) only when there is none.
+        double v = cand[j], d = nearest_equivalent(q_ref[j] + k.offset[j], &v, &LIMIT_MARGIN, k.lim_min[j], k.lim_max[j]);
+        if (!(d < ALGO_NO_JOINT) && past_limits)
+            d = nearest_equivalent(q_ref[j] + k.offset[j], &v, &FREE_LIMIT_MARGIN, k.lim_min[j], k.lim_max[j]);
+        dist += d;
+        mapped[j] = v;
     }
+    return dist;
+}
+
+void to_arm_joints(const Kin& k, double* q) {
+    for (int j = 0; j < k.dof; ++j) q[j] = std::clamp(q[j], k.lim_min[j], k.lim_max[j]) - k.offset[j];
+}
+
+}  // namespace
+
+int rank_candidates(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double (*mapped)[8],
+                    int* order) {
+    double dist[MAX_CANDIDATES];
+    int admissible = 0;
+    for (int c = 0; c < n && c < MAX_CANDIDATES; ++c) {
+        dist[c] = mapped_distance(k, cand[c], q_ref, ALGO_NO_JOINT, mapped[c], true);
+        if (!(dist[c] < ALGO_NO_JOINT)) continue;
+        // Insertion by distance; equal distances keep the earlier candidate first.
+        int at = admissible++;
+        while (at > 0 && dist[order[at - 1]] > dist[c]) {
+            order[at] = order[at - 1];
+            --at;
+        }
+        order[at] = c;
+    }
+    for (int i = 0; i < admissible; ++i) to_arm_joints(k, mapped[order[i]]);
+    return admissible;
+}
+
+bool pick_nearest(const Kin& k, const double (*cand)[8], int n, const double* q_ref, double* q_out, bool past_limits) {
+    double dist[MAX_CANDIDATES], mapped[MAX_CANDIDATES][8];
+    if (n < 1 || n > MAX_CANDIDATES) return false;
+    double lowest = ALGO_NO_JOINT;
+    // A partial sum already above the best cannot win: it stops early.
+    for (int c = 0; c < n; ++c) lowest = std::min(lowest, dist[c] = mapped_distance(k, cand[c], q_ref, lowest, mapped[c], past_limits));
     const int best = find_min_index(dist, n);
     if (!(dist[best] < ALGO_NO_JOINT)) return false;
-    for (int j = 0; j < k.dof; ++j)
-        q_out[j] = std::clamp(mapped[best][j], k.lim_min[j], k.lim_max[j]) - k.offset[j];
+    std::copy(mapped[best], mapped[best] + k.dof, q_out);
+    to_arm_joints(k, q_out);
     return true;
 }
 
@@ -121,18 +210,34 @@ namespace {
 constexpr double ACCEPT = 1e-6;  // pose error of an accepted solution
 constexpr double POLISH = 1e-7;  // below this a closed form needs no polish
 
-// The chosen branch is polished against the (single precision) target,
-// which matters near singular configurations; a DH table outside the
-// solver's geometry family fails here with -1 instead of a wrong answer.
+// Candidates are polished against the (single precision) target nearest
+// first, and the first that reaches it is taken: near a singular
+// configuration the nearest may be the reference's split of a free
+// combination, which reaches the target only when it is (all but) exactly
+// singular. A DH table outside the solver's geometry family fails here
+// with -1 instead of a wrong answer.
 int choose(const Kin& k, const Frame& target, const double (*cand)[8], int n, const double* q_ref, double* q_out) {
-    double q[8] = {};
-    if (!pick_nearest(k, cand, n, q_ref, q)) return -2;
     DlsOptions opt;
     opt.max_iter = 4;
     opt.tol = POLISH;
-    if (dls_refine(k, target, q, opt) > ACCEPT) return -1;
-    std::copy(q, q + k.dof, q_out);
-    return 0;
+    // The nearest first, alone: it is the answer but near a singular
+    // configuration.
+    double q[8] = {};
+    if (!pick_nearest(k, cand, n, q_ref, q, true)) return -2;
+    if (dls_refine(k, target, q, opt) <= ACCEPT) {
+        std::copy(q, q + k.dof, q_out);
+        return 0;
+    }
+    double mapped[MAX_CANDIDATES][8];
+    int order[MAX_CANDIDATES];
+    const int admissible = rank_candidates(k, cand, n, q_ref, mapped, order);
+    for (int i = 1; i < admissible; ++i) {
+        double* c = mapped[order[i]];
+        if (dls_refine(k, target, c, opt) > ACCEPT) continue;
+        std::copy(c, c + k.dof, q_out);
+        return 0;
+    }
+    return -1;
 }
 
 }  // namespace
@@ -141,6 +246,8 @@ int choose(const Kin& k, const Frame& target, const double (*cand)[8], int n, co
 // alpha3..alpha5 = +-90, a0 = alpha0 = 0. Branches: shoulder (two
 // theta1), elbow (two theta3), wrist flip (two theta5).
 int ik_spherical_wrist(const Kin& k, const Frame& target, const double* q_ref, double* q_out) {
+    double ref_theta[8];
+    for (int j = 0; j < 8; ++j) ref_theta[j] = q_ref[j] + k.offset[j];
     const double s1 = k.sa[1], s3 = k.sa[3];
     const double* R = &target.R[0][0];
     const double wc[3] = {target.p[0] - k.d[5] * R[2], target.p[1] - k.d[5] * R[5],
@@ -151,7 +258,7 @@ int ik_spherical_wrist(const Kin& k, const Frame& target, const double* q_ref, d
     const double a2 = k.a[2], lx = k.a[3], ly = -s3 * k.d[3];
     const double L = std::hypot(lx, ly), phi = std::atan2(ly, lx);
     const double vy = s1 * wc[2];
-    double cand[8][8];
+    double cand[MAX_CANDIDATES][8];
     int n = 0;
     for (int sh = 0; sh < 2; ++sh) {
         const double u = (sh == 0 ? 1 : -1) * std::sqrt(std::max(u2, 0.0));
@@ -171,11 +278,11 @@ int ik_spherical_wrist(const Kin& k, const Frame& target, const double* q_ref, d
             const double R3[3][3] = {{c1 * c23, -c1 * s23, s1 * sn1},
                                      {sn1 * c23, -sn1 * s23, -s1 * c1},
                                      {s1 * s23, s1 * c23, 0}};
-            double A[3][3], M[3][3], w[2][3];
+            double A[3][3], M[3][3], w[3][3];
             mul_t(R3, target.R, A);
             rotx_t_mul(s3, A, M);
-            solve_zxzxz(M, k.sa[4], k.sa[5], q_ref[3] + k.offset[3], w);
-            for (int b = 0; b < 2; ++b, ++n) {
+            const int nw = solve_zxzxz(M, k, 3, ref_theta, w);
+            for (int b = 0; b < nw; ++b, ++n) {
                 const double th[6] = {t1, t2, t3, w[b][0], w[b][1], w[b][2]};
                 std::copy(th, th + 6, cand[n]);
                 if (std::isnan(c)) cand[n][0] = NaN;
@@ -199,7 +306,7 @@ int ik_parallel_axes(const Kin& k, const Frame& target, const double* q_ref, dou
     if (r < std::fabs(D) - DOMAIN_TOL) return -1;
     const double psi = std::atan2(p5[1], p5[0]);
     const double as = std::asin(clamped(r > 0 ? -s1 * D / r : 0.0));
-    double cand[8][8];
+    double cand[MAX_CANDIDATES][8];
     int n = 0;
     for (int sh = 0; sh < 2; ++sh) {
         const double t1 = psi - (sh == 0 ? as : ALGO_PI - as);
@@ -210,23 +317,32 @@ int ik_parallel_axes(const Kin& k, const Frame& target, const double* q_ref, dou
         const double xn = x6[0] * nv[0] + x6[1] * nv[1], yn = y6[0] * nv[0] + y6[1] * nv[1];
         // Wrist branch with sin(t5) >= 0; the other is (-t5, t6 + pi), which
         // turns joint 4's frame by a half turn (t234 + pi, z5 reversed).
-        const double st5 = std::sqrt(std::max(0.0, 1 - c5 * c5));
+        // sin(t5) from the components of z6 across the parallel axes: from
+        // cos(t5) it would carry the square root of the target's rounding.
+        const double across = z6[0] * c1 + z6[1] * sn1;
+        const double st5 = std::sqrt(across * across + z6[2] * z6[2]);
         const double t5 = std::atan2(st5, c5);
-        const double t6 = st5 < SINGULAR ? q_ref[5] + k.offset[5] : std::atan2(-yn * s4, xn * s4);
-        // R4 = R6 · (RotX(a4)·Rz(t5)·RotX(a5)·Rz(t6))^T.
-        double Z5[3][3], Z6[3][3], A[3][3], B[3][3], R46[3][3], R4[3][3];
-        rot_z(t5, Z5);
-        rot_z(t6, Z6);
-        mul(rot_x(s4).m, Z5, A);
-        mul(A, rot_x(s5), B);
-        mul(B, Z6, R46);
-        for (int i = 0; i < 3; ++i)
-            for (int j = 0; j < 3; ++j)
-                R4[i][j] = target.R[i][0] * R46[j][0] + target.R[i][1] * R46[j][1] + target.R[i][2] * R46[j][2];
+        // R4 = R6 · (RotX(a4)·Rz(t5)·RotX(a5)·Rz(t6))^T, and t234 from it:
         // Rz(t234) = (Rz(t1)·RotX(a1))^T · R4; its first column in the
         // frame of joint 2: rows x1 and (RotX(a1)^T)·y1.
-        const double t234 = std::atan2(s1 * R4[2][0], c1 * R4[0][0] + sn1 * R4[1][0]);
-        for (int wr = 0; wr < 2; ++wr) {
+        auto frame4 = [&](double t6, double R4[3][3]) {
+            double Z5[3][3], Z6[3][3], A[3][3], B[3][3], R46[3][3];
+            rot_z(t5, Z5);
+            rot_z(t6, Z6);
+            mul(rot_x(s4).m, Z5, A);
+            mul(A, rot_x(s5), B);
+            mul(B, Z6, R46);
+            for (int i = 0; i < 3; ++i)
+                for (int j = 0; j < 3; ++j)
+                    R4[i][j] = target.R[i][0] * R46[j][0] + target.R[i][1] * R46[j][1] + target.R[i][2] * R46[j][2];
+            return std::atan2(s1 * R4[2][0], c1 * R4[0][0] + sn1 * R4[1][0]);
+        };
+        // The joints for t6, the wrist branch (flip) and the elbow branch.
+        // The joints for t6 (R4 and t234 from frame4), the wrist branch
+        // (flip) and the elbow branch. `loose`: a wrist point a little out of
+        // the elbow's reach counts as a straight elbow (the polish decides),
+        // as it may along a free combination.
+        auto arm = [&](const double R4[3][3], double t234, double t6, int wr, int el, double* th, bool loose) {
             const double flip = wr == 0 ? 1 : -1;
             const double z5[3] = {-flip * s4 * R4[0][1], -flip * s4 * R4[1][1], -flip * s4 * R4[2][1]};
             // Joint 4's origin, then the planar two-link problem in joint 2's frame.
@@ -234,19 +350,55 @@ int ik_parallel_axes(const Kin& k, const Frame& target, const double* q_ref, dou
             const double qx = c1 * p4[0] + sn1 * p4[1] - k.a[1];
             const double qy = s1 * p4[2];
             const double a2 = k.a[2], a3 = k.a[3];
-            const double c3 = clamped((qx * qx + qy * qy - a2 * a2 - a3 * a3) / (2 * a2 * a3));
+            const double v = (qx * qx + qy * qy - a2 * a2 - a3 * a3) / (2 * a2 * a3);
+            const double c3 = loose ? std::clamp(v, -1.0, 1.0) : clamped(v);
             const double ac = std::acos(c3), base = std::atan2(qy, qx);
             const double off = std::atan2(a3 * std::sin(ac), a2 + a3 * c3);
+            const double sgn = el == 0 ? 1 : -1;
+            const double t3 = sgn * ac, t2 = base - sgn * off;
             const double w234 = wr == 0 ? t234 : half_turn(t234);
-            const double w5 = flip * t5, w6 = wr == 0 ? t6 : half_turn(t6);
-            for (int el = 0; el < 2; ++el, ++n) {
-                const double sgn = el == 0 ? 1 : -1;
-                const double t3 = sgn * ac;
-                const double t2 = base - sgn * off;
-                const double th[6] = {t1, t2, t3, w234 - t2 - t3, w5, w6};
-                std::copy(th, th + 6, cand[n]);
-                if (std::isnan(c5) || std::isnan(as)) cand[n][0] = NaN;
-            }
+            const double out[6] = {t1, t2, t3, w234 - t2 - t3, flip * t5, wr == 0 ? t6 : half_turn(t6)};
+            std::copy(out, out + 6, th);
+            if (std::isnan(c5) || std::isnan(as)) th[0] = NaN;
+        };
+        if (st5 >= SINGULAR) {
+            const double t6 = std::atan2(-yn * s4, xn * s4);
+            double R4[3][3];
+            const double t234 = frame4(t6, R4);
+            for (int wr = 0; wr < 2; ++wr)
+                for (int el = 0; el < 2; ++el, ++n) arm(R4, t234, t6, wr, el, cand[n], false);
+        }
+        if (st5 < SPLIT_BELOW) {
+            // Axes 4 and 6 (nearly) aligned: one combination of joints 2, 3,
+            // 4 and 6 is free (t6 moves joint 5 around the wrist point, and
+            // joints 2 to 4 follow). Per branch, the t6 whose joints lie
+            // nearest the reference; the search starts where t234 and t6
+            // share the reference's remainder equally.
+            const double r6 = q_ref[5] + k.offset[5];
+            const double r234 = q_ref[1] + k.offset[1] + q_ref[2] + k.offset[2] + q_ref[3] + k.offset[3];
+            double R4[3][3];
+            const double rest = wrap_angle(frame4(r6, R4) - r234);
+            const double start = r6 + (-s4 * s5 * c5 >= 0 ? 0.5 : -0.5) * rest;
+            for (int wr = 0; wr < 2; ++wr)
+                for (int el = 0; el < 2; ++el, ++n) {
+                    auto at = [&](double t6, double* th) {
+                        double R4[3][3];
+                        const double t234 = frame4(t6, R4);
+                        arm(R4, t234, t6, wr, el, th, true);
+                    };
+                    auto distance = [&](double t6) {
+                        double th[6], sum = 0;
+                        at(t6, th);
+                        for (int j = 1; j < 6; ++j) {
+                            const double d = nearest_equivalent(q_ref[j] + k.offset[j], &th[j], &FREE_LIMIT_MARGIN,
+                                                                k.lim_min[j], k.lim_max[j]);
+                            sum += d < ALGO_NO_JOINT ? d * d : ALGO_NO_JOINT;
+                        }
+                        return std::isnan(sum) ? ALGO_NO_JOINT : sum;
+                    };
+                    const double centre = wr == 0 ? start : half_turn(start);
+                    at(golden_minimum(distance, centre - FREE_SEARCH, centre + FREE_SEARCH), cand[n]);
+                }
         }
     }
     return choose(k, target, cand, n, q_ref, q_out);

@@ -17,7 +17,12 @@ KX_API extern int global_is_movl;
 
 /* Joints reaching target (tool pose in the work frame) nearest q_in.
  * flag 1: orientation from the Euler angles, otherwise the quaternion.
- * 0 solved; -1/-2 no admissible solution; -4 no solver for the model. */
+ * 0 solved; -1/-2 no admissible solution; -4 no solver for the model.
+ * Nearest at singular configurations too: joints whose axes align (or a
+ * straight elbow) share their free combination as q_in does, and every
+ * joint is the 2pi-equivalent nearest q_in within its limits. Whether the
+ * step from q_in is fast enough for a stream is joint_overspeed_judgment's
+ * question. */
 KX_API int inverse_kinematics(const float* q_in, const Pose* target, float* q_out, uint8_t flag);
 /* The target as a matrix in the arm's base: W^-1 x T(pose). */
 KX_API Matrix calc_Tbase2tool_from_Pose(const Pose* pose, uint8_t flag);

@@ -203,6 +203,7 @@ Vec3 unit(const Vec3& a) {
 Vec3 column(const double R[3][3], int c) { return {R[0][c], R[1][c], R[2][c]}; }
 
 constexpr double ACCEPT = 1e-6;
+constexpr double STRAIGHT = 1e-3;    // |sin| of an elbow taken as straight
 constexpr double LOCAL_TRUST = 0.1;  // largest local step, seconds at each joint's speed limit
 constexpr int LOCAL_ITER = 120;      // slow only near a singularity, where it is needed
 constexpr int LOCAL_PATIENCE = 12;   // iterations after which a large error means a far reference
@@ -244,15 +245,9 @@ bool srs_setup(const Kin& k, const Frame& target, SrsTarget& g) {
     return true;
 }
 
-double arm_angle_of(const SrsTarget& g, const Vec3& elbow) {
-    const Vec3 e = sub(elbow, g.S);
-    const Vec3 perp = add_scaled(e, -dot(e, g.u), g.u);
-    return std::atan2(dot(perp, g.w), dot(perp, g.v));
-}
-
 // The eight candidates (elbow, shoulder, wrist branches) at arm angle psi.
 int srs_candidates(const Kin& k, const Frame& target, const SrsTarget& g, double psi, const double* ref_theta,
-                   double cand[8][8]) {
+                   double cand[MAX_CANDIDATES][8]) {
     const Vec3 dir = add_scaled(add_scaled(Vec3{0, 0, 0}, g.cos_beta, g.u), g.sin_beta,
                                 add_scaled(add_scaled(Vec3{0, 0, 0}, std::cos(psi), g.v), std::sin(psi), g.w));
     const Vec3 z3 = unit(dir);
@@ -267,12 +262,15 @@ int srs_candidates(const Kin& k, const Frame& target, const SrsTarget& g, double
     int n = 0;
     for (int el = 0; el < 2; ++el) {
         const double st4 = el == 0 ? s4abs : -s4abs;
-        const double t4 = std::atan2(st4, g.c4);
-        const Vec3 x3 = s4abs < 1e-6 ? straight : unit(add_scaled(Vec3{0, 0, 0}, k.sa[4] * st4, fperp));
+        // The elbow's sine comes from a distance, with the square root of
+        // its rounding: below STRAIGHT the elbow counts as straight.
+        const bool is_straight = s4abs < STRAIGHT;
+        const double t4 = is_straight ? (g.c4 > 0 ? 0.0 : ALGO_PI) : std::atan2(st4, g.c4);
+        const Vec3 x3 = is_straight ? straight : unit(add_scaled(Vec3{0, 0, 0}, k.sa[4] * st4, fperp));
         const Vec3 y3 = cross(z3, x3);
         const double R3[3][3] = {{x3[0], y3[0], z3[0]}, {x3[1], y3[1], z3[1]}, {x3[2], y3[2], z3[2]}};
-        double sh[2][3];
-        solve_zxzxz(R3, k.sa[1], k.sa[2], ref_theta[0], sh);
+        double sh[3][3];
+        const int nsh = solve_zxzxz(R3, k, 0, ref_theta, sh);
         // R4 = R3·RotX(a3)·Rz(t4); M = RotX(a4)^T·R4^T·R_target.
         const double c = std::cos(t4), s = std::sin(t4), s3 = k.sa[3], s4 = k.sa[4];
         double R4[3][3];
@@ -291,11 +289,13 @@ int srs_candidates(const Kin& k, const Frame& target, const SrsTarget& g, double
             M[1][j] = s4 * A[2][j];
             M[2][j] = -s4 * A[1][j];
         }
-        double wr[2][3];
-        solve_zxzxz(M, k.sa[5], k.sa[6], ref_theta[4], wr);
-        for (int a = 0; a < 2; ++a)
-            for (int b = 0; b < 2; ++b, ++n) {
-                const double th[7] = {sh[a][0], sh[a][1], sh[a][2], t4, wr[b][0], wr[b][1], wr[b][2]};
+        double wr[3][3];
+        const int nwr = solve_zxzxz(M, k, 4, ref_theta, wr);
+        for (int a = 0; a < nsh; ++a)
+            for (int b = 0; b < nwr; ++b, ++n) {
+                double th[7] = {sh[a][0], sh[a][1], sh[a][2], t4, wr[b][0], wr[b][1], wr[b][2]};
+                // A straight elbow aligns joints 3 and 5 on the upper arm.
+                if (is_straight) resplit(k, 2, ref_theta, th);
                 std::copy(th, th + 7, cand[n]);
             }
     }
@@ -342,7 +342,7 @@ Mat3 rx(double s) { return Mat3{{{1, 0, 0}, {0, 0, -s}, {0, s, 0}}}; }  // alpha
 // (two) and theta5, and what is left is the spherical shoulder (two).
 // Assumes a0..a2 = 0, d2 = 0, alpha0 = 0, alpha1..alpha5 = +-90, a5 = 0,
 // d6 = 0 (any last row).
-int offset7_candidates(const Kin& k, const Frame& target, double t7, const double* ref_theta, double cand[8][8]) {
+int offset7_candidates(const Kin& k, const Frame& target, double t7, const double* ref_theta, double cand[MAX_CANDIDATES][8]) {
     // A7 = RotX(alpha6)·TransX(a6)·Rz(t7)·TransZ(d7); frame 6 = target · A7^-1.
     Frame A7 = Frame::identity();
     {
@@ -390,15 +390,29 @@ int offset7_candidates(const Kin& k, const Frame& target, double t7, const doubl
             const double t5 = std::atan2(cp[1], cp[0]) - std::atan2(g[1], g[0]);
             const Mat3 R46 = rx(s4) * rz(t5) * rx(s5) * rz(t6);
             const Mat3 R3 = R6 * R46.t() * R34.t();
-            double sh[2][3];
-            solve_zxzxz(R3.m, k.sa[1], k.sa[2], ref_theta[0], sh);
-            for (int a = 0; a < 2; ++a, ++n) {
+            double sh[3][3];
+            const int nsh = solve_zxzxz(R3.m, k, 0, ref_theta, sh);
+            for (int a = 0; a < nsh; ++a, ++n) {
                 const double th[7] = {sh[a][0], sh[a][1], sh[a][2], t4, t5, t6, t7};
                 std::copy(th, th + 7, cand[n]);
             }
         }
     }
     return n;
+}
+
+// Whether q is at or near a singular configuration where the local search
+// leaves part of the answer to chance: aligned axes of the shoulder (joints
+// 1 and 3) or of the wrist (5 and 7), which the closed-form branches split
+// from the reference, or an elbow at its longest (the wrist point as far
+// from the shoulder as it goes), where the redundancy and the elbow mix.
+bool nearly_singular(const Kin& k, const double* q) {
+    constexpr double NEAR = 0.02;  // |sin| of the angle from the singular value, about 1 degree
+    if (std::fabs(std::sin(q[1] + k.offset[1])) < NEAR || std::fabs(std::sin(q[5] + k.offset[5])) < NEAR) return true;
+    // |wrist - shoulder|^2 = K + P cos(t4) + Q sin(t4) (see offset7_candidates).
+    const double s3 = k.sa[3], s4 = k.sa[4], a3 = k.a[3], a4 = k.a[4], d3 = k.d[2], d5 = k.d[4];
+    const double P = 2 * a3 * a4 - 2 * d3 * s3 * s4 * d5, Q = 2 * a3 * s4 * d5 + 2 * d3 * s3 * a4;
+    return std::fabs(std::sin(q[3] + k.offset[3] - std::atan2(Q, P))) < NEAR;
 }
 
 double max_deviation(const Kin& k, const double* a, const double* b) {
@@ -434,7 +448,7 @@ struct Redundancy {
     // The branch nearest the reference at one value (arm joints, unpolished)
     // and its distance; ALGO_NO_JOINT when none is admissible.
     double branch_at(double value, double* q) const {
-        double cand[8][8];
+        double cand[MAX_CANDIDATES][8];
         const int n = candidates(value, ref_theta, cand);
         if (n == 0 || !pick_nearest(k, cand, n, q_ref, q)) return ALGO_NO_JOINT;
         return distance(k, q, q_ref);
@@ -482,14 +496,6 @@ struct Redundancy {
         opt.max_iter = LOCAL_ITER;
         opt.patience = LOCAL_PATIENCE;
         const double local_err = near ? local_solve(k, target, q, opt) : ALGO_NO_JOINT;
-        if (local_err < ACCEPT) {
-            if (max_deviation(k, q, q_ref) <= CLOSE) {
-                std::copy(q, q + k.dof, q_out);
-                return 0;
-            }
-            best = distance(k, q, q_ref);
-            std::copy(q, q + k.dof, best_q);
-        }
         auto consider = [&](const double* c) {
             const double d = distance(k, c, q_ref);
             if (d < best) {
@@ -497,6 +503,22 @@ struct Redundancy {
                 std::copy(c, c + k.dof, best_q);
             }
         };
+        if (local_err < ACCEPT) {
+            best = distance(k, q, q_ref);
+            std::copy(q, q + k.dof, best_q);
+            if (max_deviation(k, q, q_ref) <= CLOSE) {
+                // Near a singular configuration the local search stops
+                // anywhere along what is free there; the closed-form
+                // branches around its redundancy value (which split aligned
+                // axes as the reference does) may lie nearer.
+                double c[8];
+                if (nearly_singular(k, q) && nearest_around(param(q), NEIGHBOURHOOD, SCAN_STEP, c) < ALGO_NO_JOINT &&
+                    polish(k, target, c))
+                    consider(c);
+                std::copy(best_q, best_q + k.dof, q_out);
+                return 0;
+            }
+        }
         auto settled = [&] { return best < ALGO_NO_JOINT && max_deviation(k, best_q, q_ref) <= CLOSE; };
         // Near a singularity or a limit the local answer may be far, or
         // missing, although a nearer one exists: the closed-form branch at
@@ -563,12 +585,18 @@ int ik_srs(const Kin& k, const Frame& target, const double* q_ref, double* q_out
     if (!srs_setup(k, target, g)) return -1;
     return redundancy_search(
         k, target, q_ref, q_out,
-        [&](double psi, const double* ref_theta, double cand[8][8]) {
+        [&](double psi, const double* ref_theta, double cand[MAX_CANDIDATES][8]) {
             return srs_candidates(k, target, g, psi, ref_theta, cand);
         },
         [&](const double* q) {
+            // A straight elbow has no elbow plane: then the arm angle is the
+            // turn of the upper arm's frame, as the branches build it.
             const Frame E = chain_partial(k, q, 3);
-            return arm_angle_of(g, {E.p[0], E.p[1], E.p[2]});
+            const Vec3 e = sub({E.p[0], E.p[1], E.p[2]}, g.S);
+            const Vec3 perp = add_scaled(e, -dot(e, g.u), g.u);
+            if (dot(perp, perp) > 1e-12 * g.L1 * g.L1) return std::atan2(dot(perp, g.w), dot(perp, g.v));
+            const Vec3 x3 = column(E.R, 0);
+            return std::atan2(dot(x3, g.w), dot(x3, g.v));
         });
 }
 
@@ -577,7 +605,7 @@ int ik_srs(const Kin& k, const Frame& target, const double* q_ref, double* q_out
 int ik_offset7(const Kin& k, const Frame& target, const double* q_ref, double* q_out) {
     return redundancy_search(
         k, target, q_ref, q_out,
-        [&](double t7, const double* ref_theta, double cand[8][8]) {
+        [&](double t7, const double* ref_theta, double cand[MAX_CANDIDATES][8]) {
             return offset7_candidates(k, target, t7, ref_theta, cand);
         },
         [&](const double* q) { return q[6] + k.offset[6]; });

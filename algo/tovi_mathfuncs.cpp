@@ -60,6 +60,14 @@ Matrix elementary(int axis, float angle) {
 
 }  // namespace
 
+namespace algo {
+Matrix matrix_eye() {
+    Matrix m = blank(4);
+    for (int i = 0; i < 4; ++i) m.data[i][i] = 1.0f;
+    return m;
+}
+}  // namespace algo
+
 extern "C" {
 
 KX_API Euler matrix_to_euler(Matrix m) {
@@ -225,12 +233,6 @@ KX_API Matrix rotx(float angle) { return elementary(0, angle); }
 KX_API Matrix roty(float angle) { return elementary(1, angle); }
 KX_API Matrix rotz(float angle) { return elementary(2, angle); }
 
-KX_API Matrix matrix_eye(void) {
-    Matrix m = blank(4);
-    for (int i = 0; i < 4; ++i) m.data[i][i] = 1.0f;
-    return m;
-}
-
 KX_API void matrix_m_dim7(const float a[7][7], const float b[7][7], float out[7][7]) {
     float r[7][7];
     for (int i = 0; i < 7; ++i)
@@ -239,14 +241,6 @@ KX_API void matrix_m_dim7(const float a[7][7], const float b[7][7], float out[7]
             for (int k = 0; k < 7; ++k) s += a[i][k] * b[k][j];
             r[i][j] = s;
         }
-    for (int i = 0; i < 7; ++i)
-        for (int j = 0; j < 7; ++j) out[i][j] = r[i][j];
-}
-
-KX_API void matrix_t_dim7(const float a[7][7], float out[7][7]) {
-    float r[7][7];
-    for (int i = 0; i < 7; ++i)
-        for (int j = 0; j < 7; ++j) r[j][i] = a[i][j];
     for (int i = 0; i < 7; ++i)
         for (int j = 0; j < 7; ++j) out[i][j] = r[i][j];
 }

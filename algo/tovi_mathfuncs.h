@@ -28,11 +28,9 @@ KX_API Quat quaternion_interpolation(Quat q0, Quat q1, float theta, float phi);
 KX_API Matrix rotx(float angle);
 KX_API Matrix roty(float angle);
 KX_API Matrix rotz(float angle);
-KX_API Matrix matrix_eye(void);
 
 /* 7x7 helpers (row-major float[7][7]). */
 KX_API void matrix_m_dim7(const float a[7][7], const float b[7][7], float out[7][7]);
-KX_API void matrix_t_dim7(const float a[7][7], float out[7][7]);
 KX_API int matrix_inv_dim7(const float a[7][7], float out[7][7]);
 
 /* The 2*pi-equivalent of *cand nearest to ref inside [min - *margin,

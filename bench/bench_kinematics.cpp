@@ -4,7 +4,8 @@
 // same chains, targets and seeds through KDL's ChainIkSolverPos_LMA. For
 // each solver also the share of its answers whose every joint lies within
 // 10 degrees of the reference. Then path continuity: Cartesian lines and
-// circles of 1 mm steps, each step solved from the previous answer.
+// circles of 1 mm steps, each step solved from the previous answer. Last, the
+// solver at and near every model's singular configurations.
 //
 //   bench_kinematics [targets per model, default 2000]
 #include <algorithm>
@@ -23,6 +24,9 @@
 #include "tovi_kinematics.h"
 #include "tovi_mathfuncs.h"
 
+// The singular-configuration sampler and the Cartesian paths the tests use.
+#include "../tests/test_algo_singular.h"
+
 #ifdef KX_HAVE_KDL
 #include <kdl/chain.hpp>
 #include <kdl/chainfksolverpos_recursive.hpp>
@@ -32,6 +36,10 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using singular::circle;
+using singular::line;
+using singular::PathRun;
+using singular::Vec;
 
 struct Sample {
     float q[8], ref[8];
@@ -139,66 +147,6 @@ Result lma(const algo::ArmModel& m, const std::vector<Sample>& set) {
 }
 #endif
 
-// A Cartesian path at a fixed orientation, 1 mm per step, each step solved
-// from the previous answer through the store (so the search mode applies).
-struct PathRun {
-    double largest = 0;  // largest change of one joint in one step, degrees
-    bool at_limit = false;  // that step began or ended with a joint at its limit
-    int steps = 0, done = 0;  // done < steps: the path left the reachable set there
-};
-
-using Vec = std::array<double, 3>;
-
-PathRun follow(const algo::ArmModel& m, const float* q0, const std::function<Vec(int)>& at, int steps) {
-    PathRun run;
-    run.steps = steps;
-    Pose target = forward_kinematics(q0);
-    float q[8], next[8] = {};
-    std::copy(q0, q0 + 8, q);
-    const double margin = 0.5 * M_PI / 180;
-    auto near_limit = [&](const float* v) {
-        for (int i = 0; i < m.dof; ++i)
-            if (v[i] < m.jmin[i] + margin || v[i] > m.jmax[i] - margin) return true;
-        return false;
-    };
-    for (int i = 1; i <= steps; ++i) {
-        const Vec p = at(i);
-        target.position = {static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
-        if (inverse_kinematics(q, &target, next, 2) != 0) break;
-        double step = 0;
-        for (int j = 0; j < m.dof; ++j) step = std::max(step, std::fabs(next[j] - q[j]) * 180 / M_PI);
-        if (step > run.largest) {
-            run.largest = step;
-            run.at_limit = near_limit(q) || near_limit(next);
-        }
-        std::copy(next, next + 8, q);
-        run.done = i;
-    }
-    return run;
-}
-
-PathRun line(const algo::ArmModel& m, const float* q0, Vec dir, double length) {
-    const Pose p0 = forward_kinematics(q0);
-    const double n = std::sqrt(dir[0] * dir[0] + dir[1] * dir[1] + dir[2] * dir[2]);
-    const int steps = static_cast<int>(length / 0.001);
-    return follow(m, q0, [&](int i) {
-        const double s = 0.001 * i / n;
-        return Vec{p0.position.x + s * dir[0], p0.position.y + s * dir[1], p0.position.z + s * dir[2]};
-    }, steps);
-}
-
-// A circle through the start point in the plane spanned by e1, e2 (unit,
-// orthogonal), its centre radius r away along -e1.
-PathRun circle(const algo::ArmModel& m, const float* q0, Vec e1, Vec e2, double r) {
-    const Pose p0 = forward_kinematics(q0);
-    const Vec c = {p0.position.x - r * e1[0], p0.position.y - r * e1[1], p0.position.z - r * e1[2]};
-    const int steps = static_cast<int>(std::ceil(2 * M_PI * r / 0.001));
-    return follow(m, q0, [&](int i) {
-        const double t = 2 * M_PI * i / steps, a = r * std::cos(t), b = r * std::sin(t);
-        return Vec{c[0] + a * e1[0] + b * e2[0], c[1] + a * e1[1] + b * e2[1], c[2] + a * e1[2] + b * e2[2]};
-    }, steps);
-}
-
 // Summary of many runs: the largest step of the runs that stayed clear of
 // the limits, and how many runs had a step above 2 degrees.
 struct PathSummary {
@@ -262,6 +210,33 @@ void paths(int type, const char* name) {
         show(c);
         std::printf("      | %4d %10.3f %6d %6d %6d\n", sum.runs, sum.worst, sum.over, sum.over_at_limit, sum.left);
     }
+}
+
+// At and near the singular configurations: success, share of the answers
+// with every joint within 5 degrees of a reference that lies within 2
+// degrees of a solution, the farthest joint seen, and the median time.
+void singular_series(int n, const char* const* names) {
+    std::printf("\nsingular configurations, %d targets per model, kind and distance\n", n);
+    std::printf("  a configuration with one joint at its singular value (exact) or up to 0.5 deg from it (near,\n");
+    std::printf("  logarithmic down to 1e-7 rad); the reference within 2 deg of it on every joint; 7 joints wide\n");
+    std::printf("  (strategy 0) unless marked /1. near5: share of the solved answers with every joint within\n");
+    std::printf("  5 deg of the reference; worst: the farthest joint from the reference, degrees\n");
+    std::printf("%-9s %-13s | %8s %8s %9s %9s\n", "model", "singularity", "success", "near5", "worst", "median us");
+    for (int t : {AVEN, CALDII, CALDIII, CALDIV, DUMO, ESKA, GOLT, BRIV, FIRU})
+        for (int strategy : {0, 1}) {
+            if (strategy == 1 && t != BRIV && t != FIRU) continue;
+            for (singular::Kind k : singular::kinds_of(t))
+                for (double off : {0.0, 0.5 * singular::kDeg}) {
+                    ikine_set_7dof_solver_search_strategy(strategy);
+                    singular::Tally r = singular::run(t, k, off, n, 300 + 7 * t + k);
+                    std::sort(r.us.begin(), r.us.end());
+                    char label[24];
+                    std::snprintf(label, sizeof label, "%s %s%s", singular::name(k), off > 0 ? "near" : "exact",
+                                  strategy ? "/1" : "");
+                    std::printf("%-9s %-13s | %7.2f%% %7.2f%% %9.3f %9.2f\n", names[t], label, r.solved_share(),
+                                r.near_share(), r.worst, r.us.empty() ? 0 : r.us[r.us.size() / 2]);
+                }
+        }
 }
 
 }  // namespace
@@ -329,5 +304,6 @@ int main(int argc, char** argv) {
                 ">2deg", "limit", "left");
     paths(BRIV, "BRIV");
     paths(FIRU, "FIRU");
+    singular_series(n, names);
     return 0;
 }

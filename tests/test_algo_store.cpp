@@ -120,7 +120,7 @@ TEST(AlgoStore, SettersKeepTheirDocumentedRules) {
     libalgo_set_robot_and_sensor_type(AVEN, _P);
     EXPECT_EQ(libalgo_get_safety_level(), 0);
     EXPECT_EQ(libalgo_get_tool_cs_params().x, 0.0f);
-    expect_matrix_near(libalgo_get_tool_cs_matrix(), matrix_eye(), 0);
+    expect_matrix_near(libalgo_get_tool_cs_matrix(), rotx(0.0f), 0);
 }
 
 TEST(AlgoStore, ForwardKinematicsVariantsComposeInstallToolAndWork) {

@@ -51,6 +51,14 @@ KX_API Pose invoke_forward_kinematics(const float* joint);
 KX_API Matrix invoke_forward_kinematics_e(const float* joint);
 /* Joints in degrees; q_out in degrees on success. Returns the library's code. */
 KX_API int invoke_inverse_kinematics(const float* q_in, kx_pose_t q_pose, float* q_out, uint8_t flag);
+/* As invoke_inverse_kinematics, then the step from q_in to the answer is
+ * checked against each joint's speed limit over one control period: 0 when
+ * it fits, else the first joint k (from 1) that would move too fast; q_out
+ * holds the answer either way. The answer is always the one nearest q_in,
+ * singular configurations included; this is how a caller streaming
+ * Cartesian targets learns that a target needs a fast turn (e.g. a path
+ * leaving an exactly wrist-singular pose across joint 5's axis needs joint 4
+ * to turn first) instead of sending it. */
 KX_API int invoke_inverse_kinematics_with_judgment_overspeed(const float* q_in, kx_pose_t q_pose, float* q_out,
                                                              uint8_t flag);
 KX_API int invoke_joint_overspeed_judgment(const float* q_current, const float* q_solve, float vel_factor);
