@@ -472,7 +472,6 @@ void ArmState::advance(double now, Events& out) {
     const double dt = now - last_t;
     if (dt <= 0) return;
     last_t = now;
-    effectors.advance(dt, out);
     const Joints before = q;
     if (!paused) {
         if (teach.kind != Teach::kNone) step_teach(dt);
@@ -527,7 +526,7 @@ void ArmState::step_teach(double dt) {
 void ArmState::stop(bool slow, double now, Events& out) {
     advance(now, out);
     teach = Teach{};
-    stop_program(*this, out);
+    stop_families(*this, out);
     if (!running()) {
         queue.clear();
         paused = false;
@@ -772,25 +771,7 @@ std::string unaccepted(const cJSON* req) {
 }  // namespace
 
 std::string handle_request(ArmState& arm, const cJSON* req, double now, Events& events) {
-    static const CommandTable table = [] {
-        CommandTable t;
-        add_motion_commands(t);
-        add_limit_commands(t);
-        add_frame_commands(t);
-        add_state_commands(t);
-        add_system_commands(t);
-        add_push_commands(t);
-        add_dh_commands(t);
-        add_force_commands(t);
-        add_drag_commands(t);
-        add_program_commands(t);
-        add_waypoint_commands(t);
-        add_io_commands(t);
-        add_modbus_commands(t);
-        add_effector_commands(t);
-        add_zone_commands(t);
-        return t;
-    }();
+    const CommandTable& table = command_table();
     std::string cmd;
     if (!get_str(req, "command", cmd)) return {};  // not a command: a controller ignores it
     arm.advance(now, events);

@@ -13,7 +13,9 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
+#include <typeindex>
 #include <unordered_map>
 #include <vector>
 
@@ -174,37 +176,6 @@ struct Waypoint {
 
 /* ---- peripherals (one state struct per family) ---- */
 
-/* Controller I/O: four channels, the tool's two, and the supply voltages.
- * Mode 0 is a digital input, 1 a digital output; the others are the
- * controller's special modes (14: realtime speed, with its speed and mode). */
-struct IoState {
-    static constexpr int kChannels = 4, kToolChannels = 2;
-    int mode[kChannels] = {1, 1, 0, 0};
-    int out[kChannels] = {};
-    int in[kChannels] = {}; /* driven from outside */
-    int rt_speed[kChannels] = {}, rt_mode[kChannels] = {};
-    int voltage = 2; /* 0 0 V, 1 5 V (not offered), 2 12 V, 3 24 V */
-    int tool_mode[kToolChannels] = {};
-    int tool_out[kToolChannels] = {}, tool_in[kToolChannels] = {};
-    int tool_voltage = 0;
-};
-
-/* RS485 ports and the emulated Modbus slave at device address 1 behind
- * every master port (0 controller RS485, 1 tool RS485, 2 the TCP link). */
-struct ModbusState {
-    static constexpr int kSlave = 1, kTable = 1000;
-    static constexpr int kTcpPort = 2;
-    struct Rtu {
-        bool master = false;
-        int baudrate = 115200, timeout = 0;
-    } rtu[2];
-    bool tcp = false;
-    std::string tcp_ip;
-    int tcp_port = 0, tcp_timeout = 0;
-    std::vector<int> coils = std::vector<int>(kTable), inputs = std::vector<int>(kTable);
-    std::vector<int> holding = std::vector<int>(kTable), input_regs = std::vector<int>(kTable);
-};
-
 /* One device moving a single coordinate toward a target at a rate, in
  * simulated time. */
 struct Drive {
@@ -309,8 +280,6 @@ struct ArmState {
     PushConfig push;
 
     /* ---- peripherals and safety zones ---- */
-    IoState io;
-    ModbusState modbus;
     EffectorState effectors;
     ZoneState zones;
 
@@ -392,7 +361,24 @@ struct ArmState {
     const ToolFrame* current_tool() const;
     const WorkFrame* current_work() const;
 
+    /* The state a family keeps in its own file: one T per arm, made on first use. */
+    template <class T>
+    T& family_state() {
+        return state_slot<T>();
+    }
+    template <class T>
+    const T& family_state() const {
+        return state_slot<T>();
+    }
+
 private:
+    template <class T>
+    T& state_slot() const {
+        std::shared_ptr<void>& slot = family_states_[std::type_index(typeid(T))];
+        if (!slot) slot = std::make_shared<T>();
+        return *static_cast<T*>(slot.get());
+    }
+    mutable std::unordered_map<std::type_index, std::shared_ptr<void>> family_states_; /* made on first use */
     Mat4 flange_target(const Mat4& tool_target) const;
     bool reaches(const Joints& j, const Mat4& flange_target) const;
     bool finish_plan(Segment& seg, int v, double length, double angle, std::string& why) const;
@@ -472,17 +458,18 @@ struct IntSetting {
 };
 void add_int_settings(CommandTable& t, const IntSetting* rows, size_t n);
 
-void add_motion_commands(CommandTable& t);
-void add_limit_commands(CommandTable& t);
-void add_frame_commands(CommandTable& t);
-void add_state_commands(CommandTable& t);
-void add_system_commands(CommandTable& t);
-void add_push_commands(CommandTable& t);
-void add_dh_commands(CommandTable& t);
-void add_io_commands(CommandTable& t);
-void add_modbus_commands(CommandTable& t);
-void add_effector_commands(CommandTable& t);
-void add_zone_commands(CommandTable& t);
+/* ---- the families (sim_family.h, sim_registry.cpp) ---- */
+
+/* Every family's commands. */
+const CommandTable& command_table();
+/* Every family's step in simulated time, at the end of every advance. */
+void advance_families(ArmState& arm, double dt, Events& out);
+/* Whether a family needs the clock to tick although no motion runs. */
+bool families_busy(const ArmState& arm);
+/* A stop command ends what the families run (a program). */
+void stop_families(ArmState& arm, Events& out);
+/* Applies the test hook of that name: 1 done, 0 its arguments refused, -1 no such hook. */
+int apply_hook(ArmState& arm, const std::string& name, const std::vector<double>& args);
 
 /* Whether a planned motion keeps the tool point clear of every enabled
  * zone, and (when enabled) the links clear of each other; otherwise the
@@ -491,22 +478,6 @@ bool zones_allow(Ctx& c, const Segment& seg);
 /* Why joints j bring two links of the arm too close ("" when they do not). */
 std::string self_collision(const ArmState& arm, const Joints& j);
 
-void add_force_commands(CommandTable& t);
-void add_drag_commands(CommandTable& t);
-void add_program_commands(CommandTable& t);
-void add_waypoint_commands(CommandTable& t);
-
-/* Force, drag teaching and programs in simulated time: the hand motion and
- * recording, a save's point stream, the force reached on contact and the
- * running program. Called at the end of every advance. */
-void advance_families(ArmState& arm, double dt, Events& out);
-void advance_force(ArmState& arm, double dt);
-void advance_drag(ArmState& arm, double dt, Events& out);
-void advance_program(ArmState& arm, Events& out);
-/* Whether those need the clock to tick although no motion runs. */
-bool families_busy(const ArmState& arm);
-/* A stop ends a running program. */
-void stop_program(ArmState& arm, Events& out);
 /* Raw bytes of an announced program upload: consumes what belongs to it and
  * sets `reply` ("download_project") when it is complete. */
 size_t take_upload(ArmState& arm, const char* data, size_t n, double now, std::string& reply, Events& out);

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -162,7 +162,9 @@ void advance_drag(ArmState& a, double dt, Events& out) {
     }
 }
 
-void add_drag_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["start_drag_teach"] = start_drag;
     t["stop_drag_teach"] = stop_drag;
     t["start_multi_drag_teach"] = start_multi;
@@ -192,5 +194,28 @@ void add_drag_commands(CommandTable& t) {
     };
     t["get_drag_teach_sensitivity"] = [](Ctx& c) { add_int(c.answer(), "grade", c.arm.drag.sensitivity); };
 }
+
+}  // namespace
+
+const Family drag_family{
+    "drag",
+    commands,
+    advance_drag,
+    [](const ArmState& a) { return a.drag.teaching || !a.drag.outgoing.empty(); },
+    nullptr,
+    {/* The operator's hand while teaching (args: joint rates, deg/s). */
+     {"hand_motion",
+      [](ArmState& a, const std::vector<double>& v) {
+          a.drag.hand_rate = v;
+          return true;
+      }},
+     /* Faults of the next save (args: points before the stream falls silent or -1, the
+      * malformed point 1-based or -1). */
+     {"save_faults", [](ArmState& a, const std::vector<double>& v) {
+          if (v.size() != 2) return false;
+          a.drag.silence_after = static_cast<int>(v[0]);
+          a.drag.malformed_at = static_cast<int>(v[1]);
+          return true;
+      }}}};
 
 }  // namespace kxsim

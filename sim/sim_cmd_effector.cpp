@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -246,7 +246,9 @@ void EffectorState::hand_state(int pos[6], int angle[6], int force[6], int state
     }
 }
 
-void add_effector_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["set_gripper_route"] = gripper_route;
     t["set_gripper_release"] = gripper_release;
     t["set_gripper_pick"] = gripper_pick;
@@ -267,5 +269,20 @@ void add_effector_commands(CommandTable& t) {
     t["expand_set_speed"] = expand_speed;
     t["expand_set_pos"] = expand_pos;
 }
+
+}  // namespace
+
+const Family effector_family{
+    "effector",
+    commands,
+    [](ArmState& a, double dt, Events& out) { a.effectors.advance(dt, out); },
+    [](const ArmState& a) { return a.effectors.busy(); },
+    nullptr,
+    /* An object between the gripper's fingers (args: width 1..1000, 0 nothing). */
+    {{"gripper_object", [](ArmState& a, const std::vector<double>& v) {
+          if (v.size() != 1) return false;
+          a.effectors.object_width = std::clamp(static_cast<int>(v[0]), 0, 1000);
+          return true;
+      }}}};
 
 }  // namespace kxsim

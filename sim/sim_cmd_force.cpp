@@ -2,9 +2,10 @@
 // arms) and force-position control. The sensor feels the payload's weight,
 // a scripted external push and the contact force that force-position
 // control holds against a stiff surface.
+#include <algorithm>
 #include <cmath>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -246,7 +247,9 @@ void advance_force(ArmState& a, double dt) {
     for (int i = 0; i < 6; ++i) f.contact[i] += ((touching ? f.target[i] : 0.0) - f.contact[i]) * k;
 }
 
-void add_force_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["get_force_data"] = get_force_data;
     t["clear_force_data"] = [](Ctx& c) { clear_sensor(c, kEditionQS, "clear_state"); };
     t["set_force_sensor"] = [](Ctx& c) { calibrated(c, kEditionQS); };
@@ -277,5 +280,31 @@ void add_force_commands(CommandTable& t) {
         add_int(c.answer(), "mode", c.arm.force.drag_mode);
     };
 }
+
+}  // namespace
+
+const Family force_family{
+    "force",
+    commands,
+    [](ArmState& a, double dt, Events&) { advance_force(a, dt); },
+    [](const ArmState& a) {
+        return a.force.holding ||
+               std::any_of(a.force.contact.begin(), a.force.contact.end(), [](double f) { return f != 0.0; });
+    },
+    nullptr,
+    {/* The external wrench on the tool, base frame (args: Fx, Fy, Fz [N], Mx, My, Mz [N m], up to six). */
+     {"external_force",
+      [](ArmState& a, const std::vector<double>& v) {
+          if (v.size() > 6) return false;
+          a.force.push = {};
+          std::copy(v.begin(), v.end(), a.force.push.begin());
+          return true;
+      }},
+     /* Height of the stiff surface in the base frame (args: z [m]; NaN: at the tool). */
+     {"surface_height", [](ArmState& a, const std::vector<double>& v) {
+          if (v.size() != 1) return false;
+          a.force.surface_z = v[0];
+          return true;
+      }}}};
 
 }  // namespace kxsim

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <utility>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -240,7 +240,9 @@ void current_work_frame(Ctx& c) { add_work(c.answer("current_work_frame"), *c.ar
 
 }  // namespace
 
-void add_frame_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["set_auto_tool_frame"] = auto_tool_point;
     t["generate_auto_tool_frame"] = generate_tool_frame;
     t["set_manual_tool_frame"] = [](Ctx& c) { create_frame(c, c.arm.tools, read_tool, "manual_tool_frame"); };
@@ -269,5 +271,9 @@ void add_frame_commands(CommandTable& t) {
     t["get_work_frame"] = given_work_frame;
     t["get_current_work_frame"] = current_work_frame;
 }
+
+}  // namespace
+
+const Family frames_family{"frames", commands};
 
 }  // namespace kxsim

@@ -2,7 +2,7 @@
 // stage, initial and installation pose.
 #include <climits>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -166,7 +166,9 @@ const IntSetting kSettings[] = {
 
 }  // namespace
 
-void add_limit_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     for (const auto& r : kJointArrays) {
         t[r.set_cmd] = set_joint_value;
         t[r.get_cmd] = get_joint_values;
@@ -182,5 +184,9 @@ void add_limit_commands(CommandTable& t) {
     t["get_install_pose"] = get_install_pose;
     add_int_settings(t, kSettings, sizeof kSettings / sizeof kSettings[0]);
 }
+
+}  // namespace
+
+const Family limits_family{"limits", commands};
 
 }  // namespace kxsim

@@ -3,11 +3,30 @@
 // the controller reports as a failed read or write.
 #include <climits>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
 namespace {
+
+/* RS485 ports and the emulated Modbus slave at device address 1 behind
+ * every master port (0 controller RS485, 1 tool RS485, 2 the TCP link). */
+struct ModbusState {
+    static constexpr int kSlave = 1, kTable = 1000;
+    static constexpr int kTcpPort = 2;
+    struct Rtu {
+        bool master = false;
+        int baudrate = 115200, timeout = 0;
+    } rtu[2];
+    bool tcp = false;
+    std::string tcp_ip;
+    int tcp_port = 0, tcp_timeout = 0;
+    std::vector<int> coils = std::vector<int>(kTable), inputs = std::vector<int>(kTable);
+    std::vector<int> holding = std::vector<int>(kTable), input_regs = std::vector<int>(kTable);
+};
+
+ModbusState& modbus_of(ArmState& a) { return a.family_state<ModbusState>(); }
+
 
 using Table = std::vector<int> ModbusState::*;
 
@@ -17,19 +36,19 @@ void set_modbus_mode(Ctx& c) {
     int port = -1, baud = 0, timeout = 0;
     const bool ok = rtu_port(c.req, port) && c.int_in("baudrate", 1, INT_MAX, baud) &&
                     c.int_in("timeout", 0, INT_MAX, timeout);
-    if (ok) c.arm.modbus.rtu[port] = {true, baud, timeout};
+    if (ok) modbus_of(c.arm).rtu[port] = {true, baud, timeout};
     c.verdict("set_state", ok);
 }
 
 void close_modbus_mode(Ctx& c) {
     int port = -1;
     const bool ok = rtu_port(c.req, port);
-    if (ok) c.arm.modbus.rtu[port].master = false;
+    if (ok) modbus_of(c.arm).rtu[port].master = false;
     c.verdict("set_state", ok);
 }
 
 void set_modbustcp_mode(Ctx& c) {
-    ModbusState& m = c.arm.modbus;
+    ModbusState& m = modbus_of(c.arm);
     std::string ip;
     int port = 0, timeout = 0;
     const bool ok = c.get_str("ip", ip) && c.check(valid_ip(ip), "\"ip\" is not a dotted-quad address") &&
@@ -44,13 +63,13 @@ void set_modbustcp_mode(Ctx& c) {
 }
 
 void close_modbustcp_mode(Ctx& c) {
-    c.arm.modbus.tcp = false;
+    modbus_of(c.arm).tcp = false;
     c.verdict("set_state", true);
 }
 
 /* Mode 1 is a Modbus RTU master, 0 a plain RS485 port (no Modbus timeout). */
 void rs485_mode(Ctx& c, int port, const char* mode_key) {
-    const ModbusState::Rtu& p = c.arm.modbus.rtu[port];
+    const ModbusState::Rtu& p = modbus_of(c.arm).rtu[port];
     cJSON* r = c.answer();
     add_int(r, mode_key, p.master ? 1 : 0);
     add_int(r, "baudrate", p.master ? p.baudrate : c.arm.rs485_baudrate);
@@ -131,7 +150,7 @@ void modbus_access(Ctx& c) {
     const Access* a = nullptr;
     for (const Access& x : kAccesses)
         if (c.cmd == x.cmd) a = &x;
-    ModbusState& m = c.arm.modbus;
+    ModbusState& m = modbus_of(c.arm);
     int port = -1, addr = -1, device = -1, num = 1;
     bool ok = c.get_int("port", port) && c.get_int("address", addr) && c.get_int("device", device) &&
               (!a->has_num || c.get_int("num", num)) && reachable(m, port, device) && addr >= 0 && num >= 1 &&
@@ -160,7 +179,9 @@ void modbus_access(Ctx& c) {
 
 }  // namespace
 
-void add_modbus_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["set_modbus_mode"] = set_modbus_mode;
     t["close_modbus_mode"] = close_modbus_mode;
     t["set_modbustcp_mode"] = set_modbustcp_mode;
@@ -169,5 +190,9 @@ void add_modbus_commands(CommandTable& t) {
     t["get_tool_RS485_mode"] = tool_rs485;
     for (const Access& a : kAccesses) t[a.cmd] = modbus_access;
 }
+
+}  // namespace
+
+const Family modbus_family{"modbus", commands};
 
 }  // namespace kxsim

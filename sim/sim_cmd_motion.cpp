@@ -4,7 +4,7 @@
 #include <cstring>
 #include <functional>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -277,7 +277,9 @@ void stream_pose(Ctx& c) {
 
 }  // namespace
 
-void add_motion_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["movej"] = movej;
     t["movej_p"] = movej_p;
     t["movel"] = movel;
@@ -302,5 +304,9 @@ void add_motion_commands(CommandTable& t) {
     };
     add_int_settings(t, kTeachFrame, 1);
 }
+
+}  // namespace
+
+const Family motion_family{"motion", commands};
 
 }  // namespace kxsim

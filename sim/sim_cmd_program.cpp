@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -282,17 +282,6 @@ bool loose_line(ArmState& a, const std::string& line, double, std::string& reply
     return true;
 }
 
-bool families_busy(const ArmState& a) {
-    return a.drag.teaching || !a.drag.outgoing.empty() || a.program.run_state == 1 || a.force.holding ||
-           std::any_of(a.force.contact.begin(), a.force.contact.end(), [](double f) { return f != 0.0; });
-}
-
-void advance_families(ArmState& a, double dt, Events& out) {
-    advance_force(a, dt);
-    advance_drag(a, dt, out);
-    advance_program(a, out);
-}
-
 namespace {
 
 void list_programs(Ctx& c) {
@@ -363,7 +352,9 @@ void update_program(Ctx& c) {
 
 }  // namespace
 
-void add_program_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["run_project"] = run_project;
     t["get_program_trajectory_list"] = list_programs;
     t["get_program_run_state"] = run_state;
@@ -389,5 +380,20 @@ void add_program_commands(CommandTable& t) {
         c.verdict("plan_state", ok);
     };
 }
+
+}  // namespace
+
+const Family program_family{
+    "program",
+    commands,
+    [](ArmState& a, double, Events& out) { advance_program(a, out); },
+    [](const ArmState& a) { return a.program.run_state == 1; },
+    stop_program,
+    /* The next run stops with an error at this line of its file (args: line, 1-based, headers included). */
+    {{"fail_program_at", [](ArmState& a, const std::vector<double>& v) {
+          if (v.size() != 1) return false;
+          a.program.fail_at = static_cast<int>(v[0]);
+          return true;
+      }}}};
 
 }  // namespace kxsim

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -153,9 +153,15 @@ std::string realtime_datagram(const ArmState& a) {
     return d;
 }
 
-void add_push_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["set_realtime_push"] = set_push;
     t["get_realtime_push"] = get_push;
 }
+
+}  // namespace
+
+const Family push_family{"push", commands};
 
 }  // namespace kxsim

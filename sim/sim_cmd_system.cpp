@@ -4,7 +4,7 @@
 
 #include <climits>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -168,7 +168,9 @@ const IntSetting kSettings[] = {
 
 }  // namespace
 
-void add_system_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["set_arm_power"] = set_power;
     t["get_controller_state"] = controller_state;
     t["get_system_runtime"] = system_runtime;
@@ -187,5 +189,9 @@ void add_system_commands(CommandTable& t) {
     t["get_arm_software_info"] = software_info;
     add_int_settings(t, kSettings, sizeof kSettings / sizeof kSettings[0]);
 }
+
+}  // namespace
+
+const Family system_family{"system", commands};
 
 }  // namespace kxsim

@@ -2,7 +2,7 @@
 // (pages numbered from 1), usable as targets of program motion lines.
 #include <algorithm>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -88,12 +88,18 @@ void list_points(Ctx& c) {
 
 }  // namespace
 
-void add_waypoint_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["add_global_waypoint"] = add_point;
     t["update_global_waypoint"] = update_point;
     t["delete_global_waypoint"] = delete_point;
     t["given_global_waypoint"] = given_point;
     t["get_global_waypoints_list"] = list_points;
 }
+
+}  // namespace
+
+const Family waypoint_family{"waypoint", commands};
 
 }  // namespace kxsim

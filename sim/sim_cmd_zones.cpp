@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -240,7 +240,9 @@ bool zones_allow(Ctx& c, const Segment& seg) {
     return true;
 }
 
-void add_zone_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["add_electronic_fence_config"] = add_fence;
     t["update_electronic_fence_config"] = update_fence;
     t["delete_electronic_fence_config"] = delete_fence;
@@ -258,5 +260,9 @@ void add_zone_commands(CommandTable& t) {
     t["set_self_collision_enable"] = set_self_collision;
     t["get_self_collision_enable"] = get_self_collision;
 }
+
+}  // namespace
+
+const Family zones_family{"zones", commands};
 
 }  // namespace kxsim

@@ -134,7 +134,7 @@ struct Simulator::Impl {
 
     /* Something on the arm advances with time (under its lock). */
     static bool needs_ticks(const ArmServer& a) {
-        return a.state.moving() || a.state.effectors.busy() || families_busy(a.state);
+        return a.state.moving() || families_busy(a.state);
     }
     /* When the clock must next look at this arm (under its lock). */
     static Clock::time_point due(const ArmServer& a, Clock::time_point now) {
@@ -728,31 +728,27 @@ auto read_state(const Simulator::Impl& im, int arm, F&& f) -> decltype(f(std::de
 }
 }  // namespace
 
-void Simulator::set_external_force(int arm, const std::vector<double>& wrench) {
-    with_state(*impl_, arm, [&](ArmState& s) {
-        s.force.push = {};
-        for (size_t i = 0; i < 6 && i < wrench.size(); ++i) s.force.push[i] = wrench[i];
-    });
+bool Simulator::drive(int arm, const std::string& hook, const std::vector<double>& args) {
+    int done = -1;
+    with_state(*impl_, arm, [&](ArmState& s) { done = apply_hook(s, hook, args); });
+    return done == 1;
 }
 
-void Simulator::set_surface_height(int arm, double z) {
-    with_state(*impl_, arm, [&](ArmState& s) { s.force.surface_z = z; });
+void Simulator::set_external_force(int arm, const std::vector<double>& wrench) {
+    drive(arm, "external_force", std::vector<double>(wrench.begin(), wrench.begin() + std::min<size_t>(6, wrench.size())));
 }
+
+void Simulator::set_surface_height(int arm, double z) { drive(arm, "surface_height", {z}); }
 
 void Simulator::set_hand_motion(int arm, const std::vector<double>& joint_rates) {
-    with_state(*impl_, arm, [&](ArmState& s) { s.drag.hand_rate = joint_rates; });
+    drive(arm, "hand_motion", joint_rates);
 }
 
 void Simulator::inject_save_faults(int arm, int after_points, int malformed_at) {
-    with_state(*impl_, arm, [&](ArmState& s) {
-        s.drag.silence_after = after_points;
-        s.drag.malformed_at = malformed_at;
-    });
+    drive(arm, "save_faults", {static_cast<double>(after_points), static_cast<double>(malformed_at)});
 }
 
-void Simulator::fail_program_at(int arm, int line) {
-    with_state(*impl_, arm, [&](ArmState& s) { s.program.fail_at = line; });
-}
+void Simulator::fail_program_at(int arm, int line) { drive(arm, "fail_program_at", {static_cast<double>(line)}); }
 
 std::string Simulator::last_upload(int arm) const {
     return read_state(*impl_, arm, [](const ArmState& s) { return s.program.last_upload; });
@@ -772,33 +768,14 @@ std::vector<int> Simulator::program_ids(int arm) const {
 
 /* ---- peripherals, driven from outside ---- */
 
-namespace {
-bool set_input(ArmServer* a, int* inputs, int n, int channel, int value) {
-    if (!a || channel < 1 || channel > n || (value != 0 && value != 1)) return false;
-    inputs[channel - 1] = value;
-    return true;
-}
-}  // namespace
-
 bool Simulator::set_digital_input(int arm, int channel, int value) {
-    ArmServer* a = impl_->at(arm);
-    if (!a) return false;
-    std::lock_guard<std::mutex> l(a->mu);
-    return set_input(a, a->state.io.in, IoState::kChannels, channel, value);
+    return drive(arm, "digital_input", {static_cast<double>(channel), static_cast<double>(value)});
 }
 
 bool Simulator::set_tool_digital_input(int arm, int channel, int value) {
-    ArmServer* a = impl_->at(arm);
-    if (!a) return false;
-    std::lock_guard<std::mutex> l(a->mu);
-    return set_input(a, a->state.io.tool_in, IoState::kToolChannels, channel, value);
+    return drive(arm, "tool_digital_input", {static_cast<double>(channel), static_cast<double>(value)});
 }
 
-void Simulator::set_gripper_object(int arm, int width) {
-    if (ArmServer* a = impl_->at(arm)) {
-        std::lock_guard<std::mutex> l(a->mu);
-        a->state.effectors.object_width = std::clamp(width, 0, 1000);
-    }
-}
+void Simulator::set_gripper_object(int arm, int width) { drive(arm, "gripper_object", {static_cast<double>(width)}); }
 
 }  // namespace kxsim

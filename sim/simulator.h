@@ -127,6 +127,15 @@ public:
     /* Ids of the stored programs. */
     std::vector<int> program_ids(int arm) const;
 
+    /* ---- driving a family from outside ---- */
+    /* Applies the family test hook of that name to the arm (the hooks are
+     * listed with their families: "external_force", "surface_height",
+     * "hand_motion", "save_faults", "fail_program_at", "digital_input",
+     * "tool_digital_input", "gripper_object", ...); false when there is no
+     * such hook or it refused the arguments. The calls below are its named
+     * forms. */
+    bool drive(int arm, const std::string& hook, const std::vector<double>& args);
+
     /* ---- peripherals, driven from outside ---- */
     /* Sets digital input `channel` (1..4) of the arm to `value` (0/1); false
      * when out of range. A tool input: tool_channel 1..2. */
