@@ -106,9 +106,11 @@ const Access kAccesses[] = {
 };
 
 /* Whether the port is an open master link and the slave answers there. */
-bool reachable(const ModbusState& m, int port, int device) {
+/* Whether `device` answers behind `port`; notes why not. */
+bool reachable(Ctx& c, const ModbusState& m, int port, int device) {
     const bool open = (port == 0 || port == 1) ? m.rtu[port].master : (port == ModbusState::kTcpPort && m.tcp);
-    return open && device == ModbusState::kSlave;
+    return c.check(open, "the port is not open as a Modbus master") &&
+           c.check(device == ModbusState::kSlave, "no device answers at that address (the emulated slave is at 1)");
 }
 
 /* Coils pack into bytes, first coil in the lowest bit; registers into
@@ -153,8 +155,8 @@ void modbus_access(Ctx& c) {
     ModbusState& m = modbus_of(c.arm);
     int port = -1, addr = -1, device = -1, num = 1;
     bool ok = c.get_int("port", port) && c.get_int("address", addr) && c.get_int("device", device) &&
-              (!a->has_num || c.get_int("num", num)) && reachable(m, port, device) && addr >= 0 && num >= 1 &&
-              num <= ModbusState::kTable - addr;
+              (!a->has_num || c.get_int("num", num)) && reachable(c, m, port, device) &&
+              c.check(addr >= 0 && num >= 1 && num <= ModbusState::kTable - addr, "the addresses lie outside the table");
     std::vector<int>& table = m.*(a->table);
     if (ok && a->write) {
         std::vector<int> bytes;

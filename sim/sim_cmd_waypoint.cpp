@@ -42,7 +42,10 @@ void add_point(Ctx& c) {
 
 void update_point(Ctx& c) {
     Waypoint w;
-    Waypoint* old = read_waypoint(c.arm, c.req, w) ? find(c.arm, w.name) : nullptr;
+    Waypoint* old = c.check(read_waypoint(c.arm, c.req, w), "a waypoint member is missing, mistyped or too long")
+                        ? find(c.arm, w.name)
+                        : nullptr;
+    if (!old && c.why.empty()) c.fail("no waypoint of that name");
     if (old) *old = w;
     c.verdict("update_state", old != nullptr);
 }
@@ -52,7 +55,7 @@ void delete_point(Ctx& c) {
     c.get_str("point_name", name);
     auto& v = c.arm.waypoints;
     const auto it = std::find_if(v.begin(), v.end(), [&](const Waypoint& w) { return w.name == name; });
-    const bool ok = it != v.end();
+    const bool ok = c.check(it != v.end(), "no waypoint of that name");
     if (ok) v.erase(it);
     c.verdict("delete_state", ok);
 }
