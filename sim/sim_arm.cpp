@@ -555,26 +555,21 @@ void ArmState::drop_current(Events& out) {
 }
 
 double StreamState::period(double now) const {
-    if (last_t < 0 || now - last_t > kStreamRestart) return kDefaultStreamPeriod;
-    // The median of the recent gaps (the first one assumed the default)
-    // rides over targets that arrive in bursts; the present gap over a
-    // sender that fell behind.
-    std::array<double, kGaps + 1> g{};
-    g[0] = kDefaultStreamPeriod;
-    std::copy(gaps.begin(), gaps.begin() + count, g.begin() + 1);
-    const size_t n = static_cast<size_t>(count) + 1;
-    std::nth_element(g.begin(), g.begin() + n / 2, g.begin() + n);
-    return std::clamp(std::max(g[n / 2], now - last_t), kMinStreamPeriod, kMaxStreamPeriod);
+    if (times.empty() || now - times.back() > kStreamRestart) return kDefaultStreamPeriod;
+    const double mean = (now - times.front()) / static_cast<double>(times.size());
+    return std::clamp(std::max(mean, now - times.back()), kMinStreamPeriod, kMaxStreamPeriod);
 }
 
 void StreamState::accepted(double now) {
-    if (last_t < 0 || now - last_t > kStreamRestart) {
-        count = 0;
-    } else {
-        if (count == kGaps) std::copy(gaps.begin() + 1, gaps.end(), gaps.begin()), --count;
-        gaps[static_cast<size_t>(count++)] = now - last_t;
+    // A stream starts as if a window of targets had come at the default
+    // period before it: a first few targets held up on their way and
+    // arriving together are not taken for a sender racing ahead.
+    if (times.empty() || now - times.back() > kStreamRestart) {
+        times.clear();
+        for (size_t k = kWindow - 1; k > 0; --k) times.push_back(now - static_cast<double>(k) * kDefaultStreamPeriod);
     }
-    last_t = now;
+    times.push_back(now);
+    if (times.size() > kWindow) times.pop_front();
 }
 
 bool ArmState::stream_to(const Joints& target, const char* st, double now, std::string& why) {

@@ -74,14 +74,14 @@ struct Segment {
 };
 
 /* Streamed targets (pass-through, follow, force-position): each is checked
- * against the joints' speed over the stream's period, measured between
- * targets. */
+ * against the joints' speed over the stream's period, measured as the mean
+ * gap over the last targets (a new stream starts from the default period),
+ * so that targets held up on their way and arriving together are judged by
+ * the sender's rate. */
 struct StreamState {
-    static constexpr int kGaps = 8;
-    double last_t = -1;             /* simulated time of the last accepted target; < 0: none */
-    std::array<double, kGaps> gaps{}; /* recent gaps between targets, s */
-    int count = 0;                  /* gaps held */
-    /* The period to judge the next target by, given its arrival time. */
+    static constexpr size_t kWindow = 8;
+    std::deque<double> times; /* simulated arrival times of the last accepted targets */
+    /* The period to judge a target arriving at `now` by. */
     double period(double now) const;
     void accepted(double now);
 };

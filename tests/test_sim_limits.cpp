@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <thread>
 
 #include "test_sim_client.h"
 #include "test_sim_fixture.h"
@@ -140,4 +141,31 @@ TEST(PlannedMoves, StayWithinJointSpeedAndAcceleration) {
         }
         EXPECT_GT(busiest, 0.9) << "no joint comes near its speed: the moves are slowed needlessly";
     }
+}
+
+/* Targets held up on their way and arriving together after a steady
+ * stream are judged by the stream's rate, not refused. */
+TEST(StreamPeriod, ABurstAfterASteadyStreamIsFollowed) {
+    kxsim::Simulator sim(options({"AVEN-P"}, 10.0));
+    ASSERT_TRUE(sim.start());
+    Peer p(sim, 0);
+    auto target = [](int k) {
+        return R"({"command":"movej_canfd","joint":[)" + std::to_string(k * 1500) +
+               R"(,0,0,0,0,0],"follow":false,"expand":0,"trajectory_mode":0,"radio":0})";
+    };
+    int k = 0;
+    // 1.5 degrees every 10 ms of simulated time (1 ms real): 150 deg/s, within joint 1's 180.
+    for (; k < 10; ++k) {
+        p.send_line(target(k + 1));
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    // Four more, sent 10 ms apart but held up: they arrive together when the last is due.
+    std::this_thread::sleep_for(std::chrono::milliseconds(3));
+    std::string burst;
+    for (; k < 14; ++k) burst += target(k + 1) + "\r\n";
+    p.send_bytes(burst);
+    Json st = p.ask(R"({"command":"get_current_arm_state"})", "current_arm_state");
+    const cJSON* s = cJSON_GetObjectItem(st.get(), "arm_state");
+    EXPECT_EQ(ints(s, "err"), std::vector<int>{0});
+    EXPECT_EQ(ints(s, "joint")[0], 14 * 1500);
 }
