@@ -60,6 +60,14 @@ const char kHelp[] =
     "  tool-input K CHANNEL 0|1   tool digital input 1..2\n"
     "  object K WIDTH             gripper object width 1..1000, 0 = nothing\n"
     "\n"
+    "Whatever an arm refuses, it says why on standard error, one line each:\n"
+    "\"kx_sim: arm K: COMMAND refused: REASON\". Arm errors (read with the arm\n"
+    "state, cleared by clear_system_err): 0x5008 electronic fence, 0x5009 virtual\n"
+    "wall, 0x500A a streamed target farther than a joint can go in the stream's\n"
+    "period (the mean gap over its last eight targets; 20 ms for a new stream),\n"
+    "0x500B self-collision (when enabled), 0x5001 a program line failed. After\n"
+    "0x500A or 0x500B streamed targets are refused until the error is cleared.\n"
+    "\n"
     "example: kx_sim --arms 2 --model AVEN,BRIV --edition QS,P\n"
     "prints one line per arm, e.g. \"arm 1 listening on 127.0.0.1:8080 model AVEN-QS\".\n";
 
