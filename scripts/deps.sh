@@ -11,7 +11,7 @@ suite=(libgtest-dev libgmock-dev libbenchmark-dev liborocos-kdl-dev clang libcla
        # ros/: the ROS 1 packages Debian ships
        ros-base-dev libtf2-ros-dev libactionlib-dev librostest-dev ros-robot-state-publisher
        libsensor-msgs-dev libgeometry-msgs-dev libtrajectory-msgs-dev libstd-srvs-dev
-       libdiagnostic-msgs-dev libactionlib-msgs-dev python3-rostest)
+       libdiagnostic-msgs-dev libactionlib-msgs-dev python3-rostest python3-tf2-ros rviz)
 case "${1:-all}" in
   core) pkgs=("${core[@]}") ;;
   all) pkgs=("${core[@]}" "${suite[@]}") ;;

@@ -47,6 +47,13 @@ cmake --build build --target docs   # the reference; fails on anything undocumen
 scripts/consumer_test.sh build
 # ---- end of adoption steps -------------------------------------------------
 
+# ---- ROS: the driver packages in ros/, built against build/ ----------------
+# Unit tests of the driver's core, then the rostest of ten drivers against two
+# kx_sim processes (about half a minute).
+step "ROS packages"
+scripts/ros.sh test
+# ---- end of ROS ------------------------------------------------------------
+
 step "suite under ASan+UBSan (clang)"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   run_suite build-asan "${clang[@]}" -DCMAKE_BUILD_TYPE=Debug -DKX_SANITIZE=address "${lean[@]}"
