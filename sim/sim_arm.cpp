@@ -399,11 +399,6 @@ bool ArmState::plan_path(const std::function<Mat4(double)>& path, double length,
     return finish_plan(seg, v, length, angle, why);
 }
 
-/* Limits of the path parameter's rate (vs) and acceleration (as) that keep
- * every joint within its speed and acceleration. The path is sampled evenly
- * in s: per joint, d1 bounds |dq/ds| and d2 |d2q/ds2| (the cubic through
- * the samples bends up to three times their second difference), and since
- * q'' = d2 s'^2 + d1 s'', half the acceleration goes to each term. */
 bool ArmState::finish_plan(Segment& seg, int v, double length, double angle, std::string& why) const {
     if (v < 1 || v > 100) {
         why = "speed v " + std::to_string(v) + " outside 1..100";
@@ -412,8 +407,25 @@ bool ArmState::finish_plan(Segment& seg, int v, double length, double angle, std
     why = motion_blocker();
     if (!why.empty()) return false;
     const double f = v / 100.0;
-    const double m = static_cast<double>(seg.path.size() - 1);
     double vs = kInf, as = kInf;
+    if (length > 1e-9) {
+        vs = std::min(vs, line_speed * 1e-3 * f / length);
+        as = std::min(as, line_acc * 1e-3 / length);
+    }
+    if (angle > 1e-9) {
+        vs = std::min(vs, angular_speed * 1e-3 * f / angle);
+        as = std::min(as, angular_acc * 1e-3 / angle);
+    }
+    bound_profile(seg, f, vs, as);
+    return true;
+}
+
+/* The path is sampled evenly in s: per joint, d1 bounds |dq/ds| and d2
+ * |d2q/ds2| (the cubic through the samples bends up to three times their
+ * second difference), and since q'' = d2 s'^2 + d1 s'', half the
+ * acceleration goes to each term. */
+void ArmState::bound_profile(Segment& seg, double f, double vs, double as) const {
+    const double m = static_cast<double>(seg.path.size() - 1);
     for (int i = 0; i < dof; ++i) {
         double d1 = 0, d2 = 0;
         for (size_t k = 1; k < seg.path.size(); ++k) {
@@ -431,23 +443,15 @@ bool ArmState::finish_plan(Segment& seg, int v, double length, double angle, std
             vs = std::min(vs, std::sqrt(amax / (2 * d2)));
         }
     }
-    if (length > 1e-9) {
-        vs = std::min(vs, line_speed * 1e-3 * f / length);
-        as = std::min(as, line_acc * 1e-3 / length);
-    }
-    if (angle > 1e-9) {
-        vs = std::min(vs, angular_speed * 1e-3 * f / angle);
-        as = std::min(as, angular_acc * 1e-3 / angle);
-    }
-    if (vs == kInf || as == kInf || vs <= 0 || as <= 0) {
+    if (vs == kInf || !(vs > 0)) {  // nothing moves
         seg.vs = seg.as = 1;
         seg.duration = 0;
-        return true;
+        return;
     }
+    if (as == kInf) as = vs * 1e4; /* no joint moves: the rate is reached at once */
     seg.vs = vs;
     seg.as = as;
     seg.duration = (vs * vs / as >= 1.0) ? 2 * std::sqrt(1.0 / as) : vs / as + 1.0 / vs;
-    return true;
 }
 
 void ArmState::enqueue(Segment seg, double now, Events& out) {

@@ -12,6 +12,7 @@
 #include <cmath>
 #include <deque>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <string>
@@ -25,6 +26,7 @@
 namespace kxsim {
 
 constexpr int kMaxJoints = 7;
+constexpr double kNoBound = std::numeric_limits<double>::infinity();
 using Joints = std::array<double, kMaxJoints>; /* degrees */
 using WireJoints = std::array<int, kMaxJoints>;
 
@@ -339,6 +341,10 @@ struct ArmState {
     /* Cartesian path through tool poses path(s), s in [0, 1]. */
     bool plan_path(const std::function<Mat4(double)>& path, double length, double angle, int v, Segment& seg,
                    std::string& why) const;
+    /* Runs seg along its path at most at rate vs and acceleration as of the
+     * path parameter (kNoBound: none of their own), within every joint's
+     * speed (times f) and acceleration. */
+    void bound_profile(Segment& seg, double f, double vs, double as) const;
     /* Why the arm cannot move now ("" when it can). */
     std::string motion_blocker() const;
     /* Why joints j are not within the limits ("" when they are). */

@@ -80,9 +80,7 @@ bool plan_replay(const ArmState& a, Segment& seg) {
     seg.path.clear();
     for (const WireJoints& w : a.drag.path) seg.path.push_back(joints_of(a, w));
     const double duration = static_cast<double>(a.drag.path.size() - 1) * cycle_of(a);
-    seg.vs = 1.0 / duration;
-    seg.as = seg.vs * 1e4; /* constant rate, as recorded */
-    seg.duration = seg.vs / seg.as + 1.0 / seg.vs;
+    a.bound_profile(seg, 1.0, 1.0 / duration, kNoBound); /* the recorded rate, within the joints' limits */
     seg.type = "re_trajectory";
     seg.status = "move_J";
     const WireJoints& end = a.drag.path.back();

@@ -158,9 +158,7 @@ bool plan_points(const ArmState& a, size_t from, size_t& to, Segment& seg) {
     }
     const double speed = std::clamp(a.program.plan_speed, 1, 100) / 100.0;
     const double duration = static_cast<double>(seg.path.size() - 1) * cycle_of(a) / speed;
-    seg.vs = 1.0 / duration;
-    seg.as = seg.vs * 1e4;
-    seg.duration = seg.vs / seg.as + 1.0 / seg.vs;
+    a.bound_profile(seg, 1.0, 1.0 / duration, kNoBound); /* the record rate, within the joints' limits */
     seg.type = "re_trajectory";
     seg.status = "move_J";
     const WireJoints end = a.wire_joints(seg.path.back());

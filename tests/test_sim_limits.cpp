@@ -169,3 +169,25 @@ TEST(StreamPeriod, ABurstAfterASteadyStreamIsFollowed) {
     EXPECT_EQ(ints(s, "err"), std::vector<int>{0});
     EXPECT_EQ(ints(s, "joint")[0], 14 * 1500);
 }
+
+/* A recorded path faster than a joint may go is replayed within its limits. */
+TEST(PlannedMoves, AReplayStaysWithinJointLimits) {
+    kxsim::Simulator sim(options({"AVEN-P"}, 20.0));
+    ASSERT_TRUE(sim.start());
+    Peer p(sim, 0);
+    sim.set_hand_motion(0, {400});  // the operator swings joint 1 at 400 deg/s; its limit is 180
+    ASSERT_EQ(flag(p.ask(R"({"command":"start_drag_teach","trajectory_record":1})").get(), "drag_teach"), 1);
+    while (sim.joints(0)[0] < 60) std::this_thread::yield();
+    ASSERT_EQ(flag(p.ask(R"({"command":"stop_drag_teach"})").get(), "drag_teach"), 1);
+    sim.set_hand_motion(0, {});
+    p.send_line(R"({"command":"drag_trajectory_origin"})");
+    ASSERT_TRUE(p.wait_for("current_trajectory_state", 10000));
+    ASSERT_EQ(flag(p.ask(R"({"command":"run_drag_trajectory"})").get(), "run_state"), 1);
+    constexpr double dt = 0.005;
+    const auto path = sim.preview(0, dt);
+    ASSERT_GT(path.size(), 10u);
+    double v_top = 0;
+    for (size_t k = 1; k < path.size(); ++k) v_top = std::max(v_top, std::fabs(path[k][0] - path[k - 1][0]) / dt);
+    EXPECT_LE(v_top, 180 * 1.02);
+    EXPECT_GT(path.back()[0], 59);
+}
