@@ -29,17 +29,17 @@ constexpr int kOutputMode = 1; /* 0 input, 1 output, 2..14 special */
 
 IoState& io_of(ArmState& a) { return a.family_state<IoState>(); }
 
-/* The 0-based index of channel "IO_Num" (1..n), or -1. */
-int channel(const cJSON* req, int n) {
+/* The 0-based index of channel "IO_Num" (1..n), or -1 (noted). */
+int channel(Ctx& c, int n) {
     int k = 0;
-    return get_int(req, "IO_Num", k) && k >= 1 && k <= n ? k - 1 : -1;
+    return c.int_in("IO_Num", 1, n, k) ? k - 1 : -1;
 }
 
 bool binary(const cJSON* req, const char* key, int& out) { return get_int(req, key, out) && (out == 0 || out == 1); }
 
 void set_io_mode(Ctx& c) {
     IoState& io = io_of(c.arm);
-    const int k = channel(c.req, IoState::kChannels);
+    const int k = channel(c, IoState::kChannels);
     int mode = -1, speed = 0, rt_mode = 0;
     bool ok = k >= 0 && c.int_in("IO_mode", 0, kRealtimeSpeedMode, mode);
     if (ok && mode == kRealtimeSpeedMode) {
@@ -57,7 +57,7 @@ void set_io_mode(Ctx& c) {
 /* An output is driven only on a channel in output mode. */
 void set_do_state(Ctx& c) {
     IoState& io = io_of(c.arm);
-    const int k = channel(c.req, IoState::kChannels);
+    const int k = channel(c, IoState::kChannels);
     int v = 0;
     const bool ok = k >= 0 && io.mode[k] == kOutputMode && binary(c.req, "state", v);
     if (ok) io.out[k] = v;
@@ -67,12 +67,9 @@ void set_do_state(Ctx& c) {
 /* An input channel reports its input, every other mode its output. */
 void get_io_state(Ctx& c) {
     const IoState& io = io_of(c.arm);
-    const int k = channel(c.req, IoState::kChannels);
+    const int k = channel(c, IoState::kChannels);
+    if (k < 0) return c.verdict("set_state", false, "IO_state");
     cJSON* r = c.answer("IO_state");
-    if (k < 0) {
-        add_bool(r, "set_state", false);
-        return;
-    }
     add_int(r, "IO_state", io.mode[k] == 0 ? io.in[k] : io.out[k]);
     add_int(r, "IO_Mode", io.mode[k]);
     if (io.mode[k] == kRealtimeSpeedMode) {
@@ -102,7 +99,7 @@ void get_tool_voltage(Ctx& c) { add_int(c.answer("tool_voltage_state"), "voltage
 /* Tool channels: mode 0 input, 1 output. */
 void set_tool_do(Ctx& c) {
     IoState& io = io_of(c.arm);
-    const int k = channel(c.req, IoState::kToolChannels);
+    const int k = channel(c, IoState::kToolChannels);
     int v = 0;
     const bool ok = k >= 0 && io.tool_mode[k] == kOutputMode && binary(c.req, "state", v);
     if (ok) io.tool_out[k] = v;
@@ -111,7 +108,7 @@ void set_tool_do(Ctx& c) {
 
 void set_tool_mode(Ctx& c) {
     IoState& io = io_of(c.arm);
-    const int k = channel(c.req, IoState::kToolChannels);
+    const int k = channel(c, IoState::kToolChannels);
     int v = 0;
     const bool ok = k >= 0 && binary(c.req, "state", v);
     if (ok) io.tool_mode[k] = v;

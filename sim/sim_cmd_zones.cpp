@@ -108,6 +108,7 @@ void given_fence(Ctx& c) {
     const Zone* z = c.get_str("form_name", name) ? find_fence(c.arm, name) : nullptr;
     add_bool(c.answer(), "given_state", z != nullptr);
     if (z) add_zone(c.reply, *z, true);
+    else c.refuse("no fence of that name");
 }
 
 /* ---- active fence, wall, switches ---- */
