@@ -191,3 +191,38 @@ TEST(PlannedMoves, AReplayStaysWithinJointLimits) {
     EXPECT_LE(v_top, 180 * 1.02);
     EXPECT_GT(path.back()[0], 59);
 }
+
+/* A smooth Cartesian stream is followed on every model, never refused. */
+TEST(StreamPeriod, ASmoothPoseStreamIsFollowedOnEveryModel) {
+    for (const char* model : {"AVEN", "BRIV", "CALD", "DUMO", "ESKA", "FIRU", "GOLT"}) {
+        SCOPED_TRACE(model);
+        kxsim::Simulator sim(options({std::string(model) + "-P"}, 10.0));
+        ASSERT_TRUE(sim.start());
+        Peer p(sim, 0);
+        const auto lo = ints(p.ask(R"({"command":"get_joint_min_pos"})", "joint_min_pos").get(), "min_pos");
+        const auto hi = ints(p.ask(R"({"command":"get_joint_max_pos"})", "joint_max_pos").get(), "max_pos");
+        const double f[7] = {0.5, 0.6, 0.65, 0.45, 0.6, 0.4, 0.5};
+        std::vector<int> ready(lo.size());
+        for (size_t i = 0; i < lo.size(); ++i) ready[i] = static_cast<int>(lo[i] + f[i] * (hi[i] - lo[i]));
+        p.send_line(R"({"command":"movej","v":50,"joint":[)" + wire_list(ready) + R"(],"trajectory_connect":0,"r":0})");
+        ASSERT_TRUE(p.wait_for("current_trajectory_state", 10000));
+        Json st = p.ask(R"({"command":"get_current_arm_state"})", "current_arm_state");
+        std::vector<int> pose = ints(cJSON_GetObjectItem(st.get(), "arm_state"), "pose");
+        ASSERT_EQ(pose.size(), 6u);
+        const int x0 = pose[0], y0 = pose[1];
+        for (int i = 1; i <= 60; ++i) {  // an arc of a 40 mm circle in 0.5 mm steps, 10 ms apart
+            const double a = i * 0.5e-3 / 0.02;
+            pose[0] = x0 + static_cast<int>(20000 * (std::cos(a) - 1));
+            pose[1] = y0 + static_cast<int>(20000 * std::sin(a));
+            p.send_line(R"({"command":"movep_canfd","follow":false,"pose":[)" + wire_list(pose) +
+                        R"(],"trajectory_mode":0,"radio":0})");
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        st = p.ask(R"({"command":"get_current_arm_state"})", "current_arm_state");
+        const cJSON* s = cJSON_GetObjectItem(st.get(), "arm_state");
+        EXPECT_EQ(ints(s, "err"), std::vector<int>{0});
+        const auto at = ints(s, "pose");
+        EXPECT_NEAR(at[0], pose[0], 50);
+        EXPECT_NEAR(at[1], pose[1], 50);
+    }
+}
