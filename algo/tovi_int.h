@@ -57,6 +57,7 @@ struct Kin {
     double vmax[8] = {};
     double period = 0.002;
     double theta_v = 3.14; /* 7-joint redundancy search range, radians (whole redundancy) */
+    double longest_elbow = 0; /* 7 joints: joint 4's DH angle with the wrist point farthest from the shoulder */
     bool avoid_singularity = false;
 
     void set_dh(const float* d_, const float* a_, const float* alpha_, const float* offset_);

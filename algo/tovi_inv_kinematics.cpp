@@ -87,6 +87,31 @@ double golden_minimum(F f, double lo, double hi) {
     return f1 < f2 ? x1 : x2;
 }
 
+// How far joint value t lies from the reference along a free combination:
+// the squared distance of its equivalent nearest the reference, with how
+// far that lies past a limit weighing heavily. It changes continuously
+// where a joint crosses its limit, so that a search along the combination
+// ends at the limit (within rounding), not past it where the nearest
+// equivalent inside the limits (of a joint that turns whole turns) is a
+// turn away.
+constexpr double PAST_LIMIT_WEIGHT = 1e4;
+double limited_cost(double ref, double t, double lo, double hi) {
+    double best = ALGO_NO_JOINT;
+    for (double v : {t - ALGO_4PI, t - ALGO_2PI, t, t + ALGO_2PI, t + ALGO_4PI}) {
+        const double past = std::max({0.0, lo - v, v - hi});
+        best = std::min(best, (v - ref) * (v - ref) + PAST_LIMIT_WEIGHT * past * past);
+    }
+    return std::isnan(t) ? NaN : best;
+}
+
+// Where the equivalent of t nearest ref lies just past a limit (such a
+// search's rounding), t becomes that limit; the polish decides.
+void to_limit_next_to(double ref, double& t, double lo, double hi) {
+    const double v = ref + std::remainder(t - ref, 2 * ALGO_PI);
+    if (v > hi && v <= hi + FREE_LIMIT_MARGIN) t = hi;
+    if (v < lo && v >= lo - FREE_LIMIT_MARGIN) t = lo;
+}
+
 }  // namespace
 
 double wrap_angle(double t) { return std::remainder(t, 2 * ALGO_PI); }
@@ -389,15 +414,14 @@ int ik_parallel_axes(const Kin& k, const Frame& target, const double* q_ref, dou
                     auto distance = [&](double t6) {
                         double th[6], sum = 0;
                         at(t6, th);
-                        for (int j = 1; j < 6; ++j) {
-                            const double d = nearest_equivalent(q_ref[j] + k.offset[j], &th[j], &FREE_LIMIT_MARGIN,
-                                                                k.lim_min[j], k.lim_max[j]);
-                            sum += d < ALGO_NO_JOINT ? d * d : ALGO_NO_JOINT;
-                        }
+                        for (int j = 1; j < 6; ++j)
+                            sum += limited_cost(q_ref[j] + k.offset[j], th[j], k.lim_min[j], k.lim_max[j]);
                         return std::isnan(sum) ? ALGO_NO_JOINT : sum;
                     };
                     const double centre = wr == 0 ? start : half_turn(start);
                     at(golden_minimum(distance, centre - FREE_SEARCH, centre + FREE_SEARCH), cand[n]);
+                    for (int j = 1; j < 6; ++j)
+                        to_limit_next_to(q_ref[j] + k.offset[j], cand[n][j], k.lim_min[j], k.lim_max[j]);
                 }
         }
     }

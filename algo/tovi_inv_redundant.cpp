@@ -214,6 +214,17 @@ constexpr double CLOSE_RANGE = 0.1;  // ... at least, even in the narrow search
 constexpr double SCAN_STEP = 0.05;   // redundancy sampling
 constexpr int GOLDEN_STEPS = 6;
 constexpr int SCAN_WINDOW = 3;       // redundancy steps scanned past the first solution
+constexpr double SLIDE_STEP = 0.05;  // largest joint move along the solutions per step, radians
+constexpr double SLIDE_DONE = 0.005; // ... and the one below which the answer counts as nearest
+constexpr int SLIDE_ITER = 16;
+// Cosines and sines this far past 1 are taken as 1: a single-precision
+// target at the elbow's full reach lands just outside; the polish decides.
+constexpr double DOMAIN_TOL = 1e-5;
+constexpr double TRACE_STEP = 0.02;  // joint move per step along the solutions, radians
+constexpr int TRACE_STEPS = 40;      // ... and the most steps each way
+constexpr double TRACE_BEYOND = 0.25; // farther from the reference than the nearest by this: turn back
+constexpr double TRACE_ELBOW = 0.1;  // |sin| of a reference's elbow from its longest that asks for a trace
+constexpr double TRACE_ABOVE = 0.02; // ... when the answer is farther than this from it
 
 // The S-R-S arm for one target: shoulder S, wrist W, the circle the elbow
 // runs on (centre C, radius rho, in-plane axes v, w about the S-W line).
@@ -310,6 +321,60 @@ bool polish(const Kin& k, const Frame& target, double* q) {
     return dls_refine(k, target, q, opt) < ACCEPT;
 }
 
+// The part of joint motion d that leaves the flange where it is,
+// d - J^+ J d, into out; returns its largest joint (NaN when J fails).
+double null_share(const double J[6][8], int n, const double* d, double* out) {
+    double Jd[6] = {}, r[8];
+    for (int i = 0; i < 6; ++i)
+        for (int j = 0; j < n; ++j) Jd[i] += J[i][j] * d[j];
+    if (!dls_step(J, n, Jd, 1e-9, r)) return NAN;
+    double largest = 0;
+    for (int j = 0; j < n; ++j) largest = std::max(largest, std::fabs(out[j] = d[j] - r[j]));
+    return largest;
+}
+
+double squared_distance(const Kin& k, const double* a, const double* b) {
+    double s = 0;
+    for (int j = 0; j < k.dof; ++j) s += (a[j] - b[j]) * (a[j] - b[j]);
+    return s;
+}
+
+// Moves a solution q along the target's solutions (the Jacobian's null
+// space) toward the reference until it is the nearest there, then back onto
+// the target each time. Near a straight elbow the solutions curve sharply
+// and neither the local search nor a redundancy value sampled around its
+// answer ends at the nearest one. Returns whether q moved.
+bool slide_to_nearest(const Kin& k, const Frame& target, const double* q_ref, double* q) {
+    const int n = k.dof;
+    Frame F[9];
+    double J[6][8], best = squared_distance(k, q, q_ref);
+    bool moved = false;
+    for (int it = 0; it < SLIDE_ITER; ++it) {
+        chain_frames(k, q, F);
+        jacobian(F, n, -1, J);
+        // The share of (q_ref - q) the target lets the arm take.
+        double d[8] = {}, free[8];
+        for (int j = 0; j < n; ++j) d[j] = q_ref[j] - q[j];
+        const double largest = null_share(J, n, d, free);
+        if (!(largest >= SLIDE_DONE)) break;
+        double scale = std::min(1.0, SLIDE_STEP / largest);
+        bool better = false;
+        for (int tries = 0; tries < 4 && !better; ++tries, scale *= 0.5) {
+            double c[8];
+            step_within_limits(k, q, free, scale, c);
+            if (!polish(k, target, c)) continue;
+            const double dist = squared_distance(k, c, q_ref);
+            if (dist < best) {
+                best = dist;
+                std::copy(c, c + n, q);
+                better = moved = true;
+            }
+        }
+        if (!better) break;
+    }
+    return moved;
+}
+
 }  // namespace
 
 namespace {
@@ -366,7 +431,7 @@ int offset7_candidates(const Kin& k, const Frame& target, double t7, const doubl
     const double rho = std::hypot(P, Q);
     if (!(rho > 0)) return 0;
     const double c = (dot(SW, SW) - K) / rho;
-    if (c > 1 + 1e-9 || c < -1 - 1e-9) return 0;
+    if (c > 1 + DOMAIN_TOL || c < -1 - DOMAIN_TOL) return 0;
     const double phi = std::atan2(Q, P), ac = std::acos(std::clamp(c, -1.0, 1.0));
     const Vec3 dv = R6.t() * SW;
     const double r = std::hypot(dv[0], dv[1]), gamma = std::atan2(dv[1], dv[0]);
@@ -381,7 +446,7 @@ int offset7_candidates(const Kin& k, const Frame& target, double t7, const doubl
         // RotX(a4)^T c = Rz(t5)·RotX(a5)·Rz(t6)·d: the z row gives
         // r sin(t6 + gamma) = s5 c'_z.
         const double v = r > 1e-12 ? s5 * cp[2] / r : NAN;
-        if (!(v >= -1 - 1e-9 && v <= 1 + 1e-9)) continue;
+        if (!(v >= -1 - DOMAIN_TOL && v <= 1 + DOMAIN_TOL)) continue;
         const double as = std::asin(std::clamp(v, -1.0, 1.0));
         for (int wr = 0; wr < 2; ++wr) {
             const double t6 = (wr == 0 ? as : ALGO_PI - as) - gamma;
@@ -406,19 +471,64 @@ int offset7_candidates(const Kin& k, const Frame& target, double t7, const doubl
 // 1 and 3) or of the wrist (5 and 7), which the closed-form branches split
 // from the reference, or an elbow at its longest (the wrist point as far
 // from the shoulder as it goes), where the redundancy and the elbow mix.
+// |sin| of the angle between q's elbow and its longest (the wrist point as
+// far from the shoulder as it goes).
+double elbow_bend(const Kin& k, const double* q) { return std::fabs(std::sin(q[3] + k.offset[3] - k.longest_elbow)); }
+
 bool nearly_singular(const Kin& k, const double* q) {
     constexpr double NEAR = 0.02;  // |sin| of the angle from the singular value, about 1 degree
     if (std::fabs(std::sin(q[1] + k.offset[1])) < NEAR || std::fabs(std::sin(q[5] + k.offset[5])) < NEAR) return true;
-    // |wrist - shoulder|^2 = K + P cos(t4) + Q sin(t4) (see offset7_candidates).
-    const double s3 = k.sa[3], s4 = k.sa[4], a3 = k.a[3], a4 = k.a[4], d3 = k.d[2], d5 = k.d[4];
-    const double P = 2 * a3 * a4 - 2 * d3 * s3 * s4 * d5, Q = 2 * a3 * s4 * d5 + 2 * d3 * s3 * a4;
-    return std::fabs(std::sin(q[3] + k.offset[3] - std::atan2(Q, P))) < NEAR;
+    return elbow_bend(k, q) < NEAR;
 }
 
 double max_deviation(const Kin& k, const double* a, const double* b) {
     double m = 0;
     for (int j = 0; j < k.dof; ++j) m = std::max(m, std::fabs(a[j] - b[j]));
     return m;
+}
+
+// Follows the target's solutions from q0 both ways (along the Jacobian's
+// null space, each step pulled back onto the target), TRACE_STEP per step
+// on the joint that moves most, and hands each point to go_on(q), which
+// says whether to follow further. Near a straight elbow the solutions
+// nearest the reference may lie past a sharp turn that no redundancy value
+// sampled at a fixed spacing and no descent toward the reference passes.
+template <class GoOn>
+void trace_solutions(const Kin& k, const Frame& target, const double* q0, GoOn go_on) {
+    const int n = k.dof;
+    Frame F[9];
+    double J[6][8], seed[8] = {};
+    chain_frames(k, q0, F);
+    jacobian(F, n, -1, J);
+    // The direction of the null space: the joint axis with the largest share.
+    double best = 0;
+    for (int j = 0; j < n; ++j) {
+        double e[8] = {}, v[8];
+        e[j] = 1;
+        const double largest = null_share(J, n, e, v);
+        if (largest > best) best = largest, std::copy(v, v + n, seed);
+    }
+    if (!(best > 1e-6)) return;
+    for (double way : {1.0, -1.0}) {
+        double q[8], t[8];
+        std::copy(q0, q0 + n, q);
+        for (int j = 0; j < n; ++j) t[j] = way * seed[j];
+        for (int step = 0; step < TRACE_STEPS; ++step) {
+            double largest = 0;
+            for (int j = 0; j < n; ++j) largest = std::max(largest, std::fabs(t[j]));
+            double c[8];
+            step_within_limits(k, q, t, TRACE_STEP / largest, c);
+            if (!polish(k, target, c) || max_deviation(k, c, q) < 0.1 * TRACE_STEP) break;
+            std::copy(c, c + n, q);
+            if (!go_on(q)) break;
+            // The tangent here, oriented as the last one.
+            chain_frames(k, q, F);
+            jacobian(F, n, -1, J);
+            double next[8];
+            if (!(null_share(J, n, t, next) > 1e-9 * largest)) break;
+            std::copy(next, next + n, t);
+        }
+    }
 }
 
 // How far q is from the reference: the farthest joint first (the measure a
@@ -435,14 +545,17 @@ double distance(const Kin& k, const double* a, const double* b) {
 
 // The search over one seven-joint target. `candidates(value, ref_theta,
 // cand)` gives the closed-form branches at one value of the redundancy
-// parameter, `param(q)` that parameter for arm joints q.
-template <class Candidates, class Param>
+// parameter, `param(q)` that parameter for arm joints q; `gather(values)`
+// writes the values (and returns how many, at most two) where the
+// solutions of a target at the elbow's full or least reach gather.
+template <class Candidates, class Param, class Gather>
 struct Redundancy {
     const Kin& k;
     const Frame& target;
     const double* q_ref;
     Candidates candidates;
     Param param;
+    Gather gather;
     double ref_theta[8] = {};
 
     // The branch nearest the reference at one value (arm joints, unpolished)
@@ -503,6 +616,28 @@ struct Redundancy {
                 std::copy(c, c + k.dof, best_q);
             }
         };
+        // From a reference near the target, near a singular configuration:
+        // whichever branch the answer came from, the nearest solution along
+        // it; near a straight elbow also past the sharp turns of the
+        // solutions there.
+        auto finish = [&](double* out, bool singular) {
+            const bool elbow = near && elbow_bend(k, q_ref) < TRACE_ELBOW;
+            double c[8];
+            std::copy(best_q, best_q + k.dof, c);
+            if ((elbow || (near && singular)) && slide_to_nearest(k, target, q_ref, c)) consider(c);
+            if (elbow && max_deviation(k, best_q, q_ref) > TRACE_ABOVE) {
+                const double limit = max_deviation(k, best_q, q_ref) + TRACE_BEYOND;
+                std::copy(best_q, best_q + k.dof, c);
+                trace_solutions(k, target, c, [&](const double* p) {
+                    consider(p);
+                    return max_deviation(k, p, q_ref) < limit;
+                });
+                std::copy(best_q, best_q + k.dof, c);
+                if (slide_to_nearest(k, target, q_ref, c)) consider(c);
+            }
+            std::copy(best_q, best_q + k.dof, out);
+            return 0;
+        };
         if (local_err < ACCEPT) {
             best = distance(k, q, q_ref);
             std::copy(q, q + k.dof, best_q);
@@ -512,11 +647,11 @@ struct Redundancy {
                 // branches around its redundancy value (which split aligned
                 // axes as the reference does) may lie nearer.
                 double c[8];
-                if (nearly_singular(k, q) && nearest_around(param(q), NEIGHBOURHOOD, SCAN_STEP, c) < ALGO_NO_JOINT &&
+                const bool singular = nearly_singular(k, q);
+                if (singular && nearest_around(param(q), NEIGHBOURHOOD, SCAN_STEP, c) < ALGO_NO_JOINT &&
                     polish(k, target, c))
                     consider(c);
-                std::copy(best_q, best_q + k.dof, q_out);
-                return 0;
+                return finish(q_out, singular);
             }
         }
         auto settled = [&] { return best < ALGO_NO_JOINT && max_deviation(k, best_q, q_ref) <= CLOSE; };
@@ -533,6 +668,13 @@ struct Redundancy {
         for (int i = 0; i < 2 && near && !settled(); ++i) {
             double c[8];
             if (nearest_around(centres[i], half, SCAN_STEP, c) < ALGO_NO_JOINT && polish(k, target, c)) consider(c);
+        }
+        // A target at the elbow's full (or least) reach is reached only at
+        // (or next to) one redundancy value, which a sampled scan misses.
+        double values[2];
+        for (int i = 0, n = settled() ? 0 : gather(values); i < n && !settled(); ++i) {
+            double c[8];
+            if (branch_at(values[i], c) < ALGO_NO_JOINT && polish(k, target, c)) consider(c);
         }
         // Near a straight elbow or aligned axes the reference's redundancy
         // value says little: the whole range, if the mode allows it and the
@@ -562,15 +704,14 @@ struct Redundancy {
             if (local_solve(k, target, q, opt) < ACCEPT) consider(q);
         }
         if (best == ALGO_NO_JOINT) return -2;
-        std::copy(best_q, best_q + k.dof, q_out);
-        return 0;
+        return finish(q_out, nearly_singular(k, best_q));
     }
 };
 
-template <class Candidates, class Param>
+template <class Candidates, class Param, class Gather>
 int redundancy_search(const Kin& k, const Frame& target, const double* q_ref, double* q_out, Candidates candidates,
-                      Param param) {
-    Redundancy<Candidates, Param> r{k, target, q_ref, candidates, param};
+                      Param param, Gather gather) {
+    Redundancy<Candidates, Param, Gather> r{k, target, q_ref, candidates, param, gather};
     return r.solve(q_out);
 }
 
@@ -597,18 +738,30 @@ int ik_srs(const Kin& k, const Frame& target, const double* q_ref, double* q_out
             if (dot(perp, perp) > 1e-12 * g.L1 * g.L1) return std::atan2(dot(perp, g.w), dot(perp, g.v));
             const Vec3 x3 = column(E.R, 0);
             return std::atan2(dot(x3, g.w), dot(x3, g.v));
-        });
+        },
+        [](double*) { return 0; });
 }
 
 // Seven-joint arm with link offsets: theta7 parametrises the redundancy for
 // the closed-form branches.
 int ik_offset7(const Kin& k, const Frame& target, const double* q_ref, double* q_out) {
+    // The wrist point (frame 6's origin) runs on a circle as theta7 turns:
+    // W - S = P0 - a7 (cos(t7) x - sin(t7) y), with P0 = p - d7 z - S and x,
+    // y, z the target's axes: nearest the shoulder and farthest from it (the
+    // elbow's full and least reach) at t7 = atan2(-P0.y, P0.x) and half a
+    // turn on.
+    auto gather = [&](double* t7) {
+        const Vec3 P0 = add_scaled({target.p[0], target.p[1], target.p[2] - k.d[0]}, -k.d[6], column(target.R, 2));
+        t7[0] = std::atan2(-dot(P0, column(target.R, 1)), dot(P0, column(target.R, 0)));
+        t7[1] = wrap_angle(t7[0] + ALGO_PI);
+        return 2;
+    };
     return redundancy_search(
         k, target, q_ref, q_out,
         [&](double t7, const double* ref_theta, double cand[MAX_CANDIDATES][8]) {
             return offset7_candidates(k, target, t7, ref_theta, cand);
         },
-        [&](const double* q) { return q[6] + k.offset[6]; });
+        [&](const double* q) { return q[6] + k.offset[6]; }, gather);
 }
 
 }  // namespace algo

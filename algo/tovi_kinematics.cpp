@@ -55,6 +55,11 @@ void Kin::set_dh(const float* d_, const float* a_, const float* alpha_, const fl
         ca[i] = std::cos(alpha[i]);
         sa[i] = std::sin(alpha[i]);
     }
+    // |wrist - shoulder|^2 = K + P cos(t4) + Q sin(t4) for the seven-joint
+    // chains (joints 3 to 5 with alphas of +-90 degrees): longest at atan2(Q, P).
+    const double P = 2 * a[3] * a[4] - 2 * d[2] * sa[3] * sa[4] * d[4];
+    const double Q = 2 * a[3] * sa[4] * d[4] + 2 * d[2] * sa[3] * a[4];
+    longest_elbow = std::atan2(Q, P);
 }
 
 void Kin::set_limits(const float* jmin, const float* jmax) {
