@@ -1,4 +1,6 @@
 // kx_sim: serves simulated arm controllers on loopback until SIGINT/SIGTERM.
+#include <arpa/inet.h>
+
 #include <cmath>
 #include <csignal>
 #include <cstdio>
@@ -26,8 +28,8 @@ const char kHelp[] =
     "datagrams from 127.0.0.K, as separate controllers would. Connect to it with\n"
     "kx_create_robot_arm(\"127.0.0.K\", PORT).\n"
     "\n"
-    "options (a comma-separated list gives one value per arm; the last value\n"
-    "repeats for the remaining arms):\n"
+    "options (a comma-separated list gives one value per arm, at most --arms\n"
+    "values; the last value repeats for the remaining arms):\n"
     "  --arms N             number of arms, 1 to 5 (default 1)\n"
     "  --model M[,M...]     arm model: AVEN, CALD, DUMO, ESKA, GOLT (6 joints)\n"
     "                       or BRIV, FIRU (7 joints) (default AVEN)\n"
@@ -35,8 +37,8 @@ const char kHelp[] =
     "                       QS (six-axis sensor) (default P)\n"
     "  --port P[,P...]      TCP command port, 0 = any free port (default 8080)\n"
     "  --time-scale S       simulated seconds per real second (default 1)\n"
-    "  --udp-ip IP          initial realtime push address (default 127.0.0.1;\n"
-    "                       anything outside 127.0.0.0/8 is sent to 127.0.0.1)\n"
+    "  --udp-ip IP          initial realtime push address, in 127.0.0.0/8\n"
+    "                       (default 127.0.0.1)\n"
     "  --udp-port P         initial realtime push port (default 8089)\n"
     "  --no-push            start with realtime push disabled\n"
     "  --push FX,FY,FZ[,MX,MY,MZ]  external wrench on every arm's tool (N, N m,\n"
@@ -57,6 +59,14 @@ const char kHelp[] =
     "  input K CHANNEL 0|1        digital input 1..4\n"
     "  tool-input K CHANNEL 0|1   tool digital input 1..2\n"
     "  object K WIDTH             gripper object width 1..1000, 0 = nothing\n"
+    "\n"
+    "Whatever an arm refuses, it says why on standard error, one line each:\n"
+    "\"kx_sim: arm K: COMMAND refused: REASON\". Arm errors (read with the arm\n"
+    "state, cleared by clear_system_err): 0x5008 electronic fence, 0x5009 virtual\n"
+    "wall, 0x500A a streamed target farther than a joint can go in the stream's\n"
+    "period (the mean gap over its last eight targets; 20 ms for a new stream),\n"
+    "0x500B self-collision (when enabled), 0x5001 a program line failed. After\n"
+    "0x500A or 0x500B streamed targets are refused until the error is cleared.\n"
     "\n"
     "example: kx_sim --arms 2 --model AVEN,BRIV --edition QS,P\n"
     "prints one line per arm, e.g. \"arm 1 listening on 127.0.0.1:8080 model AVEN-QS\".\n";
@@ -167,11 +177,12 @@ int main(int argc, char** argv) {
         if (i + 1 >= argc) return usage("missing value for " + a);
         const std::string v = argv[++i];
         if (a == "--arms") {
-            if (!to_int(v, 1, 5, arms)) return usage("--arms takes 1 to 5");
+            if (!to_int(v, 1, 5, arms)) return usage("--arms takes 1 to 5, not '" + v + "'");
         } else if (a == "--model") {
             models = split(v);
             for (const std::string& m : models)
-                if (!one_of(m, kModels)) return usage("unknown model '" + m + "'");
+                if (!one_of(m, kModels))
+                    return usage("unknown model '" + m + "' (AVEN, BRIV, CALD, DUMO, ESKA, FIRU or GOLT)");
         } else if (a == "--edition") {
             editions = split(v);
             for (const std::string& e : editions)
@@ -180,26 +191,37 @@ int main(int argc, char** argv) {
             ports = split(v);
             int p = 0;
             for (const std::string& s : ports)
-                if (!to_int(s, 0, 65535, p)) return usage("bad --port '" + s + "'");
+                if (!to_int(s, 0, 65535, p)) return usage("--port takes 0 to 65535 per arm, not '" + s + "'");
         } else if (a == "--time-scale") {
-            char* end = nullptr;
-            opt.time_scale = std::strtod(v.c_str(), &end);
-            if (*end || !(opt.time_scale > 0)) return usage("bad --time-scale");
+            std::vector<double> scale;
+            if (!to_list(v, 1, scale) || !(scale[0] > 0))
+                return usage("--time-scale takes one positive number, not '" + v + "'");
+            opt.time_scale = scale[0];
         } else if (a == "--push") {
-            if (!to_list(v, 6, push)) return usage("--push takes up to six numbers");
+            if (!to_list(v, 6, push) || (push.size() != 3 && push.size() != 6))
+                return usage("--push takes three forces FX,FY,FZ or six values FX,FY,FZ,MX,MY,MZ, not '" + v + "'");
         } else if (a == "--hand") {
-            if (!to_list(v, 7, hand)) return usage("--hand takes up to seven joint rates");
+            if (!to_list(v, 7, hand)) return usage("--hand takes one to seven joint rates, not '" + v + "'");
         } else if (a == "--surface") {
-            if (!to_list(v, 1, surface)) return usage("bad --surface");
+            if (!to_list(v, 1, surface)) return usage("--surface takes one height in metres, not '" + v + "'");
         } else if (a == "--udp-ip") {
+            in_addr addr{};
+            if (::inet_pton(AF_INET, v.c_str(), &addr) != 1)
+                return usage("--udp-ip takes a dotted-quad IPv4 address, not '" + v + "'");
+            if ((ntohl(addr.s_addr) >> 24) != 127)
+                return usage("--udp-ip " + v + " is not a loopback address: the simulator pushes only to 127.0.0.0/8");
             opt.udp_ip = v;
         } else if (a == "--grip-object") {
             if (!to_int(v, 0, 1000, grip_object)) return usage("--grip-object takes 0 to 1000");
         } else if (a == "--udp-port") {
-            if (!to_int(v, 1, 65535, opt.udp_port)) return usage("bad --udp-port");
+            if (!to_int(v, 1, 65535, opt.udp_port)) return usage("--udp-port takes 1 to 65535, not '" + v + "'");
         }
     }
     if (models.empty() || editions.empty() || ports.empty()) return usage("an empty per-arm list");
+    for (const auto& [name, list] : {std::pair{"--model", &models}, {"--edition", &editions}, {"--port", &ports}})
+        if (list->size() > static_cast<size_t>(arms))
+            return usage(std::string(name) + " gives " + std::to_string(list->size()) + " values for " +
+                         std::to_string(arms) + (arms == 1 ? " arm" : " arms") + " (--arms)");
 
     opt.arms.clear();
     for (int k = 0; k < arms; ++k) {
@@ -218,7 +240,7 @@ int main(int argc, char** argv) {
 
     kxsim::Simulator sim(opt);
     if (!sim.start()) {
-        std::fprintf(stderr, "kx_sim: cannot listen on the requested ports: %s\n", std::strerror(errno));
+        std::fprintf(stderr, "kx_sim: %s\n", sim.start_error().c_str());
         return 1;
     }
     for (int k = 0; k < sim.arm_count(); ++k) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 
 #include "sim_json.h"
@@ -13,16 +14,34 @@ constexpr double kDeg = 180.0 / M_PI;
 constexpr double kInf = std::numeric_limits<double>::infinity();
 /* A Cartesian path whose IK jumps this far between samples changes branch. */
 constexpr double kMaxSampleJump = 30.0;
+/* Streamed targets: the period assumed for the first target of a stream
+ * (one that follows no other within kStreamRestart), the bounds of a
+ * measured period, and the tolerance of the speed check. */
+constexpr double kDefaultStreamPeriod = 0.020, kStreamRestart = 0.5; /* s */
+constexpr double kMinStreamPeriod = 0.001, kMaxStreamPeriod = 0.100; /* s */
+constexpr double kStreamMargin = 0.1, kStreamSlack = 0.002;          /* fraction, deg */
 
 const ToolFrame kDefaultTool{"Arm_Tip", {}, 0, {}, {}};
 const WorkFrame kDefaultWork{"World", {}};
 
+/* The joints at s along the samples: a cubic through them (Catmull-Rom),
+ * so that joint speed has no jumps at the samples. */
 Joints eval_path(const std::vector<Joints>& path, double s) {
-    const double x = std::clamp(s, 0.0, 1.0) * static_cast<double>(path.size() - 1);
-    const size_t i = std::min(static_cast<size_t>(x), path.size() - 2);
-    const double f = x - static_cast<double>(i);
+    const size_t last = path.size() - 1;
+    const double x = std::clamp(s, 0.0, 1.0) * static_cast<double>(last);
+    const size_t i = std::min(static_cast<size_t>(x), last - 1);
+    const double t = x - static_cast<double>(i), t2 = t * t, t3 = t2 * t;
+    const Joints& p0 = path[i > 0 ? i - 1 : i];
+    const Joints& p1 = path[i];
+    const Joints& p2 = path[i + 1];
+    const Joints& p3 = path[i + 2 <= last ? i + 2 : i + 1];
+    // One-sided tangents at the ends, central ones inside.
+    const double w0 = i > 0 ? 0.5 : 1.0, w1 = i + 2 <= last ? 0.5 : 1.0;
     Joints j{};
-    for (int k = 0; k < kMaxJoints; ++k) j[k] = path[i][k] + f * (path[i + 1][k] - path[i][k]);
+    for (int k = 0; k < kMaxJoints; ++k) {
+        const double m1 = w0 * (p2[k] - p0[k]), m2 = w1 * (p3[k] - p1[k]);
+        j[k] = (2 * t3 - 3 * t2 + 1) * p1[k] + (t3 - 2 * t2 + t) * m1 + (-2 * t3 + 3 * t2) * p2[k] + (t3 - t2) * m2;
+    }
     return j;
 }
 
@@ -286,11 +305,7 @@ bool ArmState::track(const Mat4& tool_target, const Joints& ref, Joints& out) co
     return reaches(out, F);
 }
 
-bool ArmState::within_limits(const Joints& j) const {
-    for (int i = 0; i < dof; ++i)
-        if (!(j[i] >= min_pos[i] / 1000.0 - 1e-3 && j[i] <= max_pos[i] / 1000.0 + 1e-3)) return false;
-    return true;
-}
+bool ArmState::within_limits(const Joints& j) const { return beyond_limits(j).empty(); }
 
 WireJoints ArmState::wire_joints(const Joints& j) const {
     WireJoints w{};
@@ -312,14 +327,15 @@ WireJoints ArmState::telemetry(Telemetry kind) const {
 
 std::vector<int> ArmState::error_list() const { return errors.empty() ? std::vector<int>{0} : errors; }
 
+void ArmState::raise(ArmError e) {
+    if (!holds(e)) errors.push_back(e);
+}
+
+bool ArmState::holds(ArmError e) const { return std::find(errors.begin(), errors.end(), e) != errors.end(); }
+
 /* --------------------------------------------------------------- motion -- */
 
-bool ArmState::can_move() const {
-    if (power != 1) return false;
-    for (int i = 0; i < dof; ++i)
-        if (en_state[i] != 1) return false;
-    return true;
-}
+bool ArmState::can_move() const { return motion_blocker().empty(); }
 
 const Segment* ArmState::running() const {
     // A joined chain (trajectory_connect 1) waits for the move that closes it.
@@ -330,44 +346,68 @@ const Segment* ArmState::running() const {
 
 Joints ArmState::plan_start() const { return queue.empty() ? q : queue.back().path.back(); }
 
-bool ArmState::plan_joint(const Joints& target, int v, Segment& seg) const {
-    if (!within_limits(target)) return false;
+std::string ArmState::beyond_limits(const Joints& j) const {
+    for (int i = 0; i < dof; ++i)
+        if (!(j[i] >= min_pos[i] / 1000.0 - 1e-3 && j[i] <= max_pos[i] / 1000.0 + 1e-3)) {
+            char text[120];
+            std::snprintf(text, sizeof text, "joint %d target %.3f deg beyond its limits [%.3f, %.3f]", i + 1, j[i],
+                          min_pos[i] / 1000.0, max_pos[i] / 1000.0);
+            return text;
+        }
+    return {};
+}
+
+std::string ArmState::motion_blocker() const {
+    if (power != 1) return "the arm is powered off";
+    for (int i = 0; i < dof; ++i)
+        if (en_state[i] != 1) return "joint " + std::to_string(i + 1) + " is disabled";
+    return {};
+}
+
+bool ArmState::plan_joint(const Joints& target, int v, Segment& seg, std::string& why) const {
+    why = beyond_limits(target);
+    if (!why.empty()) return false;
     seg.path = {plan_start(), target};
     const WireJoints w = wire_joints(target);
     seg.target.assign(w.begin(), w.begin() + dof);
-    return finish_plan(seg, v, 0, 0);
+    return finish_plan(seg, v, 0, 0, why);
 }
 
-bool ArmState::plan_path(const std::function<Mat4(double)>& path, double length, double angle, int v,
-                         Segment& seg) const {
+bool ArmState::plan_path(const std::function<Mat4(double)>& path, double length, double angle, int v, Segment& seg,
+                         std::string& why) const {
     const int n = std::clamp(static_cast<int>(std::ceil(length / 0.005 + angle / 0.05)), 4, 200);
     Joints ref = plan_start(), out{};
     seg.path = {ref};
     for (int k = 1; k <= n; ++k) {
         const Mat4 target = path(static_cast<double>(k) / n);
-        if (!track(target, ref, out) && !solve(target, ref, out)) return false;
+        if (!track(target, ref, out) && !solve(target, ref, out)) {
+            why = "the path leaves the reachable space " + std::to_string(100 * k / n) + "% of the way";
+            return false;
+        }
         for (int i = 0; i < dof; ++i)
-            if (std::fabs(out[i] - ref[i]) > kMaxSampleJump) return false;
+            if (std::fabs(out[i] - ref[i]) > kMaxSampleJump) {
+                why = "joint " + std::to_string(i + 1) + " would flip branch " + std::to_string(100 * k / n) +
+                      "% of the way (a singularity on the path)";
+                return false;
+            }
         seg.path.push_back(out);
         ref = out;
     }
     int w[6];
     mat_to_wire(path(1.0), w);
     seg.target.assign(w, w + 6);
-    return finish_plan(seg, v, length, angle);
+    return finish_plan(seg, v, length, angle, why);
 }
 
-bool ArmState::finish_plan(Segment& seg, int v, double length, double angle) const {
-    if (v < 1 || v > 100 || !can_move()) return false;
+bool ArmState::finish_plan(Segment& seg, int v, double length, double angle, std::string& why) const {
+    if (v < 1 || v > 100) {
+        why = "speed v " + std::to_string(v) + " outside 1..100";
+        return false;
+    }
+    why = motion_blocker();
+    if (!why.empty()) return false;
     const double f = v / 100.0;
     double vs = kInf, as = kInf;
-    for (int i = 0; i < dof; ++i) {
-        double d = 0;
-        for (size_t k = 1; k < seg.path.size(); ++k) d += std::fabs(seg.path[k][i] - seg.path[k - 1][i]);
-        if (d < 1e-9) continue;
-        vs = std::min(vs, max_speed[i] * 6e-3 * f / d);
-        as = std::min(as, max_acc[i] * 6e-3 / d);
-    }
     if (length > 1e-9) {
         vs = std::min(vs, line_speed * 1e-3 * f / length);
         as = std::min(as, line_acc * 1e-3 / length);
@@ -376,15 +416,42 @@ bool ArmState::finish_plan(Segment& seg, int v, double length, double angle) con
         vs = std::min(vs, angular_speed * 1e-3 * f / angle);
         as = std::min(as, angular_acc * 1e-3 / angle);
     }
-    if (vs == kInf || as == kInf || vs <= 0 || as <= 0) {
+    bound_profile(seg, f, vs, as);
+    return true;
+}
+
+/* The path is sampled evenly in s: per joint, d1 bounds |dq/ds| and d2
+ * |d2q/ds2| (the cubic through the samples bends up to three times their
+ * second difference), and since q'' = d2 s'^2 + d1 s'', half the
+ * acceleration goes to each term. */
+void ArmState::bound_profile(Segment& seg, double f, double vs, double as) const {
+    const double m = static_cast<double>(seg.path.size() - 1);
+    for (int i = 0; i < dof; ++i) {
+        double d1 = 0, d2 = 0;
+        for (size_t k = 1; k < seg.path.size(); ++k) {
+            d1 = std::max(d1, std::fabs(seg.path[k][i] - seg.path[k - 1][i]) * m);
+            if (k >= 2)
+                d2 = std::max(d2, 3 * std::fabs(seg.path[k][i] - 2 * seg.path[k - 1][i] + seg.path[k - 2][i]) * m * m);
+        }
+        if (d1 < 1e-9) continue;
+        const double vmax = max_speed[i] * 6e-3, amax = max_acc[i] * 6e-3; /* deg/s, deg/s^2 */
+        vs = std::min(vs, vmax * f / d1);
+        if (d2 < 1e-9) {
+            as = std::min(as, amax / d1);
+        } else {
+            as = std::min(as, amax / (2 * d1));
+            vs = std::min(vs, std::sqrt(amax / (2 * d2)));
+        }
+    }
+    if (vs == kInf || !(vs > 0)) {  // nothing moves
         seg.vs = seg.as = 1;
         seg.duration = 0;
-        return true;
+        return;
     }
+    if (as == kInf) as = vs * 1e4; /* no joint moves: the rate is reached at once */
     seg.vs = vs;
     seg.as = as;
     seg.duration = (vs * vs / as >= 1.0) ? 2 * std::sqrt(1.0 / as) : vs / as + 1.0 / vs;
-    return true;
 }
 
 void ArmState::enqueue(Segment seg, double now, Events& out) {
@@ -409,7 +476,6 @@ void ArmState::advance(double now, Events& out) {
     const double dt = now - last_t;
     if (dt <= 0) return;
     last_t = now;
-    effectors.advance(dt, out);
     const Joints before = q;
     if (!paused) {
         if (teach.kind != Teach::kNone) step_teach(dt);
@@ -464,7 +530,7 @@ void ArmState::step_teach(double dt) {
 void ArmState::stop(bool slow, double now, Events& out) {
     advance(now, out);
     teach = Teach{};
-    stop_program(*this, out);
+    stop_families(*this, out);
     if (!running()) {
         queue.clear();
         paused = false;
@@ -492,7 +558,57 @@ void ArmState::drop_current(Events& out) {
     if (running()) end_segment(false, out);
 }
 
-void ArmState::stream_to(const Joints& target, const char* st, double now) {
+double StreamState::period(double now) const {
+    if (times.empty() || now - times.back() > kStreamRestart) return kDefaultStreamPeriod;
+    const double mean = (now - times.front()) / static_cast<double>(times.size());
+    return std::clamp(std::max(mean, now - times.back()), kMinStreamPeriod, kMaxStreamPeriod);
+}
+
+void StreamState::accepted(double now) {
+    // A stream starts as if a window of targets had come at the default
+    // period before it: a first few targets held up on their way and
+    // arriving together are not taken for a sender racing ahead.
+    if (times.empty() || now - times.back() > kStreamRestart) {
+        times.clear();
+        for (size_t k = kWindow - 1; k > 0; --k) times.push_back(now - static_cast<double>(k) * kDefaultStreamPeriod);
+    }
+    times.push_back(now);
+    if (times.size() > kWindow) times.pop_front();
+}
+
+bool ArmState::stream_to(const Joints& target, const char* st, double now, std::string& why) {
+    char text[200];
+    for (const ArmError e : {kStreamSpeedError, kSelfCollisionError})
+        if (holds(e)) {
+            std::snprintf(text, sizeof text, "the arm stopped on error 0x%X; clear_system_err resumes", e);
+            why = text;
+            return false;
+        }
+    why = beyond_limits(target);
+    if (!why.empty()) return false;
+    if (zones.self_collision && self_collision(*this, q).empty()) {
+        why = self_collision(*this, target);
+        if (!why.empty()) {
+            raise(kSelfCollisionError);
+            return false;
+        }
+    }
+    const double period = stream.period(now);
+    for (int i = 0; i < dof; ++i) {
+        const double vmax = max_speed[i] * 6e-3, step = std::fabs(target[i] - q[i]);
+        const double reach = vmax * period * (1 + kStreamMargin) + kStreamSlack;
+        if (step > reach) {
+            std::snprintf(text, sizeof text,
+                          "joint %d would move %.3f deg in one period of %.1f ms; its limit is %.3f deg (%.1f deg/s)",
+                          i + 1, step, period * 1e3, reach, vmax);
+            why = text;
+            raise(kStreamSpeedError);
+            stream = StreamState{};
+            qd = Joints{};
+            return false;
+        }
+    }
+    stream.accepted(now);
     const double dt = now - last_t;
     for (int i = 0; i < dof; ++i) {
         odom[i] += std::fabs(target[i] - q[i]);
@@ -501,6 +617,19 @@ void ArmState::stream_to(const Joints& target, const char* st, double now) {
     q = target;
     stream_until = now + 0.1;
     stream_status = st;
+    return true;
+}
+
+std::vector<Joints> ArmState::preview(double dt) const {
+    std::vector<Joints> out;
+    for (const Segment& seg : queue) {
+        const int n = static_cast<int>(std::ceil(seg.duration / dt));
+        for (int k = 0; k <= n; ++k) {
+            double vel = 0;
+            out.push_back(eval_path(seg.path, profile(seg, std::min(k * dt, seg.duration), vel)));
+        }
+    }
+    return out;
 }
 
 const char* ArmState::status() const {
@@ -524,7 +653,75 @@ cJSON* Ctx::answer(const char* name) {
     return reply;
 }
 
-void Ctx::verdict(const char* key, bool ok, const char* name) { add_bool(answer(name), key, ok); }
+void Ctx::verdict(const char* key, bool ok, const char* name) {
+    add_bool(answer(name), key, ok);
+    refused = refused || !ok;
+}
+
+void Ctx::refuse(const std::string& reason) {
+    why = reason;
+    refused = true;
+}
+
+bool Ctx::fail(std::string reason) {
+    why = std::move(reason);
+    return false;
+}
+
+bool Ctx::get_int(const char* key, int& out) {
+    return kxsim::get_int(req, key, out) || fail(std::string("\"") + key + "\" missing or not an integer");
+}
+
+bool Ctx::int_in(const char* key, int lo, int hi, int& out) {
+    if (!get_int(key, out)) return false;
+    return (out >= lo && out <= hi) ||
+           fail(std::string("\"") + key + "\" " + std::to_string(out) + " outside " + std::to_string(lo) + ".." +
+                std::to_string(hi));
+}
+
+bool Ctx::get_bool(const char* key, bool& out) {
+    return kxsim::get_bool(req, key, out) || fail(std::string("\"") + key + "\" missing or not a boolean");
+}
+
+bool Ctx::get_str(const char* key, std::string& out) {
+    return kxsim::get_str(req, key, out) || fail(std::string("\"") + key + "\" missing or not a string");
+}
+
+bool Ctx::joints(const cJSON* obj, const char* key, Joints& out) {
+    int w[kMaxJoints];
+    if (!kxsim::get_ints(obj, key, static_cast<size_t>(arm.dof), w))
+        return fail(std::string("\"") + key + "\" missing or not " + std::to_string(arm.dof) + " integers");
+    out = Joints{};
+    for (int i = 0; i < arm.dof; ++i) out[i] = w[i] / 1000.0;
+    return true;
+}
+
+bool Ctx::has_sensor(Edition need) {
+    static const char* const kSensors[] = {"no force sensor (edition P)", "a one-axis Fz sensor (edition QA)",
+                                           "a six-axis force sensor (edition QS)"};
+    if (need == kEditionP ? arm.edition != kEditionP : arm.edition == need) return true;
+    return fail(std::string("needs ") + (need == kEditionP ? "a force sensor" : kSensors[need]) + "; this arm has " +
+                kSensors[arm.edition]);
+}
+
+bool Ctx::pose(const cJSON* obj, const char* key, Mat4& out) {
+    int w[7];
+    if (kxsim::get_ints(obj, key, 6, w)) {
+        out = wire_to_mat(w);
+        return true;
+    }
+    if (!kxsim::get_ints(obj, "pose_quat", 7, w))
+        return fail(std::string("\"") + key + "\" (6 integers) or \"pose_quat\" (7) missing");
+    const double p[3] = {w[0] / 1e6, w[1] / 1e6, w[2] / 1e6};
+    const double qt[4] = {w[3] / 1e6, w[4] / 1e6, w[5] / 1e6, w[6] / 1e6};
+    out = from_quat(p, qt);
+    return true;
+}
+
+bool Ctx::get_ints(const char* key, size_t n, int* out) {
+    return kxsim::get_ints(req, key, n, out) ||
+           fail(std::string("\"") + key + "\" missing or not " + std::to_string(n) + " integers");
+}
 
 namespace {
 /* Filled while the command table is built, read-only afterwards. */
@@ -536,7 +733,7 @@ std::unordered_map<std::string, const IntSetting*>& settings_by_command() {
 void set_int_setting(Ctx& c) {
     const IntSetting& s = *settings_by_command().at(c.cmd);
     int v = 0;
-    const bool ok = get_int(c.req, s.field, v) && v >= s.lo && v <= s.hi;
+    const bool ok = c.int_in(s.field, s.lo, s.hi, v);
     if (ok) c.arm.*s.member = v;
     c.verdict(s.set_key, ok, s.set_reply);
 }
@@ -560,33 +757,32 @@ void add_int_settings(CommandTable& t, const IntSetting* rows, size_t n) {
     }
 }
 
+namespace {
+/* The reason of a refusal no check named: the request itself, shortened. */
+std::string unaccepted(const cJSON* req) {
+    constexpr size_t kShown = 160;
+    char* text = cJSON_PrintUnformatted(req);
+    std::string s = text ? text : "";
+    cJSON_free(text);
+    if (s.size() > kShown) s = s.substr(0, kShown) + "...";
+    return "a value or the arm's state does not allow " + s;
+}
+}  // namespace
+
 std::string handle_request(ArmState& arm, const cJSON* req, double now, Events& events) {
-    static const CommandTable table = [] {
-        CommandTable t;
-        add_motion_commands(t);
-        add_limit_commands(t);
-        add_frame_commands(t);
-        add_state_commands(t);
-        add_system_commands(t);
-        add_push_commands(t);
-        add_dh_commands(t);
-        add_force_commands(t);
-        add_drag_commands(t);
-        add_program_commands(t);
-        add_waypoint_commands(t);
-        add_io_commands(t);
-        add_modbus_commands(t);
-        add_effector_commands(t);
-        add_zone_commands(t);
-        return t;
-    }();
+    const CommandTable& table = command_table();
     std::string cmd;
     if (!get_str(req, "command", cmd)) return {};  // not a command: a controller ignores it
     arm.advance(now, events);
-    Ctx ctx{arm, req, cmd, now, events};
+    Ctx ctx{arm, req, cmd, now, events, nullptr, false, {}};
     const auto it = table.find(cmd);
-    if (it != table.end()) it->second(ctx);
-    else ctx.verdict("set_state", false);  // unknown command: refused
+    if (it != table.end()) {
+        it->second(ctx);
+    } else {
+        ctx.verdict("set_state", false);
+        ctx.why = "unknown command";
+    }
+    if (ctx.refused) events.push_back({cmd + " refused: " + (ctx.why.empty() ? unaccepted(req) : ctx.why), false, true});
     return ctx.reply ? print_and_delete(ctx.reply) : std::string{};
 }
 

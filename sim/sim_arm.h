@@ -12,8 +12,11 @@
 #include <cmath>
 #include <deque>
 #include <functional>
+#include <limits>
 #include <map>
+#include <memory>
 #include <string>
+#include <typeindex>
 #include <unordered_map>
 #include <vector>
 
@@ -23,6 +26,7 @@
 namespace kxsim {
 
 constexpr int kMaxJoints = 7;
+constexpr double kNoBound = std::numeric_limits<double>::infinity();
 using Joints = std::array<double, kMaxJoints>; /* degrees */
 using WireJoints = std::array<int, kMaxJoints>;
 
@@ -71,6 +75,19 @@ struct Segment {
     double brake_t = 0, brake_s = 0, brake_v = 0;
 };
 
+/* Streamed targets (pass-through, follow, force-position): each is checked
+ * against the joints' speed over the stream's period, measured as the mean
+ * gap over the last targets (a new stream starts from the default period),
+ * so that targets held up on their way and arriving together are judged by
+ * the sender's rate. */
+struct StreamState {
+    static constexpr size_t kWindow = 8;
+    std::deque<double> times; /* simulated arrival times of the last accepted targets */
+    /* The period to judge a target arriving at `now` by. */
+    double period(double now) const;
+    void accepted(double now);
+};
+
 /* Continuous teaching motion, until stopped. */
 struct Teach {
     enum Kind { kNone, kJoint, kPos, kOrt } kind = kNone;
@@ -79,10 +96,12 @@ struct Teach {
     Mat4 pose{};     /* Cartesian kinds: the commanded tool pose */
 };
 
-/* A line for the command connection, produced while the state changes. */
+/* A line produced while the state changes: for the command connection, or
+ * (note) for the simulator's log, where a developer reads why it refused. */
 struct Event {
     std::string text;
     bool motion_end = false;
+    bool note = false;
 };
 using Events = std::vector<Event>;
 
@@ -96,8 +115,9 @@ struct ForceState {
     std::array<double, 6> push{};   /* scripted external wrench on the tool, base frame */
     std::array<double, 6> offset{}; /* subtracted from the raw reading by zeroing */
     double surface_z = NAN;         /* stiff surface height in the base frame (m); NaN: right at the tool */
-    bool holding = false;           /* force-position control holds target along the tool axes */
-    std::array<double, 6> target{}; /* commanded contact wrench, tool frame */
+    bool holding = false;           /* force-position control holds `target` */
+    int frame = 1;                  /* axes of target and contact: 0 the base's, 1 the tool's */
+    std::array<double, 6> target{}; /* commanded contact wrench */
     std::array<double, 6> contact{};/* contact wrench reached so far */
     bool streaming = false;         /* Start_Force_Position_Move .. Stop */
     int drag_mode = 0;
@@ -158,44 +178,13 @@ struct Waypoint {
 
 /* ---- peripherals (one state struct per family) ---- */
 
-/* Controller I/O: four channels, the tool's two, and the supply voltages.
- * Mode 0 is a digital input, 1 a digital output; the others are the
- * controller's special modes (14: realtime speed, with its speed and mode). */
-struct IoState {
-    static constexpr int kChannels = 4, kToolChannels = 2;
-    int mode[kChannels] = {1, 1, 0, 0};
-    int out[kChannels] = {};
-    int in[kChannels] = {}; /* driven from outside */
-    int rt_speed[kChannels] = {}, rt_mode[kChannels] = {};
-    int voltage = 2; /* 0 0 V, 1 5 V (not offered), 2 12 V, 3 24 V */
-    int tool_mode[kToolChannels] = {};
-    int tool_out[kToolChannels] = {}, tool_in[kToolChannels] = {};
-    int tool_voltage = 0;
-};
-
-/* RS485 ports and the emulated Modbus slave at device address 1 behind
- * every master port (0 controller RS485, 1 tool RS485, 2 the TCP link). */
-struct ModbusState {
-    static constexpr int kSlave = 1, kTable = 1000;
-    static constexpr int kTcpPort = 2;
-    struct Rtu {
-        bool master = false;
-        int baudrate = 115200, timeout = 0;
-    } rtu[2];
-    bool tcp = false;
-    std::string tcp_ip;
-    int tcp_port = 0, tcp_timeout = 0;
-    std::vector<int> coils = std::vector<int>(kTable), inputs = std::vector<int>(kTable);
-    std::vector<int> holding = std::vector<int>(kTable), input_regs = std::vector<int>(kTable);
-};
-
 /* One device moving a single coordinate toward a target at a rate, in
  * simulated time. */
 struct Drive {
     double pos = 0, target = 0, rate = 0; /* units, units per second */
     bool moving = false;
     bool velocity = false; /* runs at `rate` until a limit or a stop */
-    bool report = true;    /* ends with a completion event */
+    bool report = true;    /* ends with a completion event (positioning moves; not runs at a speed) */
     /* Advances by dt within [lo, hi]; true when a positioning move just ended. */
     bool step(double dt, double lo, double hi);
 };
@@ -209,10 +198,16 @@ struct EffectorState {
     int grip_mode = 0;                   /* 0 idle, 1 opening, 2 closing, 3 positioning */
     int object_width = 0;                /* 0: nothing between the fingers */
     bool grip_hold = false;              /* pick_on keeps the force */
-    /* hand: postures and sequences 1..40 */
+    /* hand: postures and sequences 1..40, six fingers; a finger's position
+     * runs 0 (open) .. 1000 (closed), its angle is the position x kHandDegrees
+     * in 0.01 degree */
+    static constexpr double kHandDegrees = 17.8;
     int hand_speed = 500, hand_force = 500;
     int hand_angle[6] = {}, hand_pos[6] = {};
+    int hand_from[6] = {}, hand_to[6] = {}; /* a posture's start and goal positions */
     Drive hand;          /* runs 0..1 over a posture or sequence */
+    /* The hand as the realtime push reports it. */
+    void hand_state(int pos[6], int angle[6], int force[6], int state[6]) const;
     /* lift (mm, 0..1000) and expansion axis (0.001 deg, -180000..180000) */
     Drive lift, expand;
 
@@ -232,14 +227,22 @@ struct ZoneSwitch {
     int in_out_side = 0; /* 0 the tool stays inside, 1 outside */
     int region = 0;
 };
+/* Arm errors, read with the arm state and cleared by clear_system_err. */
+enum ArmError {
+    kProgramError = 0x5001,       /* a program line failed */
+    kFenceError = 0x5008,         /* the tool point would leave the electronic fence's allowed side */
+    kWallError = 0x5009,          /* the tool point would cross the virtual wall */
+    kStreamSpeedError = 0x500A,   /* a streamed target farther than a joint can go in one period */
+    kSelfCollisionError = 0x500B, /* two links of the arm would come too close */
+};
+
 struct ZoneState {
     static constexpr int kMaxFences = 10;
-    static constexpr int kFenceError = 0x5008, kWallError = 0x5009; /* cleared by clear_system_err */
     std::vector<Zone> fences;
     Zone fence, wall;
     ZoneSwitch fence_on, wall_on;
     bool self_collision = false;
-    /* The error code of the first zone the tool point p (metres, base frame) violates, or 0. */
+    /* The error of the first zone the tool point p (metres, base frame) violates, or 0. */
     int violation(const double p[3]) const;
 };
 
@@ -279,8 +282,6 @@ struct ArmState {
     PushConfig push;
 
     /* ---- peripherals and safety zones ---- */
-    IoState io;
-    ModbusState modbus;
     EffectorState effectors;
     ZoneState zones;
 
@@ -292,6 +293,7 @@ struct ArmState {
     double last_t = 0;
     double stream_until = -1;
     const char* stream_status = "idle";
+    StreamState stream;
     double last_end_sim = -1;
 
     /* ---- force, drag teaching, programs, waypoints ---- */
@@ -326,30 +328,66 @@ struct ArmState {
     enum Telemetry { kTemperature, kCurrent, kVoltage };
     WireJoints telemetry(Telemetry kind) const;
     std::vector<int> error_list() const; /* [0] when there is no error */
+    void raise(ArmError e);              /* once: an error already held is not repeated */
+    bool holds(ArmError e) const;
 
     /* Motion. */
     bool can_move() const;
     bool moving() const { return running() != nullptr || teach.kind != Teach::kNone; }
     const Segment* running() const;
     Joints plan_start() const; /* where the next queued motion starts */
-    bool plan_joint(const Joints& target, int v, Segment& seg) const;
+    /* Plans a motion; false with the reason when it cannot run. */
+    bool plan_joint(const Joints& target, int v, Segment& seg, std::string& why) const;
     /* Cartesian path through tool poses path(s), s in [0, 1]. */
-    bool plan_path(const std::function<Mat4(double)>& path, double length, double angle, int v,
-                   Segment& seg) const;
+    bool plan_path(const std::function<Mat4(double)>& path, double length, double angle, int v, Segment& seg,
+                   std::string& why) const;
+    /* Runs seg along its path at most at rate vs and acceleration as of the
+     * path parameter (kNoBound: none of their own), within every joint's
+     * speed (times f) and acceleration. */
+    void bound_profile(Segment& seg, double f, double vs, double as) const;
+    /* Why the arm cannot move now ("" when it can). */
+    std::string motion_blocker() const;
+    /* Why joints j are not within the limits ("" when they are). */
+    std::string beyond_limits(const Joints& j) const;
     void enqueue(Segment seg, double now, Events& out);
     void advance(double now, Events& out);
     void stop(bool slow, double now, Events& out);
     void drop_current(Events& out);
-    void stream_to(const Joints& target, const char* status, double now);
+    /* Moves straight to a streamed target, unless it is beyond a joint's
+     * limit, farther than a joint can go in the stream's period (that raises
+     * kStreamSpeedError) or folds the arm onto itself while self-collision
+     * detection is on (kSelfCollisionError); after either error targets are
+     * refused until it is cleared. False with the reason when refused. */
+    bool stream_to(const Joints& target, const char* status, double now, std::string& why);
+    /* The queued planned motion sampled every dt of simulated time, from its
+     * start, without running it. */
+    std::vector<Joints> preview(double dt) const;
     const char* status() const;
 
     const ToolFrame* current_tool() const;
     const WorkFrame* current_work() const;
 
+    /* The state a family keeps in its own file: one T per arm, made on first use. */
+    template <class T>
+    T& family_state() {
+        return state_slot<T>();
+    }
+    template <class T>
+    const T& family_state() const {
+        return state_slot<T>();
+    }
+
 private:
+    template <class T>
+    T& state_slot() const {
+        std::shared_ptr<void>& slot = family_states_[std::type_index(typeid(T))];
+        if (!slot) slot = std::make_shared<T>();
+        return *static_cast<T*>(slot.get());
+    }
+    mutable std::unordered_map<std::type_index, std::shared_ptr<void>> family_states_; /* made on first use */
     Mat4 flange_target(const Mat4& tool_target) const;
     bool reaches(const Joints& j, const Mat4& flange_target) const;
-    bool finish_plan(Segment& seg, int v, double length, double angle) const;
+    bool finish_plan(Segment& seg, int v, double length, double angle, std::string& why) const;
     void end_segment(bool reached, Events& out);
     void step_teach(double dt);
 };
@@ -381,11 +419,32 @@ struct Ctx {
     double now; /* simulated seconds */
     Events& events;
     cJSON* reply = nullptr;
+    bool refused = false;
+    std::string why; /* the reason of a refusal: the last one given */
 
     /* Starts the reply {"command": name}; name defaults to the request's. */
     cJSON* answer(const char* name = nullptr);
-    /* A reply whose only member is the outcome boolean. */
+    /* A reply whose only member is the outcome boolean; false is a refusal,
+     * logged with its reason. */
     void verdict(const char* key, bool ok, const char* name = nullptr);
+    /* A refusal without a reply (streamed targets). */
+    void refuse(const std::string& reason);
+    /* Notes the reason of a failing condition; returns false. */
+    bool fail(std::string reason);
+    bool check(bool ok, const char* reason) { return ok || fail(reason); }
+    /* Request readers that note which member failed. */
+    bool get_int(const char* key, int& out);
+    bool int_in(const char* key, int lo, int hi, int& out);
+    bool get_bool(const char* key, bool& out);
+    bool get_str(const char* key, std::string& out);
+    bool get_ints(const char* key, size_t n, int* out);
+    /* A joint target of the arm's joint count (wire units: degrees x 1000) in
+     * obj[key]; a pose (6 integers, or 7 as "pose_quat") in obj[key]. */
+    bool joints(const cJSON* obj, const char* key, Joints& out);
+    /* Whether the arm carries the force sensor of edition `need` (kEditionP:
+     * any sensor); notes what is missing. */
+    bool has_sensor(Edition need = kEditionP);
+    bool pose(const cJSON* obj, const char* key, Mat4& out);
 };
 
 using Handler = void (*)(Ctx&);
@@ -405,44 +464,32 @@ struct IntSetting {
 };
 void add_int_settings(CommandTable& t, const IntSetting* rows, size_t n);
 
-void add_motion_commands(CommandTable& t);
-void add_limit_commands(CommandTable& t);
-void add_frame_commands(CommandTable& t);
-void add_state_commands(CommandTable& t);
-void add_system_commands(CommandTable& t);
-void add_push_commands(CommandTable& t);
-void add_dh_commands(CommandTable& t);
-void add_io_commands(CommandTable& t);
-void add_modbus_commands(CommandTable& t);
-void add_effector_commands(CommandTable& t);
-void add_zone_commands(CommandTable& t);
+/* ---- the families (sim_family.h, sim_registry.cpp) ---- */
+
+/* Every family's commands. */
+const CommandTable& command_table();
+/* Every family's step in simulated time, at the end of every advance. */
+void advance_families(ArmState& arm, double dt, Events& out);
+/* Whether a family needs the clock to tick although no motion runs. */
+bool families_busy(const ArmState& arm);
+/* A stop command ends what the families run (a program). */
+void stop_families(ArmState& arm, Events& out);
+/* Applies the test hook of that name: 1 done, 0 its arguments refused, -1 no such hook. */
+int apply_hook(ArmState& arm, const std::string& name, const std::vector<double>& args);
 
 /* Whether a planned motion keeps the tool point clear of every enabled
- * zone; otherwise the zone's error is raised and false returned. */
-bool zones_allow(ArmState& arm, const Segment& seg);
+ * zone, and (when enabled) the links clear of each other; otherwise the
+ * error is raised and the refusal noted. */
+bool zones_allow(Ctx& c, const Segment& seg);
+/* Why joints j bring two links of the arm too close ("" when they do not). */
+std::string self_collision(const ArmState& arm, const Joints& j);
 
-void add_force_commands(CommandTable& t);
-void add_drag_commands(CommandTable& t);
-void add_program_commands(CommandTable& t);
-void add_waypoint_commands(CommandTable& t);
-
-/* Force, drag teaching and programs in simulated time: the hand motion and
- * recording, a save's point stream, the force reached on contact and the
- * running program. Called at the end of every advance. */
-void advance_families(ArmState& arm, double dt, Events& out);
-void advance_force(ArmState& arm, double dt);
-void advance_drag(ArmState& arm, double dt, Events& out);
-void advance_program(ArmState& arm, Events& out);
-/* Whether those need the clock to tick although no motion runs. */
-bool families_busy(const ArmState& arm);
-/* A stop ends a running program. */
-void stop_program(ArmState& arm, Events& out);
 /* Raw bytes of an announced program upload: consumes what belongs to it and
  * sets `reply` ("download_project") when it is complete. */
-size_t take_upload(ArmState& arm, const char* data, size_t n, double now, std::string& reply);
+size_t take_upload(ArmState& arm, const char* data, size_t n, double now, std::string& reply, Events& out);
 /* A line of an unannounced upload (one begins with a {"file":...} line):
  * true when consumed; `reply` is set when the upload is complete. */
-bool loose_line(ArmState& arm, const std::string& line, double now, std::string& reply);
+bool loose_line(ArmState& arm, const std::string& line, double now, std::string& reply, Events& out);
 /* Raw and zeroed sensor wrench, sensor frame (N, N m). */
 void sensor_wrench(const ArmState& arm, double raw[6], double zeroed[6]);
 

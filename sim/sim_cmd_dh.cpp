@@ -1,7 +1,7 @@
 // DH parameters: "joint_k" = [alpha deg x 1000, a m x 1e6, d m x 1e6, offset deg x 1000].
 #include <string>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -17,7 +17,7 @@ void get_dh(Ctx& c) {
 void set_dh(Ctx& c) {
     int rows[kMaxJoints][4];
     bool ok = true;
-    for (int i = 0; ok && i < c.arm.dof; ++i) ok = get_ints(c.req, joint_key(i).c_str(), 4, rows[i]);
+    for (int i = 0; ok && i < c.arm.dof; ++i) ok = c.get_ints(joint_key(i).c_str(), 4, rows[i]);
     if (ok) {
         for (int i = 0; i < c.arm.dof; ++i)
             for (int k = 0; k < 4; ++k) c.arm.dh[i][k] = rows[i][k];
@@ -33,10 +33,16 @@ void set_dh_default(Ctx& c) {
 
 }  // namespace
 
-void add_dh_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["get_DH_data"] = get_dh;
     t["set_DH_data"] = set_dh;
     t["set_DH_data_default"] = set_dh_default;
 }
+
+}  // namespace
+
+const Family dh_family{"dh", commands};
 
 }  // namespace kxsim

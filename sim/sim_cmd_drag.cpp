@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -20,11 +20,17 @@ std::string point_line(const WireJoints& w, int dof) {
     return print_and_delete(o);
 }
 
+/* Drag teaching starts on a movable arm at rest that is not being taught. */
+bool can_teach(Ctx& c) {
+    const std::string blocker = c.arm.motion_blocker();
+    return c.check(blocker.empty(), blocker.c_str()) && c.check(!c.arm.running(), "a planned motion is running") &&
+           c.check(!c.arm.drag.teaching, "drag teaching is already on");
+}
+
 void start_drag(Ctx& c) {
     ArmState& a = c.arm;
     int record = 0;
-    const bool ok = get_int(c.req, "trajectory_record", record) && a.can_move() && !a.running() &&
-                    !a.drag.teaching;
+    const bool ok = c.get_int("trajectory_record", record) && can_teach(c);
     if (ok) {
         a.teach = Teach{};
         a.drag.teaching = true;
@@ -47,14 +53,14 @@ void stop_drag(Ctx& c) {
 
 void start_multi(Ctx& c) {
     int frame = 0, mode = 0;
-    const bool has_frame = get_int(c.req, "frame", frame);
-    bool ok = (has_frame && frame >= 0 && frame <= 1) || (get_int(c.req, "mode", mode) && mode >= 0 && mode <= 3);
+    const bool has_frame = c.get_int("frame", frame);
+    bool ok = (has_frame && frame >= 0 && frame <= 1) || (c.int_in("mode", 0, 3, mode));
     /* free axes are a six-axis sensor's */
     if (ok && cJSON_GetObjectItemCaseSensitive(c.req, "free_axes")) {
         int axes[6];
-        ok = c.arm.edition == kEditionQS && get_ints(c.req, "free_axes", 6, axes);
+        ok = c.has_sensor(kEditionQS) && c.get_ints("free_axes", 6, axes);
     }
-    ok = ok && c.arm.can_move() && !c.arm.running();
+    ok = ok && can_teach(c);
     if (ok) {
         c.arm.drag.teaching = true;
         c.arm.drag.recording = false;
@@ -74,9 +80,7 @@ bool plan_replay(const ArmState& a, Segment& seg) {
     seg.path.clear();
     for (const WireJoints& w : a.drag.path) seg.path.push_back(joints_of(a, w));
     const double duration = static_cast<double>(a.drag.path.size() - 1) * cycle_of(a);
-    seg.vs = 1.0 / duration;
-    seg.as = seg.vs * 1e4; /* constant rate, as recorded */
-    seg.duration = seg.vs / seg.as + 1.0 / seg.vs;
+    a.bound_profile(seg, 1.0, 1.0 / duration, kNoBound); /* the recorded rate, within the joints' limits */
     seg.type = "re_trajectory";
     seg.status = "move_J";
     const WireJoints& end = a.drag.path.back();
@@ -96,13 +100,18 @@ void origin(Ctx& c) {
     ArmState& a = c.arm;
     Segment seg;
     if (a.drag.teaching || a.drag.path.empty() || a.running()) return;
-    if (a.plan_joint(joints_of(a, a.drag.path.front()), 50, seg)) a.enqueue(std::move(seg), c.now, c.events);
+    std::string why;
+    if (a.plan_joint(joints_of(a, a.drag.path.front()), 50, seg, why)) a.enqueue(std::move(seg), c.now, c.events);
+    else c.refuse(why);
 }
 
 void run_replay(Ctx& c) {
     ArmState& a = c.arm;
     Segment seg;
-    const bool ok = !a.drag.teaching && !a.running() && at_origin(a) && plan_replay(a, seg);
+    const bool ok = c.check(!a.drag.teaching, "drag teaching is on") &&
+                    c.check(!a.running(), "a planned motion is running") &&
+                    c.check(at_origin(a), "the arm is not at the recorded path's start (drag_trajectory_origin)") &&
+                    c.check(plan_replay(a, seg), "no recorded path to replay, or the arm cannot move");
     if (ok) a.enqueue(std::move(seg), c.now, c.events);
     c.verdict("run_state", ok);
 }
@@ -116,7 +125,9 @@ void save(Ctx& c) {
     ArmState& a = c.arm;
     DragState& d = a.drag;
     std::string name;
-    const bool ok = get_str(c.req, "trajectory_name", name) && !name.empty() && !d.teaching && !d.path.empty();
+    const bool ok = c.get_str("trajectory_name", name) && c.check(!name.empty(), "empty \"trajectory_name\"") &&
+                    c.check(!d.teaching, "drag teaching is still on") && c.check(!d.path.empty(), "nothing recorded");
+    if (!ok) c.refuse(c.why);
     cJSON* r = c.answer();
     add_bool(r, "save_state", ok);
     if (!ok) return;
@@ -149,35 +160,60 @@ void advance_drag(ArmState& a, double dt, Events& out) {
     }
 }
 
-void add_drag_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["start_drag_teach"] = start_drag;
     t["stop_drag_teach"] = stop_drag;
     t["start_multi_drag_teach"] = start_multi;
     t["drag_trajectory_origin"] = origin;
     t["run_drag_trajectory"] = run_replay;
     t["pause_drag_trajectory"] = [](Ctx& c) {
-        const bool ok = replaying(c.arm);
+        const bool ok = c.check(replaying(c.arm), "no replay is running");
         if (ok) c.arm.paused = true;
         c.verdict("pause_state", ok);
     };
     t["continue_drag_trajectory"] = [](Ctx& c) {
-        const bool ok = replaying(c.arm) && c.arm.paused;
+        const bool ok = c.check(replaying(c.arm) && c.arm.paused, "no replay is paused");
         if (ok) c.arm.paused = false;
         c.verdict("continue_state", ok);
     };
     t["stop_drag_trajectory"] = [](Ctx& c) {
-        const bool ok = replaying(c.arm);
+        const bool ok = c.check(replaying(c.arm), "no replay is running");
         if (ok) c.arm.stop(false, c.now, c.events);
         c.verdict("stop_state", ok);
     };
     t["save_trajectory"] = save;
     t["set_drag_teach_sensitivity"] = [](Ctx& c) {
         int g = 0;
-        const bool ok = get_int(c.req, "grade", g) && g >= 1 && g <= 100;
+        const bool ok = c.int_in("grade", 1, 100, g);
         if (ok) c.arm.drag.sensitivity = g;
         c.verdict("set_state", ok);
     };
     t["get_drag_teach_sensitivity"] = [](Ctx& c) { add_int(c.answer(), "grade", c.arm.drag.sensitivity); };
 }
+
+}  // namespace
+
+const Family drag_family{
+    "drag",
+    commands,
+    advance_drag,
+    [](const ArmState& a) { return a.drag.teaching || !a.drag.outgoing.empty(); },
+    nullptr,
+    {/* The operator's hand while teaching (args: joint rates, deg/s). */
+     {"hand_motion",
+      [](ArmState& a, const std::vector<double>& v) {
+          a.drag.hand_rate = v;
+          return true;
+      }},
+     /* Faults of the next save (args: points before the stream falls silent or -1, the
+      * malformed point 1-based or -1). */
+     {"save_faults", [](ArmState& a, const std::vector<double>& v) {
+          if (v.size() != 2) return false;
+          a.drag.silence_after = static_cast<int>(v[0]);
+          a.drag.malformed_at = static_cast<int>(v[1]);
+          return true;
+      }}}};
 
 }  // namespace kxsim

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -29,16 +29,13 @@ std::string completion_event(int device) {
     return print_and_delete(o);
 }
 
-bool in_range(const cJSON* req, const char* key, int lo, int hi, int& out) {
-    return get_int(req, key, out) && out >= lo && out <= hi;
-}
-
-/* A positioning move of `d` to `target` at `rate`, announced or not. */
-void start(Drive& d, double target, double rate, bool report) {
+/* A positioning move of `d` to `target` at `rate`; its end is announced
+ * whether or not the caller waits for it. */
+void start(Drive& d, double target, double rate) {
     d.target = target;
     d.rate = std::fabs(rate);
     d.velocity = false;
-    d.report = report;
+    d.report = true;
     d.moving = true;
 }
 
@@ -47,7 +44,7 @@ void start(Drive& d, double target, double rate, bool report) {
 void gripper_route(Ctx& c) {
     EffectorState& e = c.arm.effectors;
     int lo = 0, hi = 0;
-    const bool ok = in_range(c.req, "min", kRouteLo, kRouteHi, lo) && in_range(c.req, "max", kRouteLo, kRouteHi, hi) &&
+    const bool ok = c.int_in("min", kRouteLo, kRouteHi, lo) && c.int_in("max", kRouteLo, kRouteHi, hi) &&
                     lo < hi;
     if (ok) {
         e.route_min = lo;
@@ -56,23 +53,23 @@ void gripper_route(Ctx& c) {
     c.verdict("state", ok);
 }
 
-/* The gripper acknowledges every motion as "set_gripper". Its completion is
- * announced when the caller blocks on it. */
+/* The gripper acknowledges every motion as "set_gripper"; "block" only
+ * tells whether the caller waits. */
 void gripper_motion(Ctx& c, int mode) {
     EffectorState& e = c.arm.effectors;
     int speed = 0, force = 0, position = 0;
     bool block = false;
-    bool ok = get_bool(c.req, "block", block);
-    if (mode == 3) ok = ok && in_range(c.req, "position", e.route_min, e.route_max, position);
-    else ok = ok && in_range(c.req, "speed", 1, 1000, speed);
-    if (mode == 2) ok = ok && in_range(c.req, "force", 1, 1000, force);
+    bool ok = c.get_bool("block", block);
+    if (mode == 3) ok = ok && c.int_in("position", e.route_min, e.route_max, position);
+    else ok = ok && c.int_in("speed", 1, 1000, speed);
+    if (mode == 2) ok = ok && c.int_in("force", 1, 1000, force);
     if (ok) {
         e.grip_mode = mode;
         e.grip_status = 1;
         e.grip_force = force;
         e.grip_hold = c.cmd == "set_gripper_pick_on";
         const double target = mode == 1 ? e.route_max : mode == 2 ? e.route_min : position;
-        start(e.gripper, target, mode == 3 ? 500 : speed, block);
+        start(e.gripper, target, mode == 3 ? 500 : speed);
     }
     c.verdict("state", ok, "set_gripper");
 }
@@ -94,19 +91,25 @@ void gripper_state(Ctx& c) {
 
 /* ---- hand ---- */
 
-void hand_item(Ctx& c, const char* key) {
+/* Posture or sequence n closes each finger to a stored position; a
+ * sequence's offset keeps it apart from the posture of the same number. */
+void hand_item(Ctx& c, const char* key, int offset) {
     EffectorState& e = c.arm.effectors;
     int n = 0;
     bool block = false;
-    const bool ok = in_range(c.req, key, 1, kHandItems, n) && get_bool(c.req, "block", block);
+    const bool ok = c.int_in(key, 1, kHandItems, n) && c.get_bool("block", block);
     if (ok) {
+        for (int k = 0; k < 6; ++k) {
+            e.hand_from[k] = e.hand_pos[k];
+            e.hand_to[k] = ((n + offset) * 97 + k * 151) % 11 * 100;
+        }
         e.hand.pos = 0;
-        start(e.hand, 1.0, e.hand_speed / 1000.0 / kHandItemSeconds, block);
+        start(e.hand, 1.0, e.hand_speed / 1000.0 / kHandItemSeconds);
     }
     c.verdict("set_state", ok);
 }
-void hand_posture(Ctx& c) { hand_item(c, "posture_num"); }
-void hand_seq(Ctx& c) { hand_item(c, "seq_num"); }
+void hand_posture(Ctx& c) { hand_item(c, "posture_num", 0); }
+void hand_seq(Ctx& c) { hand_item(c, "seq_num", 5); }
 
 bool hand_values(const cJSON* req, const char* key, int (&out)[6]) {
     int v[6];
@@ -117,14 +120,28 @@ bool hand_values(const cJSON* req, const char* key, int (&out)[6]) {
     return true;
 }
 
-void hand_angle(Ctx& c) { c.verdict("set_state", hand_values(c.req, "hand_angle", c.arm.effectors.hand_angle)); }
-/* Streaming targets: echoed for a caller that waits for it. */
-void hand_follow_angle(Ctx& c) { c.verdict("set_state", hand_values(c.req, "hand_angle", c.arm.effectors.hand_angle)); }
-void hand_follow_pos(Ctx& c) { c.verdict("set_state", hand_values(c.req, "hand_pos", c.arm.effectors.hand_pos)); }
+/* Fingers set straight to angles or positions (the follow forms are
+ * streaming targets, echoed for a caller that waits for it). */
+void hand_set(Ctx& c, const char* key, bool angles) {
+    EffectorState& e = c.arm.effectors;
+    int v[6];
+    const bool ok = c.check(hand_values(c.req, key, v), "needs six integers of 16 bits");
+    if (ok) {
+        e.hand.moving = false;
+        for (int k = 0; k < 6; ++k) {
+            e.hand_angle[k] = angles ? v[k] : static_cast<int>(std::lround(v[k] * EffectorState::kHandDegrees));
+            e.hand_pos[k] = angles ? static_cast<int>(std::lround(v[k] / EffectorState::kHandDegrees)) : v[k];
+        }
+    }
+    c.verdict("set_state", ok);
+}
+void hand_angle(Ctx& c) { hand_set(c, "hand_angle", true); }
+void hand_follow_angle(Ctx& c) { hand_set(c, "hand_angle", true); }
+void hand_follow_pos(Ctx& c) { hand_set(c, "hand_pos", false); }
 
 void hand_setting(Ctx& c, const char* key, int EffectorState::*member) {
     int v = 0;
-    const bool ok = in_range(c.req, key, 1, 1000, v);
+    const bool ok = c.int_in(key, 1, 1000, v);
     if (ok) c.arm.effectors.*member = v;
     c.verdict("set_state", ok);
 }
@@ -144,9 +161,9 @@ const AxisSpec kExpandSpec{&EffectorState::expand, "pos", kExpandLo, kExpandHi, 
 /* Positioning: speed 1..100 percent, target within the axis's travel. */
 void axis_move(Ctx& c, const AxisSpec& a, const char* verdict) {
     int speed = 0, target = 0;
-    const bool ok = in_range(c.req, "speed", 1, 100, speed) &&
-                    in_range(c.req, a.target_key, static_cast<int>(a.lo), static_cast<int>(a.hi), target);
-    if (ok) start(c.arm.effectors.*a.drive, target, speed * a.rate, true);
+    const bool ok = c.int_in("speed", 1, 100, speed) &&
+                    c.int_in(a.target_key, static_cast<int>(a.lo), static_cast<int>(a.hi), target);
+    if (ok) start(c.arm.effectors.*a.drive, target, speed * a.rate);
     c.verdict(verdict, ok);
 }
 void lift_height(Ctx& c) { axis_move(c, kLiftSpec, "set_state"); }
@@ -155,7 +172,7 @@ void expand_pos(Ctx& c) { axis_move(c, kExpandSpec, "set_pos_state"); }
 /* Velocity: -100..100 percent, 0 stops; runs until the end of travel. */
 void axis_speed(Ctx& c, const AxisSpec& a, const char* verdict) {
     int speed = 0;
-    const bool ok = in_range(c.req, "speed", -100, 100, speed);
+    const bool ok = c.int_in("speed", -100, 100, speed);
     if (ok) {
         Drive& d = c.arm.effectors.*a.drive;
         d.velocity = speed != 0;
@@ -207,12 +224,31 @@ void EffectorState::advance(double dt, Events& out) {
         grip_status = closing ? (stop_at > 0 && gripper.pos == stop_at ? 2 : 3) : 0;
         if (gripper.report) out.push_back({completion_event(kGripperDevice), true});
     }
-    if (hand.step(dt, 0, 1) && hand.report) out.push_back({completion_event(kHandDevice), true});
+    if (hand.moving) {
+        const bool done = hand.step(dt, 0, 1);
+        for (int k = 0; k < 6; ++k) {
+            hand_pos[k] = static_cast<int>(std::lround(hand_from[k] + (hand_to[k] - hand_from[k]) * hand.pos));
+            hand_angle[k] = static_cast<int>(std::lround(hand_pos[k] * kHandDegrees));
+        }
+        if (done && hand.report) out.push_back({completion_event(kHandDevice), true});
+    }
     if (lift.step(dt, kLiftLo, kLiftHi) && lift.report) out.push_back({completion_event(kLiftDevice), true});
     if (expand.step(dt, kExpandLo, kExpandHi) && expand.report) out.push_back({completion_event(kExpandDevice), true});
 }
 
-void add_effector_commands(CommandTable& t) {
+void EffectorState::hand_state(int pos[6], int angle[6], int force[6], int state[6]) const {
+    for (int k = 0; k < 6; ++k) {
+        pos[k] = hand_pos[k];
+        angle[k] = hand_angle[k];
+        // A finger closed past half way presses with up to the set force.
+        force[k] = hand_force * std::clamp(hand_pos[k] - 500, 0, 500) / 500;
+        state[k] = hand.moving ? 1 : 0;
+    }
+}
+
+namespace {
+
+void commands(CommandTable& t) {
     t["set_gripper_route"] = gripper_route;
     t["set_gripper_release"] = gripper_release;
     t["set_gripper_pick"] = gripper_pick;
@@ -233,5 +269,20 @@ void add_effector_commands(CommandTable& t) {
     t["expand_set_speed"] = expand_speed;
     t["expand_set_pos"] = expand_pos;
 }
+
+}  // namespace
+
+const Family effector_family{
+    "effector",
+    commands,
+    [](ArmState& a, double dt, Events& out) { a.effectors.advance(dt, out); },
+    [](const ArmState& a) { return a.effectors.busy(); },
+    nullptr,
+    /* An object between the gripper's fingers (args: width 1..1000, 0 nothing). */
+    {{"gripper_object", [](ArmState& a, const std::vector<double>& v) {
+          if (v.size() != 1) return false;
+          a.effectors.object_width = std::clamp(static_cast<int>(v[0]), 0, 1000);
+          return true;
+      }}}};
 
 }  // namespace kxsim

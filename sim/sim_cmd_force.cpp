@@ -2,16 +2,17 @@
 // arms) and force-position control. The sensor feels the payload's weight,
 // a scripted external push and the contact force that force-position
 // control holds against a stiff surface.
+#include <algorithm>
 #include <cmath>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
 namespace {
 
 constexpr double kGravity = 9.81;
-constexpr double kSettle = 0.05;            /* s: time constant of the contact force */
+constexpr double kSettle = 0.02;            /* s: time constant of the contact force */
 constexpr double kContactReach = 1e-3;      /* m: the tool touches the surface within this */
 const double kBias[6] = {0.8, -0.5, 1.2, 0.02, -0.01, 0.015}; /* the sensor's own offset */
 
@@ -69,7 +70,7 @@ void add_scaled(cJSON* r, const char* key, const double* v, size_t n) {
 
 /* Sensor commands are refused by an arm without that sensor. */
 bool has(Ctx& c, Edition e, const char* key) {
-    if (c.arm.edition == e) return true;
+    if (c.has_sensor(e)) return true;
     c.verdict(key, false);
     return false;
 }
@@ -112,7 +113,7 @@ void clear_sensor(Ctx& c, Edition e, const char* key) {
 
 /* Calibration outcomes all come back as "set_force_sensor". */
 void calibrated(Ctx& c, Edition e) {
-    if (c.arm.edition != e) return c.verdict("set_state", false, "set_force_sensor");
+    if (!c.has_sensor(e)) return c.verdict("set_state", false, "set_force_sensor");
     zero_sensor(c.arm);
     c.arm.force.manual_poses = 0;
     c.verdict("set_state", true, "set_force_sensor");
@@ -121,7 +122,7 @@ void calibrated(Ctx& c, Edition e) {
 void manual_pose(Ctx& c) {
     const int pose = c.cmd.back() - '0';
     int w[kMaxJoints];
-    const bool ok = c.arm.edition == kEditionQS && get_ints(c.req, "joint", static_cast<size_t>(c.arm.dof), w) &&
+    const bool ok = c.has_sensor(kEditionQS) && c.get_ints("joint", static_cast<size_t>(c.arm.dof), w) &&
                     pose == c.arm.force.manual_poses + 1;
     if (!ok) {
         c.arm.force.manual_poses = 0;
@@ -135,32 +136,38 @@ void manual_pose(Ctx& c) {
 void manual_fz(Ctx& c) {
     int a[kMaxJoints], b[kMaxJoints];
     const size_t n = static_cast<size_t>(c.arm.dof);
-    if (!get_ints(c.req, "pose1", n, a) || !get_ints(c.req, "pose2", n, b))
+    if (!c.get_ints("pose1", n, a) || !c.get_ints("pose2", n, b))
         return c.verdict("set_state", false, "set_force_sensor");
     calibrated(c, kEditionQA);
 }
 
 /* ---- force-position control ---- */
 
-void hold(ArmState& a, int axis, double force) {
-    a.force.target = {};
-    if (axis >= 0 && axis < 6) a.force.target[axis] = force;
-    a.force.holding = true;
+/* Holds `force` along (or about) `axis` of the base (mode 0) or tool (mode 1) axes. */
+void hold(ArmState& a, int mode, int axis, double force) {
+    ForceState& f = a.force;
+    if (mode != f.frame) f.contact = {}; /* the contact so far was along other axes */
+    f.frame = mode;
+    f.target = {};
+    if (axis >= 0 && axis < 6) f.target[axis] = force;
+    f.holding = true;
 }
+
+bool read_mode(Ctx& c, int& mode) { return c.int_in("mode", 0, 1, mode); }
 
 void set_force_position(Ctx& c) {
     ForceState& f = c.arm.force;
     int sensor = 0, mode = 0, dir = 0, n = 0;
     int desired[6], control[6], vel[6];
-    bool ok = c.arm.edition != kEditionP && get_int(c.req, "sensor", sensor) && get_int(c.req, "mode", mode);
-    if (ok && get_int(c.req, "direction", dir)) {
-        ok = get_int(c.req, "N", n) && dir >= 0 && dir < 6;
-        if (ok) hold(c.arm, dir, n / 10.0);
+    bool ok = c.has_sensor() && c.get_int("sensor", sensor) && read_mode(c, mode);
+    if (ok && c.get_int("direction", dir)) {
+        ok = c.get_int("N", n) && c.check(dir >= 0 && dir < 6, "\"direction\" outside 0..5");
+        if (ok) hold(c.arm, mode, dir, n / 10.0);
     } else if (ok) {
-        ok = get_ints(c.req, "desired_force", 6, desired) && get_ints(c.req, "control_mode", 6, control) &&
-             get_ints(c.req, "limit_vel", 6, vel);
+        ok = c.get_ints("desired_force", 6, desired) && c.get_ints("control_mode", 6, control) &&
+             c.get_ints("limit_vel", 6, vel);
         if (ok) {
-            hold(c.arm, -1, 0);
+            hold(c.arm, mode, -1, 0);
             for (int i = 0; i < 6; ++i) f.target[i] = control[i] ? desired[i] / 10.0 : 0.0;
         }
     }
@@ -175,32 +182,39 @@ void stop_force_position(Ctx& c) {
 
 void force_move_mode(Ctx& c) {
     const bool start = c.cmd == "Start_Force_Position_Move";
-    const bool ok = c.arm.edition != kEditionP;
+    const bool ok = c.has_sensor();
     if (ok) c.arm.force.streaming = start;
     if (ok && !start) c.arm.force.holding = false;
     c.verdict("set_state", ok);
 }
 
+/* A stiff surface stops the tool: a target below it is met on it, so that
+ * the commanded force, not the target, decides how hard the tool presses. */
+bool stays_on_surface(const ArmState& a, Joints& target) {
+    if (std::isnan(a.force.surface_z)) return true;
+    Mat4 tool = mul(a.flange(target), a.tool_in_base());
+    if (tool[2][3] >= a.force.surface_z) return true;
+    tool[2][3] = a.force.surface_z;
+    return a.track(mul(inverse(a.work_in_base()), tool), a.q, target);
+}
+
 /* A streamed target: no reply. The arm goes there and holds the force. */
 void force_position_move(Ctx& c) {
     ArmState& a = c.arm;
-    if (!a.force.streaming || a.moving()) return;
-    int w[kMaxJoints];
     Joints target{};
-    bool ok = false;
-    if (get_ints(c.req, "joint", static_cast<size_t>(a.dof), w)) {
-        for (int i = 0; i < a.dof; ++i) target[i] = w[i] / 1000.0;
-        ok = a.within_limits(target);
-    } else if (get_ints(c.req, "pose", 6, w)) {
-        ok = a.track(wire_to_mat(w), a.q, target);
-    } else if (get_ints(c.req, "pose_quat", 7, w)) {
-        const double p[3] = {w[0] / 1e6, w[1] / 1e6, w[2] / 1e6};
-        const double qt[4] = {w[3] / 1e6, w[4] / 1e6, w[5] / 1e6, w[6] / 1e6};
-        ok = a.track(from_quat(p, qt), a.q, target);
-    }
-    if (ok) a.stream_to(target, "move_through_force_pose", c.now);
-    int dir = 0, force = 0;
-    if (get_int(c.req, "dir", dir) && get_int(c.req, "force", force)) hold(a, dir, force / 10.0);
+    Mat4 pose{};
+    int dir = 0, force = 0, mode = 0;
+    if (!c.check(a.force.streaming, "force-position streaming is not started") ||
+        !c.check(!a.moving(), "a planned motion is running"))
+        return c.refuse(c.why);
+    const bool by_joints = cJSON_GetObjectItemCaseSensitive(c.req, "joint") != nullptr;
+    if (by_joints ? !c.joints(c.req, "joint", target) : !c.pose(c.req, "pose", pose)) return c.refuse(c.why);
+    if (!by_joints && !a.track(pose, a.q, target)) return c.refuse("the pose is out of reach");
+    if (!read_mode(c, mode)) return c.refuse(c.why);
+    if (!stays_on_surface(a, target)) return c.refuse("the pose is out of reach on the surface");
+    std::string why;
+    if (!a.stream_to(target, "move_through_force_pose", c.now, why)) return c.refuse(why);
+    if (get_int(c.req, "dir", dir) && get_int(c.req, "force", force)) hold(a, mode, dir, force / 10.0);
 }
 
 }  // namespace
@@ -214,9 +228,10 @@ void sensor_wrench(const ArmState& a, double raw[6], double zeroed[6]) {
     const Vec3 weight = rotate_back(flange, {0, 0, -mass * kGravity});
     double push[6];
     wrench_back(flange, a.force.push.data(), push);
-    /* contact, from the tool frame into the sensor frame */
+    /* contact, from its frame (the base or the tool) into the sensor frame */
     double contact[6];
-    wrench_fwd(a.tool_in_base(), a.force.contact.data(), contact);
+    if (a.force.frame == 0) wrench_back(flange, a.force.contact.data(), contact);
+    else wrench_fwd(a.tool_in_base(), a.force.contact.data(), contact);
     const Vec3 moment = cross(com, weight);
     for (int i = 0; i < 3; ++i) {
         raw[i] = kBias[i] + weight[i] + push[i] + contact[i];
@@ -232,7 +247,9 @@ void advance_force(ArmState& a, double dt) {
     for (int i = 0; i < 6; ++i) f.contact[i] += ((touching ? f.target[i] : 0.0) - f.contact[i]) * k;
 }
 
-void add_force_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["get_force_data"] = get_force_data;
     t["clear_force_data"] = [](Ctx& c) { clear_sensor(c, kEditionQS, "clear_state"); };
     t["set_force_sensor"] = [](Ctx& c) { calibrated(c, kEditionQS); };
@@ -241,7 +258,7 @@ void add_force_commands(CommandTable& t) {
         t[p] = manual_pose;
     t["stop_set_force_sensor"] = [](Ctx& c) {
         c.arm.force.manual_poses = 0;
-        c.verdict("stop_state", c.arm.edition != kEditionP);
+        c.verdict("stop_state", c.has_sensor());
     };
     t["get_Fz"] = get_fz;
     t["clear_Fz"] = [](Ctx& c) { clear_sensor(c, kEditionQA, "set_state"); };
@@ -254,14 +271,40 @@ void add_force_commands(CommandTable& t) {
     t["Force_Position_Move"] = force_position_move;
     t["set_force_drag_mode"] = [](Ctx& c) {
         int mode = 0;
-        const bool ok = c.arm.edition != kEditionP && get_int(c.req, "mode", mode) && mode >= 0 && mode <= 1;
+        const bool ok = c.has_sensor() && c.int_in("mode", 0, 1, mode);
         if (ok) c.arm.force.drag_mode = mode;
         c.verdict("set_state", ok);
     };
     t["get_force_drag_mode"] = [](Ctx& c) {
-        if (has(c, c.arm.edition == kEditionP ? kEditionQS : static_cast<Edition>(c.arm.edition), "set_state"))
-            add_int(c.answer(), "mode", c.arm.force.drag_mode);
+        if (!c.has_sensor()) return c.verdict("set_state", false);
+        add_int(c.answer(), "mode", c.arm.force.drag_mode);
     };
 }
+
+}  // namespace
+
+const Family force_family{
+    "force",
+    commands,
+    [](ArmState& a, double dt, Events&) { advance_force(a, dt); },
+    [](const ArmState& a) {
+        return a.force.holding ||
+               std::any_of(a.force.contact.begin(), a.force.contact.end(), [](double f) { return f != 0.0; });
+    },
+    nullptr,
+    {/* The external wrench on the tool, base frame (args: Fx, Fy, Fz [N], Mx, My, Mz [N m], up to six). */
+     {"external_force",
+      [](ArmState& a, const std::vector<double>& v) {
+          if (v.size() > 6) return false;
+          a.force.push = {};
+          std::copy(v.begin(), v.end(), a.force.push.begin());
+          return true;
+      }},
+     /* Height of the stiff surface in the base frame (args: z [m]; NaN: at the tool). */
+     {"surface_height", [](ArmState& a, const std::vector<double>& v) {
+          if (v.size() != 1) return false;
+          a.force.surface_z = v[0];
+          return true;
+      }}}};
 
 }  // namespace kxsim

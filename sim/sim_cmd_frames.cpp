@@ -3,7 +3,7 @@
 #include <cmath>
 #include <utility>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -30,7 +30,8 @@ void keep_extras(WorkFrame&, WorkFrame&) {}
 template <class F>
 void create_frame(Ctx& c, std::vector<F>& frames, bool (*read)(const cJSON*, F&), const char* key) {
     F f;
-    const bool ok = read(c.req, f) && can_add(frames, f.name);
+    const bool ok = c.check(read(c.req, f), "a frame member is missing, mistyped or out of range") &&
+                    c.check(can_add(frames, f.name), "the name is taken or invalid, or the list is full");
     if (ok) frames.push_back(f);
     c.verdict(key, ok);
 }
@@ -38,7 +39,10 @@ void create_frame(Ctx& c, std::vector<F>& frames, bool (*read)(const cJSON*, F&)
 template <class F>
 void update_frame(Ctx& c, std::vector<F>& frames, bool (*read)(const cJSON*, F&)) {
     F f;
-    F* old = read(c.req, f) ? find_by_name(frames, f.name) : nullptr;
+    F* old = c.check(read(c.req, f), "a frame member is missing, mistyped or out of range")
+                 ? find_by_name(frames, f.name)
+                 : nullptr;
+    if (!old && c.why.empty()) c.fail("no frame named '" + f.name + "'");
     if (old) {
         keep_extras(f, *old);
         *old = std::move(f);
@@ -50,7 +54,7 @@ void update_frame(Ctx& c, std::vector<F>& frames, bool (*read)(const cJSON*, F&)
 template <class F>
 void change_frame(Ctx& c, std::vector<F>& frames, std::string& current, const char* name_key, const char* key) {
     std::string name;
-    const bool ok = get_str(c.req, name_key, name) && find_by_name(frames, name);
+    const bool ok = c.get_str(name_key, name) && c.check(find_by_name(frames, name), "no frame of that name");
     if (ok) current = name;
     c.verdict(key, ok);
 }
@@ -58,7 +62,7 @@ void change_frame(Ctx& c, std::vector<F>& frames, std::string& current, const ch
 template <class F>
 void delete_frame(Ctx& c, std::vector<F>& frames, const std::string& current, const char* name_key, const char* key) {
     std::string name;
-    F* f = get_str(c.req, name_key, name) && name != current ? find_by_name(frames, name) : nullptr;
+    F* f = c.get_str(name_key, name) && name != current ? find_by_name(frames, name) : nullptr;
     if (f) frames.erase(frames.begin() + (f - frames.data()));
     c.verdict(key, f != nullptr);
 }
@@ -86,7 +90,7 @@ void add_tool(cJSON* r, const ToolFrame& t) {
 
 void auto_tool_point(Ctx& c) {
     int n = 0;
-    const bool ok = get_int(c.req, "point_num", n) && n >= 1 && n <= 6;
+    const bool ok = c.int_in("point_num", 1, 6, n);
     if (ok) c.arm.tool_points[n] = c.arm.flange(c.arm.q);
     c.verdict("auto_tool_frame", ok);
 }
@@ -116,8 +120,8 @@ bool tip_from_points(const std::map<int, Mat4>& pts, double tip[3]) {
 void generate_tool_frame(Ctx& c) {
     ToolFrame t;
     double tip[3];
-    const bool ok = get_str(c.req, "tool_name", t.name) && get_int(c.req, "payload", t.payload) &&
-                    get_ints(c.req, "position", 3, t.com) && can_add(c.arm.tools, t.name) &&
+    const bool ok = c.get_str("tool_name", t.name) && c.get_int("payload", t.payload) &&
+                    c.get_ints("position", 3, t.com) && can_add(c.arm.tools, t.name) &&
                     tip_from_points(c.arm.tool_points, tip);
     if (ok) {
         for (int i = 0; i < 3; ++i) t.pose[i] = to_wire(tip[i], 1e6);
@@ -129,7 +133,7 @@ void generate_tool_frame(Ctx& c) {
 
 void given_tool_frame(Ctx& c) {
     std::string name;
-    const ToolFrame* t = get_str(c.req, "tool_name", name) ? find_by_name(c.arm.tools, name) : nullptr;
+    const ToolFrame* t = c.get_str("tool_name", name) ? find_by_name(c.arm.tools, name) : nullptr;
     if (t) add_tool(c.answer("given_tool_frame"), *t);
     else c.verdict("get_state", false);
 }
@@ -138,7 +142,7 @@ void current_tool_frame(Ctx& c) { add_tool(c.answer("current_tool_frame"), *c.ar
 
 void set_envelope(Ctx& c) {
     std::string name;
-    ToolFrame* t = get_str(c.req, "tool_name", name) ? find_by_name(c.arm.tools, name) : nullptr;
+    ToolFrame* t = c.get_str("tool_name", name) ? find_by_name(c.arm.tools, name) : nullptr;
     const cJSON* list = cJSON_GetObjectItemCaseSensitive(c.req, "list");
     std::vector<Ball> balls;
     bool ok = t && cJSON_IsArray(list) && static_cast<size_t>(cJSON_GetArraySize(list)) <= kMaxBalls;
@@ -156,7 +160,7 @@ void set_envelope(Ctx& c) {
 
 void get_envelope(Ctx& c) {
     std::string name;
-    const ToolFrame* t = get_str(c.req, "tool_name", name) ? find_by_name(c.arm.tools, name) : nullptr;
+    const ToolFrame* t = c.get_str("tool_name", name) ? find_by_name(c.arm.tools, name) : nullptr;
     if (!t) return c.verdict("get_state", false);
     cJSON* r = c.answer();
     add_str(r, "tool_name", t->name);
@@ -191,7 +195,7 @@ void auto_work_frame(Ctx& c) {
     WorkFrame w;
     int n = 0;
     ArmState& a = c.arm;
-    bool ok = get_str(c.req, "frame_name", w.name) && get_int(c.req, "point_num", n) && n >= 1 && n <= 3 &&
+    bool ok = c.get_str("frame_name", w.name) && c.int_in("point_num", 1, 3, n) &&
               can_add(a.works, w.name);
     if (ok) a.work_points[n] = mul(a.flange(a.q), a.tool_in_base());
     if (ok && n == 3) {
@@ -227,7 +231,7 @@ void auto_work_frame(Ctx& c) {
 
 void given_work_frame(Ctx& c) {
     std::string name;
-    const WorkFrame* w = get_str(c.req, "frame_name", name) ? find_by_name(c.arm.works, name) : nullptr;
+    const WorkFrame* w = c.get_str("frame_name", name) ? find_by_name(c.arm.works, name) : nullptr;
     if (w) add_work(c.answer("given_work_frame"), *w);
     else c.verdict("get_state", false);
 }
@@ -236,7 +240,9 @@ void current_work_frame(Ctx& c) { add_work(c.answer("current_work_frame"), *c.ar
 
 }  // namespace
 
-void add_frame_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["set_auto_tool_frame"] = auto_tool_point;
     t["generate_auto_tool_frame"] = generate_tool_frame;
     t["set_manual_tool_frame"] = [](Ctx& c) { create_frame(c, c.arm.tools, read_tool, "manual_tool_frame"); };
@@ -265,5 +271,9 @@ void add_frame_commands(CommandTable& t) {
     t["get_work_frame"] = given_work_frame;
     t["get_current_work_frame"] = current_work_frame;
 }
+
+}  // namespace
+
+const Family frames_family{"frames", commands};
 
 }  // namespace kxsim

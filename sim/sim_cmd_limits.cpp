@@ -2,7 +2,7 @@
 // stage, initial and installation pose.
 #include <climits>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -63,7 +63,7 @@ void set_joint_value(Ctx& c) {
     const JointArray& r = row_of(c.cmd);
     ArmState& a = c.arm;
     int jv[2];
-    const bool ok = get_ints(c.req, r.field, 2, jv) && jv[0] >= 1 && jv[0] <= a.dof && valid(a, r, jv[0] - 1, jv[1]);
+    const bool ok = c.get_ints(r.field, 2, jv) && jv[0] >= 1 && jv[0] <= a.dof && valid(a, r, jv[0] - 1, jv[1]);
     if (ok) {
         (a.*r.member)[jv[0] - 1] = jv[1];
         a.sync_model_limits();
@@ -83,7 +83,7 @@ void get_joint_values(Ctx& c) {
 
 /* {"<cmd field>": joint} acting on one joint while the arm is still. */
 bool joint_arg(Ctx& c, const char* key, int& j) {
-    return get_int(c.req, key, j) && j >= 1 && j <= c.arm.dof && !c.arm.moving();
+    return c.int_in(key, 1, c.arm.dof, j) && c.check(!c.arm.moving(), "the arm is moving");
 }
 
 void joint_zero_pos(Ctx& c) {
@@ -95,7 +95,7 @@ void joint_zero_pos(Ctx& c) {
 
 void joint_clear_err(Ctx& c) {
     int j = 0;
-    const bool ok = get_int(c.req, "joint_clear_err", j) && j >= 1 && j <= c.arm.dof;
+    const bool ok = c.int_in("joint_clear_err", 1, c.arm.dof, j);
     if (ok) c.arm.err_flag[j - 1] = 0;
     c.verdict("joint_clear_err", ok);
 }
@@ -109,7 +109,7 @@ void joint_err_flag(Ctx& c) {
 /* Mode 1 restores the factory position limits; mode 0 keeps the present ones. */
 void auto_joint_limit(Ctx& c) {
     int mode = -1;
-    const bool ok = get_int(c.req, "limit_mode", mode) && (mode == 0 || mode == 1);
+    const bool ok = c.int_in("limit_mode", 0, 1, mode);
     if (ok && mode == 1) {
         ArmState& a = c.arm;
         ArmState fresh;
@@ -127,7 +127,7 @@ void arm_init(Ctx& c) { c.verdict("arm_init", true); }
 void set_init_pose(Ctx& c) {
     ArmState& a = c.arm;
     int w[kMaxJoints];
-    bool ok = get_ints(c.req, "init_pose", static_cast<size_t>(a.dof), w);
+    bool ok = c.get_ints("init_pose", static_cast<size_t>(a.dof), w);
     Joints j{};
     for (int i = 0; ok && i < a.dof; ++i) j[i] = w[i] / 1000.0;
     ok = ok && a.within_limits(j);
@@ -142,7 +142,7 @@ void get_init_pose(Ctx& c) {
 
 void set_install_pose(Ctx& c) {
     int p[3];
-    bool ok = get_ints(c.req, "pose", 3, p);
+    bool ok = c.get_ints("pose", 3, p);
     for (int i = 0; ok && i < 3; ++i) ok = p[i] >= -360 && p[i] <= 360;
     if (ok)
         for (int i = 0; i < 3; ++i) c.arm.install[i] = p[i];
@@ -166,7 +166,9 @@ const IntSetting kSettings[] = {
 
 }  // namespace
 
-void add_limit_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     for (const auto& r : kJointArrays) {
         t[r.set_cmd] = set_joint_value;
         t[r.get_cmd] = get_joint_values;
@@ -182,5 +184,9 @@ void add_limit_commands(CommandTable& t) {
     t["get_install_pose"] = get_install_pose;
     add_int_settings(t, kSettings, sizeof kSettings / sizeof kSettings[0]);
 }
+
+}  // namespace
+
+const Family limits_family{"limits", commands};
 
 }  // namespace kxsim

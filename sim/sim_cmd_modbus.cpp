@@ -1,11 +1,32 @@
 // RS485 port modes and the emulated Modbus slave: device address 1 answers
 // behind every port opened as a master; any other address times out, which
 // the controller reports as a failed read or write.
-#include "sim_arm.h"
+#include <climits>
+
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
 namespace {
+
+/* RS485 ports and the emulated Modbus slave at device address 1 behind
+ * every master port (0 controller RS485, 1 tool RS485, 2 the TCP link). */
+struct ModbusState {
+    static constexpr int kSlave = 1, kTable = 1000;
+    static constexpr int kTcpPort = 2;
+    struct Rtu {
+        bool master = false;
+        int baudrate = 115200, timeout = 0;
+    } rtu[2];
+    bool tcp = false;
+    std::string tcp_ip;
+    int tcp_port = 0, tcp_timeout = 0;
+    std::vector<int> coils = std::vector<int>(kTable), inputs = std::vector<int>(kTable);
+    std::vector<int> holding = std::vector<int>(kTable), input_regs = std::vector<int>(kTable);
+};
+
+ModbusState& modbus_of(ArmState& a) { return a.family_state<ModbusState>(); }
+
 
 using Table = std::vector<int> ModbusState::*;
 
@@ -13,25 +34,25 @@ bool rtu_port(const cJSON* req, int& port) { return get_int(req, "port", port) &
 
 void set_modbus_mode(Ctx& c) {
     int port = -1, baud = 0, timeout = 0;
-    const bool ok = rtu_port(c.req, port) && get_int(c.req, "baudrate", baud) && baud > 0 &&
-                    get_int(c.req, "timeout", timeout) && timeout >= 0;
-    if (ok) c.arm.modbus.rtu[port] = {true, baud, timeout};
+    const bool ok = rtu_port(c.req, port) && c.int_in("baudrate", 1, INT_MAX, baud) &&
+                    c.int_in("timeout", 0, INT_MAX, timeout);
+    if (ok) modbus_of(c.arm).rtu[port] = {true, baud, timeout};
     c.verdict("set_state", ok);
 }
 
 void close_modbus_mode(Ctx& c) {
     int port = -1;
     const bool ok = rtu_port(c.req, port);
-    if (ok) c.arm.modbus.rtu[port].master = false;
+    if (ok) modbus_of(c.arm).rtu[port].master = false;
     c.verdict("set_state", ok);
 }
 
 void set_modbustcp_mode(Ctx& c) {
-    ModbusState& m = c.arm.modbus;
+    ModbusState& m = modbus_of(c.arm);
     std::string ip;
     int port = 0, timeout = 0;
-    const bool ok = get_str(c.req, "ip", ip) && valid_ip(ip) && get_int(c.req, "port", port) && port > 0 &&
-                    port <= 65535 && get_int(c.req, "timeout", timeout) && timeout >= 0;
+    const bool ok = c.get_str("ip", ip) && c.check(valid_ip(ip), "\"ip\" is not a dotted-quad address") &&
+                    c.int_in("port", 1, 65535, port) && c.int_in("timeout", 0, INT_MAX, timeout);
     if (ok) {
         m.tcp = true;
         m.tcp_ip = ip;
@@ -42,13 +63,13 @@ void set_modbustcp_mode(Ctx& c) {
 }
 
 void close_modbustcp_mode(Ctx& c) {
-    c.arm.modbus.tcp = false;
+    modbus_of(c.arm).tcp = false;
     c.verdict("set_state", true);
 }
 
 /* Mode 1 is a Modbus RTU master, 0 a plain RS485 port (no Modbus timeout). */
 void rs485_mode(Ctx& c, int port, const char* mode_key) {
-    const ModbusState::Rtu& p = c.arm.modbus.rtu[port];
+    const ModbusState::Rtu& p = modbus_of(c.arm).rtu[port];
     cJSON* r = c.answer();
     add_int(r, mode_key, p.master ? 1 : 0);
     add_int(r, "baudrate", p.master ? p.baudrate : c.arm.rs485_baudrate);
@@ -85,9 +106,11 @@ const Access kAccesses[] = {
 };
 
 /* Whether the port is an open master link and the slave answers there. */
-bool reachable(const ModbusState& m, int port, int device) {
+/* Whether `device` answers behind `port`; notes why not. */
+bool reachable(Ctx& c, const ModbusState& m, int port, int device) {
     const bool open = (port == 0 || port == 1) ? m.rtu[port].master : (port == ModbusState::kTcpPort && m.tcp);
-    return open && device == ModbusState::kSlave;
+    return c.check(open, "the port is not open as a Modbus master") &&
+           c.check(device == ModbusState::kSlave, "no device answers at that address (the emulated slave is at 1)");
 }
 
 /* Coils pack into bytes, first coil in the lowest bit; registers into
@@ -129,11 +152,11 @@ void modbus_access(Ctx& c) {
     const Access* a = nullptr;
     for (const Access& x : kAccesses)
         if (c.cmd == x.cmd) a = &x;
-    ModbusState& m = c.arm.modbus;
+    ModbusState& m = modbus_of(c.arm);
     int port = -1, addr = -1, device = -1, num = 1;
-    bool ok = get_int(c.req, "port", port) && get_int(c.req, "address", addr) && get_int(c.req, "device", device) &&
-              (!a->has_num || get_int(c.req, "num", num)) && reachable(m, port, device) && addr >= 0 && num >= 1 &&
-              num <= ModbusState::kTable - addr;
+    bool ok = c.get_int("port", port) && c.get_int("address", addr) && c.get_int("device", device) &&
+              (!a->has_num || c.get_int("num", num)) && reachable(c, m, port, device) &&
+              c.check(addr >= 0 && num >= 1 && num <= ModbusState::kTable - addr, "the addresses lie outside the table");
     std::vector<int>& table = m.*(a->table);
     if (ok && a->write) {
         std::vector<int> bytes;
@@ -143,7 +166,7 @@ void modbus_access(Ctx& c) {
                  (!a->coil || (bytes.size() >= static_cast<size_t>(num / 8) &&
                                bytes.size() <= static_cast<size_t>((num + 7) / 8))) &&
                  unpack(table, addr, num, a->coil, bytes);
-        } else if ((ok = get_int(c.req, "data", v) && (a->coil ? (v == 0 || v == 1) : (v >= 0 && v <= 0xffff)))) {
+        } else if ((ok = c.get_int("data", v) && (a->coil ? (v == 0 || v == 1) : (v >= 0 && v <= 0xffff)))) {
             table[static_cast<size_t>(addr)] = v;
         }
     }
@@ -158,7 +181,9 @@ void modbus_access(Ctx& c) {
 
 }  // namespace
 
-void add_modbus_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["set_modbus_mode"] = set_modbus_mode;
     t["close_modbus_mode"] = close_modbus_mode;
     t["set_modbustcp_mode"] = set_modbustcp_mode;
@@ -167,5 +192,9 @@ void add_modbus_commands(CommandTable& t) {
     t["get_tool_RS485_mode"] = tool_rs485;
     for (const Access& a : kAccesses) t[a.cmd] = modbus_access;
 }
+
+}  // namespace
+
+const Family modbus_family{"modbus", commands};
 
 }  // namespace kxsim

@@ -2,46 +2,25 @@
 // current-trajectory query.
 #include <cmath>
 #include <cstring>
+#include <functional>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
 namespace {
 
-bool read_joints(const ArmState& a, const cJSON* req, const char* key, Joints& out) {
-    int w[kMaxJoints];
-    if (!get_ints(req, key, static_cast<size_t>(a.dof), w)) return false;
-    out = Joints{};
-    for (int i = 0; i < a.dof; ++i) out[i] = w[i] / 1000.0;
-    return true;
-}
-
-/* "pose" (6) or "pose_quat" (x, y, z, qw, qx, qy, qz, all x 1e6). */
-bool read_pose(const cJSON* req, const char* key, Mat4& out) {
-    int w[7];
-    if (get_ints(req, key, 6, w)) {
-        out = wire_to_mat(w);
-        return true;
-    }
-    if (!get_ints(req, "pose_quat", 7, w)) return false;
-    const double p[3] = {w[0] / 1e6, w[1] / 1e6, w[2] / 1e6};
-    const double qt[4] = {w[3] / 1e6, w[4] / 1e6, w[5] / 1e6, w[6] / 1e6};
-    out = from_quat(p, qt);
-    return true;
-}
-
 /* v and trajectory_connect of a move; r and loop are accepted as they come. */
-bool read_move(const cJSON* req, int& v, int& tc) {
+bool read_move(Ctx& c, int& v, int& tc) {
     tc = 0;
-    if (!get_int(req, "v", v)) return false;
-    if (cJSON_GetObjectItemCaseSensitive(req, "trajectory_connect") && !get_int(req, "trajectory_connect", tc))
+    if (!c.get_int("v", v)) return false;
+    if (cJSON_GetObjectItemCaseSensitive(c.req, "trajectory_connect") && !c.get_int("trajectory_connect", tc))
         return false;
-    return tc == 0 || tc == 1;
+    return c.check(tc == 0 || tc == 1, "\"trajectory_connect\" is neither 0 nor 1");
 }
 
 void accept(Ctx& c, bool ok, Segment& seg, int tc, const char* type, const char* status) {
-    ok = ok && zones_allow(c.arm, seg);
+    ok = ok && zones_allow(c, seg);
     if (ok) {
         seg.tc = tc;
         seg.type = type;
@@ -51,18 +30,28 @@ void accept(Ctx& c, bool ok, Segment& seg, int tc, const char* type, const char*
     c.verdict("receive_state", ok);
 }
 
-bool plan_line(const ArmState& a, const Mat4& to, int v, Segment& seg) {
-    const Mat4 from = a.tool_pose(a.plan_start());
-    return a.plan_path([&](double s) { return interpolate(from, to, s); }, distance(from, to),
-                       angle_between(from, to), v, seg);
+/* The planners' verdicts, with their reasons noted. */
+bool plan_joint(Ctx& c, const Joints& target, int v, Segment& seg) {
+    std::string why;
+    return c.arm.plan_joint(target, v, seg, why) || c.fail(why);
+}
+
+bool plan_path(Ctx& c, const std::function<Mat4(double)>& path, double length, double angle, int v, Segment& seg) {
+    std::string why;
+    return c.arm.plan_path(path, length, angle, v, seg, why) || c.fail(why);
+}
+
+bool plan_line(Ctx& c, const Mat4& to, int v, Segment& seg) {
+    const Mat4 from = c.arm.tool_pose(c.arm.plan_start());
+    return plan_path(c, [&](double s) { return interpolate(from, to, s); }, distance(from, to),
+                     angle_between(from, to), v, seg);
 }
 
 void movej(Ctx& c) {
     Joints target{};
     int v = 0, tc = 0;
     Segment seg;
-    const bool ok = read_move(c.req, v, tc) && read_joints(c.arm, c.req, "joint", target) &&
-                    c.arm.plan_joint(target, v, seg);
+    const bool ok = read_move(c, v, tc) && c.joints(c.req, "joint", target) && plan_joint(c, target, v, seg);
     accept(c, ok, seg, tc, "movej", "move_J");
 }
 
@@ -72,9 +61,10 @@ void movej_p(Ctx& c) {
     int v = 0, tc = 0;
     Segment seg;
     const Joints start = c.arm.plan_start();
-    const bool ok = read_move(c.req, v, tc) && read_pose(c.req, "pose", pose) &&
-                    (c.arm.solve(pose, start, target) || c.arm.track(pose, start, target)) &&
-                    c.arm.plan_joint(target, v, seg);
+    const bool ok = read_move(c, v, tc) && c.pose(c.req, "pose", pose) &&
+                    c.check(c.arm.solve(pose, start, target) || c.arm.track(pose, start, target),
+                            "the pose is out of reach") &&
+                    plan_joint(c, target, v, seg);
     accept(c, ok, seg, tc, "movej", "move_J");
 }
 
@@ -82,7 +72,7 @@ void move_line(Ctx& c, const char* type, const char* status) {
     Mat4 pose{};
     int v = 0, tc = 0;
     Segment seg;
-    const bool ok = read_move(c.req, v, tc) && read_pose(c.req, "pose", pose) && plan_line(c.arm, pose, v, seg);
+    const bool ok = read_move(c, v, tc) && c.pose(c.req, "pose", pose) && plan_line(c, pose, v, seg);
     accept(c, ok, seg, tc, type, status);
 }
 void movel(Ctx& c) { move_line(c, "movel", "move_L"); }
@@ -105,13 +95,13 @@ void movec(Ctx& c) {
     Mat4 via{}, to{};
     int v = 0, tc = 0;
     Segment seg;
-    bool ok = cJSON_IsObject(poses) && read_pose(poses, "pose_via", via) && read_pose(poses, "pose_to", to) &&
-              read_move(c.req, v, tc);
+    bool ok = c.check(cJSON_IsObject(poses), "\"pose\" missing or not an object") &&
+              c.pose(poses, "pose_via", via) && c.pose(poses, "pose_to", to) && read_move(c, v, tc);
     if (ok) {
         const Mat4 from = c.arm.tool_pose(c.arm.plan_start());
         const V3 a = origin(from), b = origin(via) - a, w = origin(to) - a, n = cross(b, w);
         const double nn = dot(n, n);
-        ok = nn > 1e-12;  // three distinct, non-collinear points
+        ok = c.check(nn > 1e-12, "start, via and end points are not three distinct points off one line");
         if (ok) {
             const V3 centre = a + (1.0 / (2 * nn)) * cross(dot(b, b) * w - dot(w, w) * b, n);
             const V3 r0 = a - centre;
@@ -129,7 +119,7 @@ void movec(Ctx& c) {
                 m[0][3] = p.x, m[1][3] = p.y, m[2][3] = p.z;
                 return m;
             };
-            ok = c.arm.plan_path(path, r * sweep, angle_between(from, to), v, seg);
+            ok = plan_path(c, path, r * sweep, angle_between(from, to), v, seg);
         }
     }
     accept(c, ok, seg, tc, "movec", "move_C");
@@ -146,25 +136,34 @@ int axis_of(const std::string& s, const char* const names[3]) {
 void joint_step(Ctx& c) {
     int js[2], v = 0;
     Segment seg;
-    bool ok = get_ints(c.req, "joint_step", 2, js) && get_int(c.req, "v", v) && js[0] >= 1 && js[0] <= c.arm.dof;
+    bool ok = c.get_ints("joint_step", 2, js) && c.get_int("v", v) &&
+              c.check(js[0] >= 1 && js[0] <= c.arm.dof, "no such joint");
     if (ok) {
         Joints target = c.arm.plan_start();
         target[js[0] - 1] += js[1] / 1000.0;
-        ok = c.arm.plan_joint(target, v, seg);
+        ok = plan_joint(c, target, v, seg);
     }
     accept(c, ok, seg, 0, "movej", "move_J");
 }
 
+/* The axis named by request member `key`, one of `names`; -1 (noted) otherwise. */
+int axis_named(Ctx& c, const char* key, const char* const names[3]) {
+    std::string s;
+    if (!c.get_str(key, s)) return -1;
+    const int axis = axis_of(s, names);
+    if (axis < 0) c.fail(std::string("\"") + key + "\" names no axis: '" + s + "'");
+    return axis;
+}
+
 void cartesian_step(Ctx& c, Teach::Kind kind, const char* const names[3], double scale) {
     int step = 0, v = 0;
-    std::string type;
     Segment seg;
-    const int axis = get_str(c.req, "step_type", type) ? axis_of(type, names) : -1;
-    bool ok = axis >= 0 && get_int(c.req, "step", step) && get_int(c.req, "v", v);
+    const int axis = axis_named(c, "step_type", names);
+    bool ok = axis >= 0 && c.get_int("step", step) && c.get_int("v", v);
     if (ok) {
         const Mat4 to = teach_delta(c.arm.tool_pose(c.arm.plan_start()), kind, axis, step / scale,
                                     c.arm.teach_frame == 1);
-        ok = plan_line(c.arm, to, v, seg);
+        ok = plan_line(c, to, v, seg);
     }
     accept(c, ok, seg, 0, "movel", "move_L");
 }
@@ -178,8 +177,10 @@ void start_teach(Ctx& c, Teach::Kind kind, int axis, double limit, const char* k
     int v = 0;
     std::string dir;
     ArmState& a = c.arm;
-    const bool ok = axis >= 0 && get_int(c.req, "v", v) && v >= 1 && v <= 100 && get_str(c.req, "direction", dir) &&
-                    (dir == "pos" || dir == "neg") && a.can_move() && !a.running();
+    const bool ok = axis >= 0 && c.int_in("v", 1, 100, v) && c.get_str("direction", dir) &&
+                    c.check(dir == "pos" || dir == "neg", "\"direction\" is neither \"pos\" nor \"neg\"") &&
+                    c.check(a.can_move(), "the arm is powered off or a joint is disabled") &&
+                    c.check(!a.running(), "a planned motion is running");
     if (ok) {
         a.teach.kind = kind;
         a.teach.axis = axis;
@@ -191,22 +192,18 @@ void start_teach(Ctx& c, Teach::Kind kind, int axis, double limit, const char* k
 
 void joint_teach(Ctx& c) {
     int j = 0;
-    const bool valid = get_int(c.req, "teach_joint", j) && j >= 1 && j <= c.arm.dof;
+    const bool valid = c.int_in("teach_joint", 1, c.arm.dof, j);
     start_teach(c, Teach::kJoint, valid ? j - 1 : -1, valid ? c.arm.max_speed[j - 1] * 6e-3 : 0, "joint_teach");
 }
 
 void pos_teach(Ctx& c) {
     static const char* const names[3] = {"x", "y", "z"};
-    std::string t;
-    start_teach(c, Teach::kPos, get_str(c.req, "teach_type", t) ? axis_of(t, names) : -1,
-                c.arm.line_speed * 1e-3, "pos_teach");
+    start_teach(c, Teach::kPos, axis_named(c, "teach_type", names), c.arm.line_speed * 1e-3, "pos_teach");
 }
 
 void ort_teach(Ctx& c) {
     static const char* const names[3] = {"rx", "ry", "rz"};
-    std::string t;
-    start_teach(c, Teach::kOrt, get_str(c.req, "teach_type", t) ? axis_of(t, names) : -1,
-                c.arm.angular_speed * 1e-3, "ort_teach");
+    start_teach(c, Teach::kOrt, axis_named(c, "teach_type", names), c.arm.angular_speed * 1e-3, "ort_teach");
 }
 
 void stop_teach(Ctx& c) {
@@ -252,25 +249,37 @@ void current_trajectory(Ctx& c) {
 
 /* ---- streaming targets: no reply ---- */
 
+/* A streamed target is taken only while no planned motion runs. */
+bool can_stream(Ctx& c) {
+    return c.check(c.arm.can_move(), "the arm is powered off or a joint is disabled") &&
+           c.check(!c.arm.moving(), "a planned motion is running");
+}
+
+void stream_to(Ctx& c, const Joints& target, const char* status) {
+    std::string why;
+    if (!c.arm.stream_to(target, status, c.now, why)) c.refuse(why);
+}
+
 void stream_joints(Ctx& c) {
     Joints target{};
-    ArmState& a = c.arm;
-    if (read_joints(a, c.req, "joint", target) && a.within_limits(target) && a.can_move() && !a.moving())
-        a.stream_to(target, "move_through_joint", c.now);
+    if (!c.joints(c.req, "joint", target) || !can_stream(c)) return c.refuse(c.why);
+    stream_to(c, target, "move_through_joint");
 }
 
 void stream_pose(Ctx& c) {
     Mat4 pose{};
     Joints target{};
     ArmState& a = c.arm;
-    if (read_pose(c.req, "pose", pose) && a.can_move() && !a.moving() &&
-        (a.track(pose, a.q, target) || a.solve(pose, a.q, target)))
-        a.stream_to(target, "move_through_pose", c.now);
+    if (!c.pose(c.req, "pose", pose) || !can_stream(c)) return c.refuse(c.why);
+    if (!a.track(pose, a.q, target) && !a.solve(pose, a.q, target)) return c.refuse("the pose is out of reach");
+    stream_to(c, target, "move_through_pose");
 }
 
 }  // namespace
 
-void add_motion_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["movej"] = movej;
     t["movej_p"] = movej_p;
     t["movel"] = movel;
@@ -295,5 +304,9 @@ void add_motion_commands(CommandTable& t) {
     };
     add_int_settings(t, kTeachFrame, 1);
 }
+
+}  // namespace
+
+const Family motion_family{"motion", commands};
 
 }  // namespace kxsim

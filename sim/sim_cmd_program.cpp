@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -19,7 +19,6 @@ namespace {
 
 constexpr long kMaxProgramBytes = 1 << 20;
 constexpr int kMaxPage = 100;
-constexpr int kRunError = 0x5001; /* reported when an injected program error strikes */
 
 using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
 Json parse(const std::string& s) { return Json(cJSON_ParseWithLength(s.data(), s.size()), cJSON_Delete); }
@@ -105,11 +104,13 @@ void start_run(ArmState& a, const Program& prog, int id, bool step) {
 }
 
 /* The upload is complete: check, store and/or run, and acknowledge. */
-std::string finish_upload(ArmState& a) {
+std::string finish_upload(ArmState& a, Events& out) {
     ProgramState& p = a.program;
     p.last_upload = p.upload;
     Program prog;
     const int err = check(a, p.upload, prog);
+    if (err != 0) out.push_back({"download_project refused: line " + std::to_string(err) + " of the program is not a "
+                                 "valid line for this arm", false, true});
     p.upload.clear();
     p.upload_left = -1;
     if (err == 0) {
@@ -131,16 +132,16 @@ void run_project(Ctx& c) {
     ProgramState& p = c.arm.program;
     int size = -1;
     std::string name;
-    const bool ok = get_str(c.req, "project_name", name) && !name.empty() && get_int(c.req, "file_size", size) &&
-                    size >= 0 && size <= kMaxProgramBytes && get_int(c.req, "plan_speed", p.upload_speed) &&
-                    get_int(c.req, "step_flag", p.upload_step) && get_int(c.req, "only_save", p.upload_only_save) &&
-                    get_int(c.req, "save_id", p.upload_id) && p.run_state == 0 && p.upload_left < 0;
+    const bool ok = c.get_str("project_name", name) && !name.empty() && c.get_int("file_size", size) &&
+                    size >= 0 && size <= kMaxProgramBytes && c.get_int("plan_speed", p.upload_speed) &&
+                    c.get_int("step_flag", p.upload_step) && c.get_int("only_save", p.upload_only_save) &&
+                    c.get_int("save_id", p.upload_id) && p.run_state == 0 && p.upload_left < 0;
     c.verdict("project_state", ok);
     if (!ok) return;
     p.upload_name = name;
     p.upload.clear();
     p.upload_left = size;
-    if (size == 0) c.events.push_back({finish_upload(c.arm), false});
+    if (size == 0) c.events.push_back({finish_upload(c.arm, c.events), false});
 }
 
 /* Consecutive point lines from `from` run as one path at the record rate. */
@@ -157,9 +158,7 @@ bool plan_points(const ArmState& a, size_t from, size_t& to, Segment& seg) {
     }
     const double speed = std::clamp(a.program.plan_speed, 1, 100) / 100.0;
     const double duration = static_cast<double>(seg.path.size() - 1) * cycle_of(a) / speed;
-    seg.vs = 1.0 / duration;
-    seg.as = seg.vs * 1e4;
-    seg.duration = seg.vs / seg.as + 1.0 / seg.vs;
+    a.bound_profile(seg, 1.0, 1.0 / duration, kNoBound); /* the record rate, within the joints' limits */
     seg.type = "re_trajectory";
     seg.status = "move_J";
     const WireJoints end = a.wire_joints(seg.path.back());
@@ -182,8 +181,9 @@ bool run_motion(ArmState& a, const std::string& line, Events& out) {
     return get_bool(reply.get(), "receive_state", ok) && ok;
 }
 
-void fail(ArmState& a) {
-    a.errors.push_back(kRunError);
+void fail(ArmState& a, Events& out, const std::string& why) {
+    out.push_back({"program " + std::to_string(a.program.run_id) + " stopped: " + why, false, true});
+    a.raise(kProgramError);
     a.program.run_state = 0;
     a.program.fail_at = -1;
 }
@@ -212,7 +212,8 @@ void advance_program(ArmState& a, Events& out) {
         out.push_back({print_and_delete(o), false});
         return;
     }
-    if (file_line(p.next) == p.fail_at) return fail(a);
+    const std::string line = "line " + std::to_string(file_line(p.next));
+    if (file_line(p.next) == p.fail_at) return fail(a, out, line + " failed (injected)");
     Json o = parse(p.run.lines[p.next]);
     bool ok;
     if (cJSON_GetObjectItemCaseSensitive(o.get(), "point")) {
@@ -220,7 +221,8 @@ void advance_program(ArmState& a, Events& out) {
         Segment seg, approach;
         ok = plan_points(a, p.next, to, seg);
         /* a recorded path starts with a joint move to its first point */
-        if (ok && a.plan_joint(seg.path[1], 20, approach)) {
+        std::string why;
+        if (ok && a.plan_joint(seg.path[1], 20, approach, why)) {
             seg.path.erase(seg.path.begin());
             if (seg.path.size() < 2) seg.path.push_back(seg.path.front());
             a.enqueue(std::move(approach), a.last_t, out);
@@ -231,7 +233,7 @@ void advance_program(ArmState& a, Events& out) {
         ok = run_motion(a, p.run.lines[p.next], out);
         ++p.next;
     }
-    if (!ok) return fail(a);
+    if (!ok) return fail(a, out, line + " could not run");
     p.line_busy = true;
 }
 
@@ -240,18 +242,18 @@ void stop_program(ArmState& a, Events&) {
     a.program.line_busy = false;
 }
 
-size_t take_upload(ArmState& a, const char* data, size_t n, double, std::string& reply) {
+size_t take_upload(ArmState& a, const char* data, size_t n, double, std::string& reply, Events& out) {
     ProgramState& p = a.program;
     if (p.upload_left <= 0) return 0;
     const size_t m = std::min(n, static_cast<size_t>(p.upload_left));
     p.upload.append(data, m);
     p.upload_left -= static_cast<long>(m);
     p.last_upload = p.upload; /* visible while it arrives */
-    if (p.upload_left == 0) reply = finish_upload(a);
+    if (p.upload_left == 0) reply = finish_upload(a, out);
     return m;
 }
 
-bool loose_line(ArmState& a, const std::string& line, double, std::string& reply) {
+bool loose_line(ArmState& a, const std::string& line, double, std::string& reply, Events& out) {
     ProgramState& p = a.program;
     if (!p.loose) {
         Json o = parse(line);
@@ -273,20 +275,9 @@ bool loose_line(ArmState& a, const std::string& line, double, std::string& reply
         p.upload_name = "memory";
         p.upload_speed = 100;
         p.upload_step = p.upload_only_save = p.upload_id = 0;
-        reply = finish_upload(a);
+        reply = finish_upload(a, out);
     }
     return true;
-}
-
-bool families_busy(const ArmState& a) {
-    return a.drag.teaching || !a.drag.outgoing.empty() || a.program.run_state == 1 || a.force.holding ||
-           std::any_of(a.force.contact.begin(), a.force.contact.end(), [](double f) { return f != 0.0; });
-}
-
-void advance_families(ArmState& a, double dt, Events& out) {
-    advance_force(a, dt);
-    advance_drag(a, dt, out);
-    advance_program(a, out);
 }
 
 namespace {
@@ -295,8 +286,8 @@ void list_programs(Ctx& c) {
     const ProgramState& p = c.arm.program;
     int page = 0, size = 0;
     std::string search;
-    get_str(c.req, "vague_search", search);
-    if (!get_int(c.req, "page_num", page) || !get_int(c.req, "page_size", size) || page < 1 || size < 1 ||
+    c.get_str("vague_search", search);
+    if (!c.get_int("page_num", page) || !c.get_int("page_size", size) || page < 1 || size < 1 ||
         size > kMaxPage)
         return c.verdict("set_state", false);
     std::vector<std::pair<int, const Program*>> hits;
@@ -336,9 +327,9 @@ void start_by_id(Ctx& c) {
     ProgramState& p = c.arm.program;
     int id = 0, speed = 0;
     const bool has_speed = cJSON_GetObjectItemCaseSensitive(c.req, "speed") != nullptr;
-    const auto it = get_int(c.req, "id", id) ? p.library.find(id) : p.library.end();
+    const auto it = c.get_int("id", id) ? p.library.find(id) : p.library.end();
     const bool ok = it != p.library.end() && p.run_state == 0 && c.arm.can_move() && !c.arm.running() &&
-                    (!has_speed || (get_int(c.req, "speed", speed) && speed >= 1 && speed <= 100));
+                    (!has_speed || c.int_in("speed", 1, 100, speed));
     if (ok) {
         p.plan_speed = has_speed ? speed : it->second.speed;
         start_run(c.arm, it->second, id, false);
@@ -350,16 +341,18 @@ void update_program(Ctx& c) {
     int id = 0, speed = 0;
     std::string name;
     auto& lib = c.arm.program.library;
-    const auto it = get_int(c.req, "id", id) ? lib.find(id) : lib.end();
-    const bool ok = it != lib.end() && get_int(c.req, "plan_speed", speed) && speed >= 1 && speed <= 100 &&
-                    get_str(c.req, "project_name", name) && !name.empty();
+    const auto it = c.get_int("id", id) ? lib.find(id) : lib.end();
+    const bool ok = it != lib.end() && c.int_in("plan_speed", 1, 100, speed) &&
+                    c.get_str("project_name", name) && !name.empty();
     if (ok) it->second.name = name, it->second.speed = speed;
     c.verdict("update_state", ok);
 }
 
 }  // namespace
 
-void add_program_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["run_project"] = run_project;
     t["get_program_trajectory_list"] = list_programs;
     t["get_program_run_state"] = run_state;
@@ -368,22 +361,37 @@ void add_program_commands(CommandTable& t) {
     t["delete_program_trajectory"] = [](Ctx& c) {
         int id = 0;
         auto& p = c.arm.program;
-        const bool ok = get_int(c.req, "id", id) && !(p.run_state == 1 && p.run_id == id) && p.library.erase(id) == 1;
+        const bool ok = c.get_int("id", id) && !(p.run_state == 1 && p.run_id == id) && p.library.erase(id) == 1;
         c.verdict("delete_state", ok);
     };
     t["set_default_run_program"] = [](Ctx& c) {
         int id = 0;
-        const bool ok = get_int(c.req, "id", id) && c.arm.program.library.count(id) == 1;
+        const bool ok = c.get_int("id", id) && c.arm.program.library.count(id) == 1;
         if (ok) c.arm.program.default_id = id;
         c.verdict("set_state", ok);
     };
     t["get_default_run_program"] = [](Ctx& c) { add_int(c.answer(), "id", c.arm.program.default_id); };
     t["plan_speed"] = [](Ctx& c) {
         int speed = 0;
-        const bool ok = get_int(c.req, "speed", speed) && speed >= 1 && speed <= 100;
+        const bool ok = c.int_in("speed", 1, 100, speed);
         if (ok) c.arm.program.plan_speed = speed;
         c.verdict("plan_state", ok);
     };
 }
+
+}  // namespace
+
+const Family program_family{
+    "program",
+    commands,
+    [](ArmState& a, double, Events& out) { advance_program(a, out); },
+    [](const ArmState& a) { return a.program.run_state == 1; },
+    stop_program,
+    /* The next run stops with an error at this line of its file (args: line, 1-based, headers included). */
+    {{"fail_program_at", [](ArmState& a, const std::vector<double>& v) {
+          if (v.size() != 1) return false;
+          a.program.fail_at = static_cast<int>(v[0]);
+          return true;
+      }}}};
 
 }  // namespace kxsim

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -126,9 +126,11 @@ std::string build_datagram(const ArmState& a, const bool* custom) {
     if (custom[kLiftState]) add_axis_state(root, "lift_state", a.effectors.lift, true);
     if (custom[kExpandState]) add_axis_state(root, "expand_state", a.effectors.expand, false);
     if (custom[kHand]) {
-        const int zeros[6] = {};
+        int values[4][6];
+        a.effectors.hand_state(values[0], values[1], values[2], values[3]);
         cJSON* h = add_object(root, "hand");
-        for (const char* k : {"hand_pos", "hand_angle", "hand_force", "hand_state"}) add_ints(h, k, zeros, 6);
+        const char* const keys[4] = {"hand_pos", "hand_angle", "hand_force", "hand_state"};
+        for (int k = 0; k < 4; ++k) add_ints(h, keys[k], values[k], 6);
         add_int(h, "hand_err", 0);
     }
     if (custom[kArmStatus]) add_str(root, "arm_current_status", a.status());
@@ -151,9 +153,15 @@ std::string realtime_datagram(const ArmState& a) {
     return d;
 }
 
-void add_push_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["set_realtime_push"] = set_push;
     t["get_realtime_push"] = get_push;
 }
+
+}  // namespace
+
+const Family push_family{"push", commands};
 
 }  // namespace kxsim

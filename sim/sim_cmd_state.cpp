@@ -1,5 +1,5 @@
 // Arm state on request: joints, tool pose, errors and joint telemetry.
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -54,10 +54,16 @@ void joint_reading(Ctx& c) {
 
 }  // namespace
 
-void add_state_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["get_current_arm_state"] = current_arm_state;
     t["get_arm_all_state"] = arm_all_state;
     for (const auto& r : kReadings) t[r.cmd] = joint_reading;
 }
+
+}  // namespace
+
+const Family state_family{"state", commands};
 
 }  // namespace kxsim

@@ -2,7 +2,9 @@
 // interfaces, run mode and software versions.
 #include <cmath>
 
-#include "sim_arm.h"
+#include <climits>
+
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -12,7 +14,7 @@ const char* const kDefaultNetIp = "192.168.1.18";
 
 void set_power(Ctx& c) {
     int p = -1;
-    const bool ok = get_int(c.req, "arm_power", p) && (p == 0 || p == 1);
+    const bool ok = c.int_in("arm_power", 0, 1, p);
     if (ok) {
         ArmState& a = c.arm;
         a.power = p;
@@ -66,7 +68,7 @@ void clearing(Ctx& c) {
 
 void set_net_ip(Ctx& c) {
     std::string ip;
-    const bool ok = get_str(c.req, "ip", ip) && valid_ip(ip);
+    const bool ok = c.get_str("ip", ip) && valid_ip(ip);
     if (ok) c.arm.net_ip = ip;
     c.verdict("status", ok);
 }
@@ -74,8 +76,8 @@ void set_net_ip(Ctx& c) {
 /* Wi-Fi access point or station: a name and a password of 8 or more characters. */
 void set_wifi(Ctx& c, const char* name_key, const char* mode) {
     std::string name, password;
-    const bool ok = get_str(c.req, name_key, name) && !name.empty() && name.size() < 32 &&
-                    get_str(c.req, "password", password) && password.size() >= 8 && password.size() < 16;
+    const bool ok = c.get_str(name_key, name) && !name.empty() && name.size() < 32 &&
+                    c.get_str("password", password) && password.size() >= 8 && password.size() < 16;
     if (ok) {
         c.arm.wifi_mode = mode;
         c.arm.wifi_ssid = name;
@@ -87,7 +89,7 @@ void set_wifi(Ctx& c, const char* name_key, const char* mode) {
 
 void set_baudrate(Ctx& c, int ArmState::*member) {
     int b = 0;
-    const bool ok = get_int(c.req, "baudrate", b) && b > 0;
+    const bool ok = c.int_in("baudrate", 1, INT_MAX, b);
     if (ok) c.arm.*member = b;
     c.verdict("set_state", ok);
 }
@@ -166,7 +168,9 @@ const IntSetting kSettings[] = {
 
 }  // namespace
 
-void add_system_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["set_arm_power"] = set_power;
     t["get_controller_state"] = controller_state;
     t["get_system_runtime"] = system_runtime;
@@ -185,5 +189,9 @@ void add_system_commands(CommandTable& t) {
     t["get_arm_software_info"] = software_info;
     add_int_settings(t, kSettings, sizeof kSettings / sizeof kSettings[0]);
 }
+
+}  // namespace
+
+const Family system_family{"system", commands};
 
 }  // namespace kxsim

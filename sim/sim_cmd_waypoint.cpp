@@ -2,7 +2,7 @@
 // (pages numbered from 1), usable as targets of program motion lines.
 #include <algorithm>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -42,24 +42,27 @@ void add_point(Ctx& c) {
 
 void update_point(Ctx& c) {
     Waypoint w;
-    Waypoint* old = read_waypoint(c.arm, c.req, w) ? find(c.arm, w.name) : nullptr;
+    Waypoint* old = c.check(read_waypoint(c.arm, c.req, w), "a waypoint member is missing, mistyped or too long")
+                        ? find(c.arm, w.name)
+                        : nullptr;
+    if (!old && c.why.empty()) c.fail("no waypoint of that name");
     if (old) *old = w;
     c.verdict("update_state", old != nullptr);
 }
 
 void delete_point(Ctx& c) {
     std::string name;
-    get_str(c.req, "point_name", name);
+    c.get_str("point_name", name);
     auto& v = c.arm.waypoints;
     const auto it = std::find_if(v.begin(), v.end(), [&](const Waypoint& w) { return w.name == name; });
-    const bool ok = it != v.end();
+    const bool ok = c.check(it != v.end(), "no waypoint of that name");
     if (ok) v.erase(it);
     c.verdict("delete_state", ok);
 }
 
 void given_point(Ctx& c) {
     std::string name;
-    const Waypoint* w = get_str(c.req, "point_name", name) ? find(c.arm, name) : nullptr;
+    const Waypoint* w = c.get_str("point_name", name) ? find(c.arm, name) : nullptr;
     if (!w) return c.verdict("given_state", false);
     put(c.answer(), *w);
 }
@@ -67,8 +70,8 @@ void given_point(Ctx& c) {
 void list_points(Ctx& c) {
     int page = 0, size = 0;
     std::string search;
-    const bool filtered = get_str(c.req, "vague_search", search);
-    if (!get_int(c.req, "page_num", page) || !get_int(c.req, "page_size", size) || page < 1 || size < 1 ||
+    const bool filtered = c.get_str("vague_search", search);
+    if (!c.get_int("page_num", page) || !c.get_int("page_size", size) || page < 1 || size < 1 ||
         size > kMaxPage)
         return c.verdict("get_state", false);
     std::vector<const Waypoint*> hits;
@@ -88,12 +91,18 @@ void list_points(Ctx& c) {
 
 }  // namespace
 
-void add_waypoint_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["add_global_waypoint"] = add_point;
     t["update_global_waypoint"] = update_point;
     t["delete_global_waypoint"] = delete_point;
     t["given_global_waypoint"] = given_point;
     t["get_global_waypoints_list"] = list_points;
 }
+
+}  // namespace
+
+const Family waypoint_family{"waypoint", commands};
 
 }  // namespace kxsim

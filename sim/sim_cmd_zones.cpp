@@ -3,8 +3,9 @@
 // allowed side of an enabled zone is refused with the zone's error.
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
-#include "sim_arm.h"
+#include "sim_family.h"
 #include "sim_json.h"
 
 namespace kxsim {
@@ -44,6 +45,10 @@ bool read_zone(const cJSON* req, std::initializer_list<int> forms, bool named, Z
     return true;
 }
 
+bool zone_of(Ctx& c, std::initializer_list<int> forms, bool named, Zone& z) {
+    return c.check(read_zone(c.req, forms, named, z), "the form, name or geometry is missing, mistyped or invalid");
+}
+
 void add_zone(cJSON* obj, const Zone& z, bool named) {
     add_int(obj, "form", z.form);
     if (named) add_str(obj, "form_name", z.name);
@@ -60,8 +65,8 @@ Zone* find_fence(ArmState& a, const std::string& name) {
 void add_fence(Ctx& c) {
     Zone z;
     ZoneState& s = c.arm.zones;
-    const bool ok = read_zone(c.req, {1, 2, 3}, true, z) && !find_fence(c.arm, z.name) &&
-                    s.fences.size() < static_cast<size_t>(ZoneState::kMaxFences);
+    const bool ok = zone_of(c, {1, 2, 3}, true, z) && c.check(!find_fence(c.arm, z.name), "the name is taken") &&
+                    c.check(s.fences.size() < static_cast<size_t>(ZoneState::kMaxFences), "ten fences are kept already");
     if (ok) s.fences.push_back(z);
     c.verdict("add_config", ok);
 }
@@ -69,7 +74,7 @@ void add_fence(Ctx& c) {
 void update_fence(Ctx& c) {
     Zone z;
     Zone* old = nullptr;
-    const bool ok = read_zone(c.req, {1, 2, 3}, true, z) && (old = find_fence(c.arm, z.name)) != nullptr;
+    const bool ok = zone_of(c, {1, 2, 3}, true, z) && c.check((old = find_fence(c.arm, z.name)) != nullptr, "no fence of that name");
     if (ok) *old = z;
     c.verdict("update_config", ok);
 }
@@ -77,7 +82,7 @@ void update_fence(Ctx& c) {
 void delete_fence(Ctx& c) {
     std::string name;
     auto& f = c.arm.zones.fences;
-    const bool ok = get_str(c.req, "form_name", name) && find_fence(c.arm, name);
+    const bool ok = c.get_str("form_name", name) && c.check(find_fence(c.arm, name), "no fence of that name");
     if (ok) f.erase(std::remove_if(f.begin(), f.end(), [&](const Zone& z) { return z.name == name; }), f.end());
     c.verdict("delete_config", ok);
 }
@@ -100,17 +105,18 @@ void fence_infos(Ctx& c) {
 
 void given_fence(Ctx& c) {
     std::string name;
-    const Zone* z = get_str(c.req, "form_name", name) ? find_fence(c.arm, name) : nullptr;
+    const Zone* z = c.get_str("form_name", name) ? find_fence(c.arm, name) : nullptr;
     add_bool(c.answer(), "given_state", z != nullptr);
     if (z) add_zone(c.reply, *z, true);
+    else c.refuse("no fence of that name");
 }
 
 /* ---- active fence, wall, switches ---- */
 
 void set_switch(Ctx& c, ZoneSwitch ZoneState::*member) {
     ZoneSwitch s;
-    const bool ok = get_bool(c.req, "set_enable", s.enable) && get_int(c.req, "in_out_side", s.in_out_side) &&
-                    (s.in_out_side == 0 || s.in_out_side == 1) && get_int(c.req, "effective_region", s.region) &&
+    const bool ok = c.get_bool("set_enable", s.enable) && c.get_int("in_out_side", s.in_out_side) &&
+                    (s.in_out_side == 0 || s.in_out_side == 1) && c.get_int("effective_region", s.region) &&
                     s.region >= 0;
     if (ok) c.arm.zones.*member = s;
     c.verdict("set_state", ok);
@@ -129,19 +135,19 @@ void get_wall_enable(Ctx& c) { get_switch(c, &ZoneState::wall_on); }
 
 void set_fence_config(Ctx& c) {
     Zone z;
-    const bool ok = read_zone(c.req, {1, 2}, false, z);
+    const bool ok = zone_of(c, {1, 2}, false, z);
     if (ok) c.arm.zones.fence = z;
     c.verdict("set_config", ok);
 }
 void set_wall_config(Ctx& c) {
     Zone z;
-    const bool ok = read_zone(c.req, {1, 3}, false, z);
+    const bool ok = zone_of(c, {1, 3}, false, z);
     if (ok) c.arm.zones.wall = z;
     c.verdict("set_config", ok);
 }
 /* Without a configuration the controller answers "given_state" false. */
 void get_zone_config(Ctx& c, const Zone& z) {
-    if (z.form == 0) return c.verdict("given_state", false);
+    if (z.form == 0) return add_bool(c.answer(), "given_state", false);
     add_zone(c.answer(), z, false);
 }
 void get_fence_config(Ctx& c) { get_zone_config(c, c.arm.zones.fence); }
@@ -149,7 +155,7 @@ void get_wall_config(Ctx& c) { get_zone_config(c, c.arm.zones.wall); }
 
 void set_self_collision(Ctx& c) {
     bool on = false;
-    const bool ok = get_bool(c.req, "set_enable", on);
+    const bool ok = c.get_bool("set_enable", on);
     if (ok) c.arm.zones.self_collision = on;
     c.verdict("set_state", ok);
 }
@@ -177,6 +183,18 @@ bool inside(const Zone& z, const double p[3]) {
     }
 }
 
+/* The joints at s in [0, 1] along the path's samples, straight between them. */
+Joints sample(const std::vector<Joints>& path, double s) {
+    const size_t last = path.size() - 1;
+    if (last == 0) return path[0];
+    const double x = s * static_cast<double>(last);
+    const size_t i = std::min(static_cast<size_t>(x), last - 1);
+    const double f = x - static_cast<double>(i);
+    Joints j{};
+    for (int n = 0; n < kMaxJoints; ++n) j[n] = path[i][n] + f * (path[i + 1][n] - path[i][n]);
+    return j;
+}
+
 bool allowed(const Zone& z, const ZoneSwitch& s, const double p[3]) {
     return !s.enable || z.form == 0 || inside(z, p) == (s.in_out_side == 0);
 }
@@ -189,30 +207,43 @@ int ZoneState::violation(const double p[3]) const {
     return 0;
 }
 
-bool zones_allow(ArmState& arm, const Segment& seg) {
+bool zones_allow(Ctx& c, const Segment& seg) {
+    ArmState& arm = c.arm;
     const ZoneState& z = arm.zones;
-    if (seg.path.empty() || !((z.fence_on.enable && z.fence.form) || (z.wall_on.enable && z.wall.form))) return true;
-    // The tool point in the base frame, sampled along the joint path.
+    if (seg.path.empty()) return true;
+    const bool zones = (z.fence_on.enable && z.fence.form) || (z.wall_on.enable && z.wall.form);
+    // An arm already folded onto itself may move out of it.
+    const bool links = z.self_collision && self_collision(arm, seg.path.front()).empty();
+    if (!zones && !links) return true;
     const Mat4 tool = arm.tool_in_base();
-    const size_t last = seg.path.size() - 1;
     for (int k = 1; k <= kPathSamples; ++k) {
-        const double x = static_cast<double>(k) / kPathSamples * static_cast<double>(last);
-        const size_t i = std::min(static_cast<size_t>(x), last > 0 ? last - 1 : 0);
-        const double f = last > 0 ? x - static_cast<double>(i) : 0;
-        Joints j{};
-        for (int n = 0; n < kMaxJoints; ++n)
-            j[n] = last > 0 ? seg.path[i][n] + f * (seg.path[i + 1][n] - seg.path[i][n]) : seg.path[0][n];
+        const Joints j = sample(seg.path, static_cast<double>(k) / kPathSamples);
+        if (links) {
+            const std::string why = self_collision(arm, j);
+            if (!why.empty()) {
+                arm.raise(kSelfCollisionError);
+                return c.fail(why + ", " + std::to_string(100 * k / kPathSamples) + "% of the way");
+            }
+        }
+        if (!zones) continue;
+        // The tool point in the base frame, along the joint path.
         const Mat4 m = mul(arm.flange(j), tool);
         const double p[3] = {m[0][3], m[1][3], m[2][3]};
         if (const int err = z.violation(p)) {
-            if (std::find(arm.errors.begin(), arm.errors.end(), err) == arm.errors.end()) arm.errors.push_back(err);
-            return false;
+            arm.raise(static_cast<ArmError>(err));
+            char text[160];
+            std::snprintf(text, sizeof text, "the tool point would %s at (%.3f, %.3f, %.3f) m, %d%% of the way",
+                          err == kFenceError ? "leave the electronic fence's allowed side" : "cross the virtual wall",
+                          p[0], p[1], p[2], 100 * k / kPathSamples);
+            return c.fail(text);
         }
     }
     return true;
 }
 
-void add_zone_commands(CommandTable& t) {
+namespace {
+
+void commands(CommandTable& t) {
     t["add_electronic_fence_config"] = add_fence;
     t["update_electronic_fence_config"] = update_fence;
     t["delete_electronic_fence_config"] = delete_fence;
@@ -230,5 +261,9 @@ void add_zone_commands(CommandTable& t) {
     t["set_self_collision_enable"] = set_self_collision;
     t["get_self_collision_enable"] = get_self_collision;
 }
+
+}  // namespace
+
+const Family zones_family{"zones", commands};
 
 }  // namespace kxsim

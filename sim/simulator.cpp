@@ -14,6 +14,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -71,6 +73,7 @@ struct ArmServer {
     mutable std::mutex mu;
     ArmState state;
 
+    int number = 0; /* K of arm K, 1..5 */
     int listen_fd = -1, wake_fd = -1, udp_fd = -1;
     int port = 0;
     std::thread io;
@@ -92,6 +95,11 @@ struct ArmServer {
     std::thread flooder;
     std::atomic<bool> flooding{false};
 
+    /* the refusal log: the last line, and how often it came again since */
+    std::mutex lmu;
+    std::string last_note;
+    unsigned long repeats = 0;
+
     std::atomic<unsigned long long> datagrams{0};
     std::atomic<Clock::rep> last_end_real{0};
     Clock::time_point next_push{}; /* clock thread only */
@@ -104,6 +112,7 @@ struct ArmServer {
 
 struct Simulator::Impl {
     Options opt;
+    std::string start_error;
     std::vector<std::unique_ptr<ArmServer>> arms;
     Clock::time_point t0 = Clock::now();
     std::atomic<bool> running{false};
@@ -125,7 +134,7 @@ struct Simulator::Impl {
 
     /* Something on the arm advances with time (under its lock). */
     static bool needs_ticks(const ArmServer& a) {
-        return a.state.moving() || a.state.effectors.busy() || families_busy(a.state);
+        return a.state.moving() || families_busy(a.state);
     }
     /* When the clock must next look at this arm (under its lock). */
     static Clock::time_point due(const ArmServer& a, Clock::time_point now) {
@@ -150,6 +159,26 @@ struct Simulator::Impl {
 
     /* ---- writing ---- */
 
+    /* A refusal repeated back to back (a stream into a held error) is
+     * written once, and counted when something else comes. */
+    void log(ArmServer& a, const std::string& text) {
+        std::lock_guard<std::mutex> l(a.lmu);
+        if (text == a.last_note) {
+            ++a.repeats;
+            return;
+        }
+        const std::string arm = "arm " + std::to_string(a.number) + ": ";
+        if (a.repeats > 0) write_log(arm + "the refusal before repeated " + std::to_string(a.repeats) + " more times");
+        a.last_note = text;
+        a.repeats = 0;
+        write_log(arm + text);
+    }
+
+    void write_log(const std::string& line) {
+        if (opt.log) return opt.log(line);
+        std::fprintf(stderr, "kx_sim: %s\n", line.c_str());
+    }
+
     void write(ArmServer& a, const std::string& bytes) {
         std::lock_guard<std::mutex> l(a.wmu);
         if (a.conn_fd >= 0 && !write_all(a.conn_fd, bytes.data(), bytes.size()))
@@ -167,8 +196,18 @@ struct Simulator::Impl {
         }
     }
 
+    void log_notes(ArmServer& a, Events& events) {
+        for (Event& e : events)
+            if (e.note) log(a, e.text);
+        events.erase(std::remove_if(events.begin(), events.end(), [](const Event& e) { return e.note; }), events.end());
+    }
+
     void send_events(ArmServer& a, const Events& events) {
         for (const Event& e : events) {
+            if (e.note) {
+                log(a, e.text);
+                continue;
+            }
             // Stamped before the write, so that whoever sees the event sees the stamp.
             if (e.motion_end) a.last_end_real = Clock::now().time_since_epoch().count();
             if (!a.silent && !a.flooding) write(a, e.text + "\r\n");
@@ -242,10 +281,12 @@ struct Simulator::Impl {
         {
             std::string ack;
             bool consumed;
+            Events notes;
             {
                 std::lock_guard<std::mutex> l(a.mu);
-                consumed = loose_line(a.state, line, sim_now(), ack);
+                consumed = loose_line(a.state, line, sim_now(), ack, notes);
             }
+            send_events(a, notes);
             if (!ack.empty()) send_reply(a, "download_project", ack + "\r\n");
             if (consumed) {
                 kick();  // a complete upload may start a run
@@ -272,6 +313,7 @@ struct Simulator::Impl {
         }
         cJSON_Delete(req);
         send_events(a, before);
+        log_notes(a, after);  // logged before the reply, so that whoever sees the refusal can read why
         if (!reply.empty()) send_reply(a, cmd, reply + "\r\n");
         send_events(a, after);
         // Only a request that needs the clock sooner than planned wakes it:
@@ -282,10 +324,12 @@ struct Simulator::Impl {
     size_t divert_upload(ArmServer& a, const char* data, size_t n) {
         std::string ack;
         size_t used;
+        Events notes;
         {
             std::lock_guard<std::mutex> l(a.mu);
-            used = take_upload(a.state, data, n, sim_now(), ack);
+            used = take_upload(a.state, data, n, sim_now(), ack, notes);
         }
+        send_events(a, notes);
         if (!ack.empty()) send_reply(a, "download_project", ack + "\r\n");
         if (used) kick();
         return used;
@@ -484,6 +528,7 @@ Simulator::Simulator(Options options) : impl_(std::make_unique<Impl>()) {
     if (!(impl_->opt.time_scale > 0)) impl_->opt.time_scale = 1.0;
     for (const ArmOptions& ao : impl_->opt.arms) {
         auto a = std::make_unique<ArmServer>();
+        a->number = static_cast<int>(impl_->arms.size()) + 1;
         a->state.set_product("AVEN-P");  // a known model first, whatever the string says
         a->state.set_product(ao.product_version);
         PushConfig& p = a->state.push;
@@ -500,14 +545,18 @@ Simulator::~Simulator() { stop(); }
 bool Simulator::start() {
     Impl& im = *impl_;
     if (im.running) return true;
-    for (size_t k = 0; k < im.arms.size(); ++k)
-        if (!im.open_arm(*im.arms[k], static_cast<int>(k),
-                         im.opt.arms[k].port >= 0 ? im.opt.arms[k].port : std::max(0, im.opt.base_port))) {
+    for (size_t k = 0; k < im.arms.size(); ++k) {
+        const int port = im.opt.arms[k].port >= 0 ? im.opt.arms[k].port : std::max(0, im.opt.base_port);
+        if (!im.open_arm(*im.arms[k], static_cast<int>(k), port)) {
             const int err = errno;
+            im.start_error = "arm " + std::to_string(k + 1) + " cannot listen on " + host(static_cast<int>(k)) + ":" +
+                             std::to_string(port) + ": " + std::strerror(err);
             for (auto& a : im.arms) im.close_arm(*a);
             errno = err;
             return false;
         }
+    }
+    im.start_error.clear();
     im.running = true;
     for (auto& a : im.arms) {
         ArmServer* ap = a.get();
@@ -518,6 +567,8 @@ bool Simulator::start() {
 }
 
 void Simulator::stop() { impl_->stop(); }
+
+std::string Simulator::start_error() const { return impl_->start_error; }
 
 int Simulator::arm_count() const { return static_cast<int>(impl_->arms.size()); }
 
@@ -639,6 +690,15 @@ bool Simulator::moving(int arm) const {
     return a->state.moving();
 }
 
+std::vector<std::vector<double>> Simulator::preview(int arm, double dt) const {
+    const ArmServer* a = impl_->at(arm);
+    if (!a || !(dt > 0)) return {};
+    std::lock_guard<std::mutex> l(a->mu);
+    std::vector<std::vector<double>> out;
+    for (const Joints& j : a->state.preview(dt)) out.emplace_back(j.begin(), j.begin() + a->state.dof);
+    return out;
+}
+
 std::chrono::steady_clock::time_point Simulator::last_motion_end(int arm) const {
     const ArmServer* a = impl_->at(arm);
     if (!a) return {};
@@ -668,31 +728,27 @@ auto read_state(const Simulator::Impl& im, int arm, F&& f) -> decltype(f(std::de
 }
 }  // namespace
 
-void Simulator::set_external_force(int arm, const std::vector<double>& wrench) {
-    with_state(*impl_, arm, [&](ArmState& s) {
-        s.force.push = {};
-        for (size_t i = 0; i < 6 && i < wrench.size(); ++i) s.force.push[i] = wrench[i];
-    });
+bool Simulator::drive(int arm, const std::string& hook, const std::vector<double>& args) {
+    int done = -1;
+    with_state(*impl_, arm, [&](ArmState& s) { done = apply_hook(s, hook, args); });
+    return done == 1;
 }
 
-void Simulator::set_surface_height(int arm, double z) {
-    with_state(*impl_, arm, [&](ArmState& s) { s.force.surface_z = z; });
+void Simulator::set_external_force(int arm, const std::vector<double>& wrench) {
+    drive(arm, "external_force", std::vector<double>(wrench.begin(), wrench.begin() + std::min<size_t>(6, wrench.size())));
 }
+
+void Simulator::set_surface_height(int arm, double z) { drive(arm, "surface_height", {z}); }
 
 void Simulator::set_hand_motion(int arm, const std::vector<double>& joint_rates) {
-    with_state(*impl_, arm, [&](ArmState& s) { s.drag.hand_rate = joint_rates; });
+    drive(arm, "hand_motion", joint_rates);
 }
 
 void Simulator::inject_save_faults(int arm, int after_points, int malformed_at) {
-    with_state(*impl_, arm, [&](ArmState& s) {
-        s.drag.silence_after = after_points;
-        s.drag.malformed_at = malformed_at;
-    });
+    drive(arm, "save_faults", {static_cast<double>(after_points), static_cast<double>(malformed_at)});
 }
 
-void Simulator::fail_program_at(int arm, int line) {
-    with_state(*impl_, arm, [&](ArmState& s) { s.program.fail_at = line; });
-}
+void Simulator::fail_program_at(int arm, int line) { drive(arm, "fail_program_at", {static_cast<double>(line)}); }
 
 std::string Simulator::last_upload(int arm) const {
     return read_state(*impl_, arm, [](const ArmState& s) { return s.program.last_upload; });
@@ -712,33 +768,14 @@ std::vector<int> Simulator::program_ids(int arm) const {
 
 /* ---- peripherals, driven from outside ---- */
 
-namespace {
-bool set_input(ArmServer* a, int* inputs, int n, int channel, int value) {
-    if (!a || channel < 1 || channel > n || (value != 0 && value != 1)) return false;
-    inputs[channel - 1] = value;
-    return true;
-}
-}  // namespace
-
 bool Simulator::set_digital_input(int arm, int channel, int value) {
-    ArmServer* a = impl_->at(arm);
-    if (!a) return false;
-    std::lock_guard<std::mutex> l(a->mu);
-    return set_input(a, a->state.io.in, IoState::kChannels, channel, value);
+    return drive(arm, "digital_input", {static_cast<double>(channel), static_cast<double>(value)});
 }
 
 bool Simulator::set_tool_digital_input(int arm, int channel, int value) {
-    ArmServer* a = impl_->at(arm);
-    if (!a) return false;
-    std::lock_guard<std::mutex> l(a->mu);
-    return set_input(a, a->state.io.tool_in, IoState::kToolChannels, channel, value);
+    return drive(arm, "tool_digital_input", {static_cast<double>(channel), static_cast<double>(value)});
 }
 
-void Simulator::set_gripper_object(int arm, int width) {
-    if (ArmServer* a = impl_->at(arm)) {
-        std::lock_guard<std::mutex> l(a->mu);
-        a->state.effectors.object_width = std::clamp(width, 0, 1000);
-    }
-}
+void Simulator::set_gripper_object(int arm, int width) { drive(arm, "gripper_object", {static_cast<double>(width)}); }
 
 }  // namespace kxsim

@@ -12,6 +12,7 @@
 #define KX_SIM_SIMULATOR_H
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -33,6 +34,10 @@ struct Options {
     int udp_port = 8089;         /* initial realtime push port */
     bool push_enabled = true;    /* initial realtime push state */
     int push_cycle = 10;         /* initial push cycle, in 1 ms units of simulated time */
+    /* Where the simulator says why it refused something: one line per
+     * refusal, "arm K: <command> refused: <reason>", without a line end.
+     * Unset: standard error, prefixed "kx_sim: ". */
+    std::function<void(const std::string&)> log;
 };
 
 class Simulator {
@@ -43,6 +48,8 @@ public:
     Simulator& operator=(const Simulator&) = delete;
 
     bool start(); /* binds every arm's port and starts serving; false on failure */
+    /* Why start() failed: the address and port it could not listen on, and the system's reason. */
+    std::string start_error() const;
     void stop();
 
     int arm_count() const;
@@ -90,6 +97,9 @@ public:
     std::vector<double> joints(int arm) const;
     /* Whether a planned motion is running. */
     bool moving(int arm) const;
+    /* The queued planned motion of the arm sampled every `dt` seconds of
+     * simulated time from its start (joints in degrees), without running it. */
+    std::vector<std::vector<double>> preview(int arm, double dt) const;
     /* Simulated time at which the last planned motion (or effector move) of the arm ended, and the
      * real steady-clock time at which its completion event was written. */
     std::chrono::steady_clock::time_point last_motion_end(int arm) const;
@@ -116,6 +126,15 @@ public:
     size_t recorded_points(int arm) const;
     /* Ids of the stored programs. */
     std::vector<int> program_ids(int arm) const;
+
+    /* ---- driving a family from outside ---- */
+    /* Applies the family test hook of that name to the arm (the hooks are
+     * listed with their families: "external_force", "surface_height",
+     * "hand_motion", "save_faults", "fail_program_at", "digital_input",
+     * "tool_digital_input", "gripper_object", ...); false when there is no
+     * such hook or it refused the arguments. The calls below are its named
+     * forms. */
+    bool drive(int arm, const std::string& hook, const std::vector<double>& args);
 
     /* ---- peripherals, driven from outside ---- */
     /* Sets digital input `channel` (1..4) of the arm to `value` (0/1); false

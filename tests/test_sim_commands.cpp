@@ -269,3 +269,17 @@ TEST_F(Commands, RealtimePushConfiguration) {
                           "set_realtime_push", "state"), 0) << bad;
     EXPECT_EQ(flag(p->ask("{\"command\":\"get_realtime_push\"}").get(), "enable"), 1);
 }
+
+/* Families are driven from outside through their named hooks. */
+TEST_F(Commands, FamilyHooksDriveTheArm) {
+    EXPECT_FALSE(sim.drive(0, "no_such_hook", {}));
+    EXPECT_FALSE(sim.drive(0, "digital_input", {5, 1}));  // channels 1..4
+    EXPECT_FALSE(sim.drive(0, "digital_input", {2}));
+    EXPECT_FALSE(sim.drive(7, "digital_input", {2, 1}));  // no such arm
+    ASSERT_TRUE(sim.drive(0, "digital_input", {2, 1}));
+    EXPECT_EQ(ints(p->ask(R"({"command":"get_IO_input"})", "IO_input_state").get(), "DI"),
+              (std::vector<int>{0, 1, 0, 0}));
+    ASSERT_TRUE(sim.set_tool_digital_input(0, 1, 1));
+    EXPECT_EQ(ints(p->ask(R"({"command":"get_tool_IO_state"})", "tool_IO_state").get(), "IO_state"),
+              (std::vector<int>{1, 0}));
+}

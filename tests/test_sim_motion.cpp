@@ -179,13 +179,22 @@ TEST_F(Motion, StepsTeachingAndStreamedTargets) {
     EXPECT_EQ(flag(p->ask("{\"command\":\"set_teach_frame\",\"frame_type\":1}").get(), "set_state"), 1);
     EXPECT_EQ(num(p->ask("{\"command\":\"get_teach_frame\"}").get(), "frame_type"), 1);
 
-    // Streamed joint targets apply at once and are not answered.
-    p->send_line("{\"command\":\"movej_canfd\",\"joint\":[1000,2000,3000,4000,5000,6000],\"follow\":false,"
-                 "\"expand\":0,\"trajectory_mode\":0,\"radio\":0}");
-    EXPECT_EQ(degrees(), (std::vector<int>{1000, 2000, 3000, 4000, 5000, 6000}));
+    // Streamed joint targets within a joint's reach apply at once and are not answered.
+    auto near_held = [&](int d0, int d5) {
+        std::vector<int> j = held;
+        j[0] += d0, j[5] += d5;
+        std::string s;
+        for (size_t i = 0; i < j.size(); ++i) s += (i ? "," : "") + std::to_string(j[i]);
+        return std::pair{j, s};
+    };
+    const auto [a, a_text] = near_held(1000, -1000);
+    p->send_line("{\"command\":\"movej_canfd\",\"joint\":[" + a_text +
+                 "],\"follow\":false,\"expand\":0,\"trajectory_mode\":0,\"radio\":0}");
+    EXPECT_EQ(degrees(), a);
     p->send_line("{\"command\":\"movej_follow\",\"joint\":[0,0,0,0,0,500000]}");  // out of range: ignored
-    p->send_line("{\"command\":\"movej_follow\",\"joint\":[-1000,0,0,0,0,0]}");
-    EXPECT_EQ(degrees(), (std::vector<int>{-1000, 0, 0, 0, 0, 0}));
+    const auto [b, b_text] = near_held(1500, 0);
+    p->send_line("{\"command\":\"movej_follow\",\"joint\":[" + b_text + "]}");
+    EXPECT_EQ(degrees(), b);
     EXPECT_TRUE(p->skipped.empty());
 }
 
