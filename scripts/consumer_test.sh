@@ -40,7 +40,7 @@ fi
 docdir=$prefix/share/doc/kx_api
 [ -d "$docdir" ] || docdir=$(dirname "$(find "$prefix/share/doc" -path '*kx_api*/examples/example_arm.h' | head -1)")/..
 echo "== consumer: installed copy in $prefix"
-for h in kx_interface_global.h kx_core.h MIO_JSON.h; do
+for h in kx_interface_global.h kx_structures.h kx_core.h MIO_JSON.h; do
   if find "$prefix/include" -name "$h" 2>/dev/null | grep -q .; then echo "internal header $h installed"; exit 1; fi
 done
 
