@@ -43,12 +43,13 @@ scripts/coverage.sh --gate build
 # The Python binding's tests against the simulator (label python), the
 # reference documentation, then an application built outside the tree against
 # an installed copy (find_package and pkg-config, C99 and C++17, the installed
-# examples) and run from that prefix.
+# examples) and run from that prefix, then the same from the Debian package.
 if [ -d python/tests ]; then
   (cd build && ctest --output-on-failure -L python)
 fi
 cmake --build build --target docs   # the reference; fails on anything undocumented
 scripts/consumer_test.sh build
+scripts/consumer_test.sh --deb build   # the same against the Debian package's contents
 # ---- end of adoption steps -------------------------------------------------
 
 # ---- ROS: the driver packages in ros/, built against build/ ----------------
