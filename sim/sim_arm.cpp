@@ -424,14 +424,16 @@ bool ArmState::finish_plan(Segment& seg, int v, double length, double angle, std
  * |d2q/ds2| (the cubic through the samples bends up to three times their
  * second difference), and since q'' = d2 s'^2 + d1 s'', half the
  * acceleration goes to each term. */
-void ArmState::bound_profile(Segment& seg, double f, double vs, double as) const {
+void ArmState::bound_profile(Segment& seg, double f, double vs, double as, double noise) const {
     const double m = static_cast<double>(seg.path.size() - 1);
     for (int i = 0; i < dof; ++i) {
         double d1 = 0, d2 = 0;
         for (size_t k = 1; k < seg.path.size(); ++k) {
             d1 = std::max(d1, std::fabs(seg.path[k][i] - seg.path[k - 1][i]) * m);
-            if (k >= 2)
-                d2 = std::max(d2, 3 * std::fabs(seg.path[k][i] - 2 * seg.path[k - 1][i] + seg.path[k - 2][i]) * m * m);
+            if (k >= 2) {
+                const double bend = std::fabs(seg.path[k][i] - 2 * seg.path[k - 1][i] + seg.path[k - 2][i]);
+                d2 = std::max(d2, 3 * std::max(0.0, bend - noise) * m * m);
+            }
         }
         if (d1 < 1e-9) continue;
         const double vmax = max_speed[i] * 6e-3, amax = max_acc[i] * 6e-3; /* deg/s, deg/s^2 */
@@ -452,6 +454,17 @@ void ArmState::bound_profile(Segment& seg, double f, double vs, double as) const
     seg.vs = vs;
     seg.as = as;
     seg.duration = (vs * vs / as >= 1.0) ? 2 * std::sqrt(1.0 / as) : vs / as + 1.0 / vs;
+}
+
+void ArmState::plan_recorded(Segment& seg, double duration) const {
+    /* Each sample is rounded to 0.001 deg, so a second difference is off by
+     * up to 0.002 deg: at a 1 ms cycle that jitter alone would read as
+     * 2000 deg/s^2 and crawl along a straight path. */
+    bound_profile(seg, 1.0, 1.0 / duration, kNoBound, 0.002);
+    seg.type = "re_trajectory";
+    seg.status = "move_J";
+    const WireJoints end = wire_joints(seg.path.back());
+    seg.target.assign(end.begin(), end.begin() + dof);
 }
 
 void ArmState::enqueue(Segment seg, double now, Events& out) {
