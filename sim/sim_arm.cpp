@@ -106,23 +106,40 @@ Mat4 teach_delta(const Mat4& pose, Teach::Kind kind, int axis, double amount, bo
 
 /* ---------------------------------------------------------------- model -- */
 
-void ArmState::set_product(const std::string& product_version) {
+namespace {
+
+/* The kinematics' robot type and sensor edition named by a product string;
+ * false when it names no known model. */
+bool product_type(const std::string& product_version, int& type, int& ed) {
     static const struct {
         const char* name;
         int type;
     } kModels[] = {{"AVEN", 0}, {"BRIV", 1}, {"CALD", 3}, {"DUMO", 5}, {"ESKA", 6}, {"FIRU", 7}, {"GOLT", 8}};
-    product = product_version;
-    int type = -1;
+    type = -1;
     for (const auto& m : kModels)
         if (product_version.find(m.name) != std::string::npos) {
             type = m.type;
             break;
         }
-    if (type < 0) return;
-    int ed = 0;
+    ed = 0;
     if (product_version.find("-P") != std::string::npos) ed = 0;
     else if (product_version.find("-QA") != std::string::npos) ed = 1;
     else if (product_version.find("-QS") != std::string::npos) ed = 2;
+    return type >= 0;
+}
+
+}  // namespace
+
+bool product_offered(const std::string& product_version) {
+    int type = 0, ed = 0;
+    algo::ArmModel m{};
+    return product_type(product_version, type, ed) && algo::default_model(type, ed, &m);
+}
+
+void ArmState::set_product(const std::string& product_version) {
+    product = product_version;
+    int type = -1, ed = 0;
+    if (!product_type(product_version, type, ed)) return;
     algo::ArmModel m{};
     // Editions a model does not offer fall back to its plain geometry.
     if (!algo::default_model(type, ed, &m) && !algo::default_model(type, 0, &m)) return;
