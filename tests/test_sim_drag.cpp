@@ -12,6 +12,21 @@ using namespace simtest;
 
 namespace {
 
+/* One arm at time scale 20 whose controller cycle (record and push) is `cycle_ms`. */
+kxsim::Options at_cycle(const char* product, int cycle_ms) {
+    kxsim::Options o = options({product}, 20.0);
+    o.push_cycle = cycle_ms;
+    return o;
+}
+
+/* Drag teaches, recording, until done() holds. */
+template <class F>
+void teach(Peer& p, F&& done) {
+    ASSERT_EQ(flag(p.ask(R"({"command":"start_drag_teach","trajectory_record":1})").get(), "drag_teach"), 1);
+    while (!done()) std::this_thread::yield();
+    ASSERT_EQ(flag(p.ask(R"({"command":"stop_drag_teach"})").get(), "drag_teach"), 1);
+}
+
 /* Saves the recorded path and returns its points (those streamed before the
  * save's reply are among the lines its wait skipped). */
 std::vector<std::vector<int>> save(Peer& p, size_t dof) {
@@ -39,15 +54,11 @@ std::vector<std::vector<int>> save(Peer& p, size_t dof) {
  * long as the teaching did, a program of the points at speed 50 twice as
  * long. */
 TEST(DragTeaching, RecordsEveryCycleWhereTheArmIsAndReplaysAtThatPace) {
-    kxsim::Options o = options({"AVEN-P"}, 20.0);
-    o.push_cycle = 1;
-    kxsim::Simulator sim(o);
+    kxsim::Simulator sim(at_cycle("AVEN-P", 1));
     ASSERT_TRUE(sim.start());
     Peer p(sim, 0);
     sim.set_hand_motion(0, {3.3, -1.7});
-    ASSERT_EQ(flag(p.ask(R"({"command":"start_drag_teach","trajectory_record":1})").get(), "drag_teach"), 1);
-    while (sim.joints(0)[0] < 4.0) std::this_thread::yield();
-    ASSERT_EQ(flag(p.ask(R"({"command":"stop_drag_teach"})").get(), "drag_teach"), 1);
+    teach(p, [&] { return sim.joints(0)[0] >= 4.0; });
     const std::vector<double> stopped = sim.joints(0);
 
     const auto path = save(p, 6);
@@ -98,14 +109,10 @@ TEST(DragTeaching, RecordsEveryCycleWhereTheArmIsAndReplaysAtThatPace) {
 
 /* A still arm is recorded too, one point per cycle. */
 TEST(DragTeaching, RecordsAStillArm) {
-    kxsim::Options o = options({"BRIV-P"}, 20.0);
-    o.push_cycle = 10;
-    kxsim::Simulator sim(o);
+    kxsim::Simulator sim(at_cycle("BRIV-P", 10));
     ASSERT_TRUE(sim.start());
     Peer p(sim, 0);
-    ASSERT_EQ(flag(p.ask(R"({"command":"start_drag_teach","trajectory_record":1})").get(), "drag_teach"), 1);
-    while (sim.recorded_points(0) < 20) std::this_thread::yield();
-    ASSERT_EQ(flag(p.ask(R"({"command":"stop_drag_teach"})").get(), "drag_teach"), 1);
+    teach(p, [&] { return sim.recorded_points(0) >= 20; });
     const auto path = save(p, 7);
     EXPECT_GE(path.size(), 20u);
     for (const auto& pt : path) EXPECT_EQ(pt, std::vector<int>(7, 0));
