@@ -148,8 +148,11 @@ class FleetTest(unittest.TestCase):
     @classmethod
     def start_sim(cls, i):
         port, models, editions = SIMS[i]
+        # What the simulators refuse, and why, is kept for the checks and for whoever reads the logs.
+        log = open(os.path.join(os.environ.get("ROS_HOME", "/tmp"), "kx_sim_%d.log" % port), "ab")
         p = subprocess.Popen([cls.sim_path, "--arms", "5", "--model", models, "--edition", editions,
-                              "--port", str(port)], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+                              "--port", str(port)], stdout=subprocess.PIPE, stderr=log)
+        log.close()
         for _ in range(5):  # one "listening" line per arm once it serves
             assert b"listening" in p.stdout.readline(), "kx_sim did not start"
         return p
