@@ -527,7 +527,7 @@ int ArmCore::streaming_error(const ArmSample& s) {
 
 Result ArmCore::refuse(std::string why) {
     refused_.fetch_add(1);
-    return {-1, "stream refused: " + why};
+    return {-1, "stream refused: " + why, true};
 }
 
 void ArmCore::end_stream() { stream_last_.clear(); }
@@ -544,23 +544,25 @@ Result ArmCore::send_streamed(const std::vector<double>& q, Hold hold,
     const JointLimits lim = limits("");
     std::string why;
     if (!within_limits(lim, {}, q, 0, &why)) return refuse(why);
-    double now = seconds(Clock::now());
+    const double now = seconds(Clock::now());
     if (!stream_clock_.active(now)) end_stream();
     const std::vector<double> from =
         stream_last_.empty() ? std::vector<double>(arm.position.begin(), arm.position.begin() + arm.dof) : stream_last_;
-    const double wait = stream_clock_.wait_for(now, travel_time(lim, from, q));
+    // The controller times a target by its arrival, which a loaded machine
+    // delays: the driver uses only kShare of the period it measures.
+    constexpr double kShare = 0.8;
+    const double wait = stream_clock_.wait_for(now, travel_time(lim, from, q) / kShare);
     if (wait < 0 || wait > (hold == Hold::kYes ? kHold : 0)) {
         const double period = stream_clock_.period(now);
-        within_limits(lim, from, q, period, &why);
+        within_limits(lim, from, q, period * kShare, &why);
         return refuse(why + " (stream period " + std::to_string(period * 1e3).substr(0, 5) + " ms)");
     }
-    if (wait > 0) {
-        std::this_thread::sleep_for(std::chrono::duration<double>(wait));
-        now = seconds(Clock::now());
-    }
+    if (wait > 0) std::this_thread::sleep_for(std::chrono::duration<double>(wait));
     Result r = call("stream", send);
     if (r.ok()) {
-        stream_clock_.sent(now);
+        // Timed when the call returns, by then the target is on its way: a
+        // call held up in the library shortens no gap the controller sees.
+        stream_clock_.sent(seconds(Clock::now()));
         stream_last_ = q;
     }
     return r;
@@ -644,7 +646,7 @@ Execution ArmCore::execute(const Trajectory& trajectory, const Tolerances& toler
             // A streamed target has no reply: a failed send means the connection is gone.
             const Result r = send_streamed(p.desired_position, Hold::kYes,
                                            [&](kx_robot_handle* h) { return send_movej(h, p.desired_position); });
-            if (!r.ok()) return up_.load() ? Execution{Outcome::kRefused, "aborted: " + r.message} : lost;
+            if (!r.ok()) return r.refused ? Execution{Outcome::kRefused, "aborted: " + r.message} : lost;
         }
         if (k % report_every == 0 || t >= trajectory.duration()) {
             p.time = t;

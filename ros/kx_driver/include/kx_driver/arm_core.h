@@ -66,6 +66,7 @@ struct ArmSample {
 struct Result {
     int code = 0;
     std::string message;
+    bool refused = false;  // a streamed target the driver did not send
     bool ok() const { return code == 0; }
 };
 
@@ -140,7 +141,8 @@ public:
     // Streams one joint target (rad). No target outruns a joint: each is
     // measured from the one before (from the arm's joints when a stream
     // starts) against the joints' speed limits over the stream's period as the
-    // controller measures it (StreamClock). A target that arrives a little
+    // controller measures it (StreamClock), of which it uses 80 %, leaving the
+    // rest to the target's way to the controller. A target that arrives a little
     // early is held until the period admits it (at most kHold); one that needs
     // longer, one beyond a limit, one while a trajectory executes or while the
     // controller holds a streaming error is refused and counted.
