@@ -1,27 +1,26 @@
 /*
  * Print live force readings: all six axes on a QS arm, Fz on a QA arm.
  *
- *   force_readout [IP PORT [COUNT]]
+ *   force_readout [HOST [PORT [COUNT]]]
  *
  * Try it without an arm (the simulator pushes 20 N down and 5 N sideways on the tool):
  *   kx_sim --arms 1 --model AVEN --edition QS --port 8080 --push 5,0,-20 &
  *   force_readout 127.0.0.1 8080
  */
-#define _POSIX_C_SOURCE 200809L
-#include <time.h>
-
 #include "example_arm.h"
 
 int main(int argc, char** argv) {
-    int count = argc > 3 ? atoi(argv[3]) : 10;
-    int dof = 0;
-    kx_robot_handle* arm = example_connect(argc, argv, KX_DUAL_MODE_E, &dof);
+    const char* usage = "[HOST [PORT [COUNT]]]";
+    const int count = argc > 3 ? atoi(argv[3]) : 10;
+    if (count < 1) example_usage_exit(argv[0], usage, "COUNT must be a positive number");
+    const example_arm_t ex = example_connect(argc, argv, usage, KX_DUAL_MODE_E);
+    kx_robot_handle* arm = ex.handle;
     kx_robot_info_t info;
     CHECK(kx_get_robot_info(arm, &info));
     if (info.force_type == KX_FORCE_TYPE_P_E) {
-        fprintf(stderr, "this arm has no force sensor (start kx_sim with --edition QS or QA)\n");
+        fprintf(stderr, "this arm has no force sensor (start kx_sim with --edition QS or QA): nothing to read\n");
         kx_destory();
-        return 1;
+        return EXAMPLE_MISSING_FEATURE;
     }
     struct timespec next;
     clock_gettime(CLOCK_MONOTONIC, &next);

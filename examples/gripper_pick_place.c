@@ -2,14 +2,13 @@
  * Pick and place with the two-finger gripper, every step blocking until the
  * arm or the gripper reports it finished.
  *
- *   gripper_pick_place [IP PORT]
+ *   gripper_pick_place [HOST [PORT]]
  *
- * Try it against the simulator with an object between the fingers:
- *   kx_sim --port 8080 --time-scale 5 --grip-object 400   then   gripper_pick_place 127.0.0.1 8080
+ * Try it against the simulator; its --grip-object option puts an object
+ * (here 400 wide) between the fingers, without it they close on nothing:
+ *   kx_sim --port 8080 --time-scale 5 --grip-object 400 &
+ *   gripper_pick_place 127.0.0.1 8080
  */
-#include <stdio.h>
-#include <stdlib.h>
-
 #include "example_arm.h"
 
 static int step(const char* what, int rc) {
@@ -18,14 +17,16 @@ static int step(const char* what, int rc) {
 }
 
 int main(int argc, char** argv) {
-    int dof = 0;
-    kx_robot_handle* arm = example_connect(argc, argv, KX_DUAL_MODE_E, &dof);
+    const example_arm_t ex = example_connect(argc, argv, "[HOST [PORT]]", KX_DUAL_MODE_E);
+    kx_robot_handle* arm = ex.handle;
 
-    const float above_pick[7] = {0, 20, 70, 0, 90, 0, 0};
-    const float above_place[7] = {45, 20, 70, 0, 90, 0, 0};
+    float above_pick[7], above_place[7];
+    example_ready_pose(&ex, above_pick);
+    example_turned(&ex, above_pick, 0, 45, above_place);
     const int timeout_s = 10;
     int rc = 0;
-    kx_gripper_state_t st = {0};
+    kx_gripper_state_t st;
+    memset(&st, 0, sizeof st);
 
     if (step("open the gripper", kx_set_gripper_release(arm, 500, true, timeout_s)) != 0 ||
         step("move above the part", kx_movej(arm, above_pick, 30, 0, 0, 1)) != 0 ||
@@ -36,7 +37,11 @@ int main(int argc, char** argv) {
         /* Status 2: holding an object; 3: the fingers closed on nothing. */
         printf("fingers at %d, force %d, status %d: %s\n", st.actpos, st.current_force, st.status,
                st.status == 2 ? "holding the part" : "nothing gripped");
-        if (st.status != 2) rc = 1;
+        if (st.status != 2) {
+            fprintf(stderr, "nothing between the fingers: on a simulator, start kx_sim with --grip-object W "
+                            "(for example --grip-object 400) to put an object W wide there\n");
+            rc = 1;
+        }
     }
     if (rc == 0 && (step("carry it to the place position", kx_movej(arm, above_place, 30, 0, 0, 1)) != 0 ||
                     step("let go", kx_set_gripper_release(arm, 500, true, timeout_s)) != 0))

@@ -2,19 +2,17 @@
  * Compute joint angles for a Cartesian target locally (no network traffic),
  * then move there and compare where the tool arrived.
  *
- *   ik_then_move [IP PORT]
+ *   ik_then_move [HOST [PORT]]
  */
-#include <math.h>
-
 #include "example_arm.h"
 
 int main(int argc, char** argv) {
-    int dof = 0;
-    kx_robot_handle* arm = example_connect(argc, argv, KX_DUAL_MODE_E, &dof);
+    const example_arm_t ex = example_connect(argc, argv, "[HOST [PORT]]", KX_DUAL_MODE_E);
+    kx_robot_handle* arm = ex.handle;
 
     float ready[7];
-    example_ready_pose(dof, ready);
-    example_print_joints("moving to ready", ready, dof);
+    example_ready_pose(&ex, ready);
+    example_print_joints("moving to ready", ready, ex.dof);
     CHECK(kx_movej(arm, ready, 30, 0, 0, 1));
 
     kx_current_arm_state_t st;
@@ -29,7 +27,7 @@ int main(int argc, char** argv) {
 
     float q[7] = {0};
     CHECK(kx_algo_inverse_kinematics(arm, ik, q));
-    example_print_joints("solution", q, dof);
+    example_print_joints("solution", q, ex.dof);
 
     printf("moving there\n");
     CHECK(kx_movej(arm, q, 30, 0, 0, 1));

@@ -3,27 +3,16 @@
  * port as a master, read one holding register and a block of them from the
  * device at address 1, then show what an absent device looks like.
  *
- *   modbus_sensor [IP PORT]
+ *   modbus_sensor [HOST [PORT]]
  *
  * The simulator emulates the sensor at device address 1 on every port opened
  * as a master:   kx_sim --port 8080   then   modbus_sensor 127.0.0.1 8080
  */
-#include <stdio.h>
-#include <stdlib.h>
-
 #include "example_arm.h"
 
-int main(int argc, char** argv) {
-    int dof = 0;
-    kx_robot_handle* arm = example_connect(argc, argv, KX_DUAL_MODE_E, &dof);
-
-    const int port = 0; /* the controller's own RS485 port */
-    int rc = 1;
+/* The reads, on an RS485 port open as a Modbus master: 0 when each went as expected. */
+static int read_sensor(kx_robot_handle* arm, int port) {
     int mode = 0, baud = 0, timeout = 0;
-    if (kx_set_modbus_mode(arm, port, 115200, 100) != 0) {
-        fprintf(stderr, "the controller did not open its RS485 port as a Modbus master\n");
-        goto done;
-    }
     kx_get_controller_RS485_mode(arm, &mode, &baud, &timeout);
     printf("RS485 port: mode %d, %d baud, Modbus timeout %d\n", mode, baud, timeout);
 
@@ -34,22 +23,32 @@ int main(int argc, char** argv) {
     int value = 0;
     int r = kx_read_holding_registers(arm, reg, &value);
     printf("holding register %d of device %d: %d (result %d)\n", reg.address, reg.device, value, r);
-    if (r != 0 || value != 2317) goto done;
+    if (r != 0 || value != 2317) return 1;
 
-    int bytes[6] = {0};
+    int bytes[6] = {0, 0, 0, 0, 0, 0};
     kx_peripheral_read_write_params_t block = {port, 40, 1, 3};
     r = kx_read_multiple_holding_registers(arm, block, bytes);
     printf("registers 40..42 as bytes:");
     for (int i = 0; i < 6; ++i) printf(" %d", bytes[i]);
     printf(" (result %d)\n", r);
-    if (r != 0) goto done;
+    if (r != 0) return 1;
 
     kx_peripheral_read_write_params_t absent = {port, 40, 7, 1};
     r = kx_read_holding_registers(arm, absent, &value);
     printf("device 7 does not answer: result %d\n", r);
-    rc = r == 1 ? 0 : 1;
+    return r == 1 ? 0 : 1;
+}
 
-done:
+int main(int argc, char** argv) {
+    const example_arm_t ex = example_connect(argc, argv, "[HOST [PORT]]", KX_DUAL_MODE_E);
+    kx_robot_handle* arm = ex.handle;
+
+    const int port = 0; /* the controller's own RS485 port */
+    int rc = 1;
+    if (kx_set_modbus_mode(arm, port, 115200, 100) != 0)
+        fprintf(stderr, "the controller did not open its RS485 port as a Modbus master\n");
+    else
+        rc = read_sensor(arm, port);
     kx_close_modbus_mode(arm, port);
     printf(rc == 0 ? "Modbus read done\n" : "Modbus read failed\n");
     kx_delete_robot_arm(arm);

@@ -2,13 +2,11 @@
  * Blocking and non-blocking moves, with the arm event callback reporting
  * each completed motion.
  *
- *   move_with_events [IP PORT]
+ *   move_with_events [HOST [PORT]]
  */
-#define _POSIX_C_SOURCE 200809L
-#include <pthread.h>
-#include <time.h>
-
 #include "example_arm.h"
+
+#include <pthread.h>
 
 static pthread_mutex_t g_lock = PTHREAD_MUTEX_INITIALIZER;
 static pthread_cond_t g_arrived = PTHREAD_COND_INITIALIZER;
@@ -40,13 +38,12 @@ static int wait_arrival(int before, int seconds) {
 
 int main(int argc, char** argv) {
     kx_get_arm_event_call_back(on_event);
-    int dof = 0;
-    kx_robot_handle* arm = example_connect(argc, argv, KX_DUAL_MODE_E, &dof);
+    const example_arm_t ex = example_connect(argc, argv, "[HOST [PORT]]", KX_DUAL_MODE_E);
+    kx_robot_handle* arm = ex.handle;
 
     float ready[7], left[7];
-    example_ready_pose(dof, ready);
-    example_ready_pose(dof, left);
-    left[0] += 30.0f;
+    example_ready_pose(&ex, ready);
+    example_turned(&ex, ready, 0, 30, left);
 
     printf("blocking movej to ready: returns once the arm has arrived\n");
     CHECK(kx_movej(arm, ready, 30, 0, 0, 1));

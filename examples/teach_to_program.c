@@ -3,34 +3,78 @@
  * controller's program library and run it by number, printing the events
  * the controller pushes meanwhile.
  *
- *   teach_to_program [IP PORT [SECONDS]]
+ *   teach_to_program [HOST [PORT [SECONDS]]]
  *
  * Try it without an arm (the simulated hand moves joints 1 and 2 while teaching):
  *   kx_sim --arms 1 --model AVEN --edition QS --port 8080 --hand 5,-3 &
  *   teach_to_program 127.0.0.1 8080
  */
-#define _POSIX_C_SOURCE 200809L
-#include <string.h>
-#include <unistd.h>
-
 #include "example_arm.h"
+
+#include <dirent.h>
+#include <pthread.h>
+#include <unistd.h>
 
 #define PROGRAM_ID 1
 
+static pthread_mutex_t g_lock = PTHREAD_MUTEX_INITIALIZER;
+static pthread_cond_t g_finished_cond = PTHREAD_COND_INITIALIZER;
+static int g_finished = 0; /* the program that finished, 0 while none */
+
+/* Runs on the library's dispatch thread: keep it short. */
 static void on_event(kx_event_push_data_t e) {
-    if (e.event_type == KX_CURRENT_TRAJECTORY_STATE_E)
+    if (e.event_type == KX_CURRENT_TRAJECTORY_STATE_E) {
         printf("  [event] arm %d: motion %s (device %d)\n", e.handle_id, e.trajectory_state ? "arrived" : "stopped",
                e.device);
-    else if (e.event_type == KX_PROGRAM_RUN_FINISH_E)
+    } else if (e.event_type == KX_PROGRAM_RUN_FINISH_E) {
         printf("  [event] arm %d: program %d finished\n", e.handle_id, e.program_id);
-    fflush(stdout);
+        pthread_mutex_lock(&g_lock);
+        g_finished = e.program_id;
+        pthread_cond_broadcast(&g_finished_cond);
+        pthread_mutex_unlock(&g_lock);
+    }
+}
+
+/* Starts program `id` and waits up to `seconds` for its finish event; stops
+ * the arm and returns 1 when it does not come. (The blocking form,
+ * kx_set_program_id_run(..., 1), waits without a limit.) */
+static int run_program(kx_robot_handle* arm, int id, int seconds) {
+    CHECK(kx_set_program_id_run(arm, id, 0, 0));
+    struct timespec until;
+    clock_gettime(CLOCK_REALTIME, &until);
+    until.tv_sec += seconds;
+    pthread_mutex_lock(&g_lock);
+    int rc = 0;
+    while (g_finished != id && rc == 0) rc = pthread_cond_timedwait(&g_finished_cond, &g_lock, &until);
+    const int finished = g_finished == id;
+    pthread_mutex_unlock(&g_lock);
+    if (finished) return 0;
+    fprintf(stderr, "program %d did not finish within %d s: stopping the arm\n", id, seconds);
+    kx_set_arm_stop(arm);
+    return 1;
+}
+
+/* Removes the files in `dir`, then `dir`. */
+static void remove_dir(const char* dir) {
+    DIR* d = opendir(dir);
+    if (d == NULL) return;
+    char path[512];
+    for (struct dirent* e; (e = readdir(d)) != NULL;) {
+        if (strcmp(e->d_name, ".") == 0 || strcmp(e->d_name, "..") == 0) continue;
+        snprintf(path, sizeof path, "%s/%s", dir, e->d_name);
+        unlink(path);
+    }
+    closedir(d);
+    rmdir(dir);
 }
 
 int main(int argc, char** argv) {
-    int seconds = argc > 3 ? atoi(argv[3]) : 2;
-    int dof = 0;
+    const char* usage = "[HOST [PORT [SECONDS]]]";
+    const int seconds = argc > 3 ? atoi(argv[3]) : 2;
+    if (seconds < 1) example_usage_exit(argv[0], usage, "SECONDS must be a positive number");
     kx_get_arm_event_call_back(on_event);
-    kx_robot_handle* arm = example_connect(argc, argv, KX_DUAL_MODE_E, &dof);
+    const example_arm_t ex = example_connect(argc, argv, usage, KX_DUAL_MODE_E);
+    kx_robot_handle* arm = ex.handle;
 
     printf("drag teaching for %d s, recording the path\n", seconds);
     CHECK(kx_start_drag_teach(arm, 1));
@@ -64,6 +108,7 @@ int main(int argc, char** argv) {
     printf("uploading it as program %d\n", PROGRAM_ID);
     int rc = kx_send_project(arm, project, &err_line);
     if (rc != 0) fprintf(stderr, "refused at line %d\n", err_line);
+    remove_dir(dir); /* the controller keeps the program */
     CHECK(rc);
 
     static kx_program_trajectorys_t library;
@@ -74,13 +119,15 @@ int main(int argc, char** argv) {
                library.trajectory_list[i].trajectory_name, library.trajectory_list[i].size,
                library.trajectory_list[i].speed);
 
-    printf("running program %d and waiting for its end\n", PROGRAM_ID);
-    CHECK(kx_set_program_id_run(arm, PROGRAM_ID, 0, 1));
+    /* At speed 50 the replay takes about twice as long as the teaching. */
+    const int allowed = 4 * seconds + 30;
+    printf("running program %d and waiting up to %d s for its end\n", PROGRAM_ID, allowed);
+    rc = run_program(arm, PROGRAM_ID, allowed);
 
     kx_current_arm_state_t state;
     CHECK(kx_get_current_arm_state(arm, &state));
-    example_print_joints("done; joints now", state.joint, dof);
+    example_print_joints(rc == 0 ? "done; joints now" : "stopped; joints now", state.joint, ex.dof);
     kx_delete_robot_arm(arm);
     kx_destory();
-    return 0;
+    return rc;
 }

@@ -1,20 +1,21 @@
 /*
  * Store two global waypoints, read them back and move to each of them.
  *
- *   waypoint_targets [IP PORT]
+ *   waypoint_targets [HOST [PORT]]
  *
  * Try it without an arm:
  *   kx_sim --arms 1 --model AVEN --port 8080 --time-scale 5 &
  *   waypoint_targets 127.0.0.1 8080
  */
-#include <string.h>
-
 #include "example_arm.h"
 
 int main(int argc, char** argv) {
-    int dof = 0;
-    kx_robot_handle* arm = example_connect(argc, argv, KX_DUAL_MODE_E, &dof);
-    static const float targets[2][7] = {{10, 20, 30, 0, 40, 0, 0}, {-10, 10, 45, 0, 30, 15, 0}};
+    const example_arm_t ex = example_connect(argc, argv, "[HOST [PORT]]", KX_DUAL_MODE_E);
+    kx_robot_handle* arm = ex.handle;
+    float ready[7], targets[2][7];
+    example_ready_pose(&ex, ready);
+    example_turned(&ex, ready, 0, 10, targets[0]);
+    example_turned(&ex, ready, 0, -20, targets[1]);
     const char* names[2] = {"pick", "place"};
     for (int k = 0; k < 2; ++k) {
         kx_waypoint_t w;
@@ -39,7 +40,7 @@ int main(int argc, char** argv) {
         CHECK(kx_get_given_global_waypoint(arm, names[k], &w));
         printf("moving to %s (stored %s), tool at %.3f %.3f %.3f m\n", w.point_name, w.time, w.pose.position.x,
                w.pose.position.y, w.pose.position.z);
-        example_print_joints("  joints", w.joint, dof);
+        example_print_joints("  joints", w.joint, ex.dof);
         CHECK(kx_movej(arm, w.joint, 30, 0, 0, 1));
         kx_current_arm_state_t st;
         CHECK(kx_get_current_arm_state(arm, &st));

@@ -124,9 +124,10 @@ typedef struct {
     float offset[8]; /**< degrees */
 } kx_dh_t;
 
-/** Error codes reported by the controller. */
+/** Error codes reported by the controller. A single code 0 means "no error":
+ * a healthy arm reports err_len 1 with err[0] 0, not err_len 0. */
 typedef struct {
-    uint8_t err_len; /**< number of codes in err */
+    uint8_t err_len; /**< number of codes in err (1 with a single 0 when there is no error) */
     int err[24]; /**< error codes, err_len used */
 } kx_err_t;
 

@@ -202,14 +202,12 @@ KX_API int kx_movej(kx_robot_handle* handle, const float* joint, int v, int r, i
  * @param r blend radius, passed to the controller.
  * @param trajectory_connect 0: plan this motion now; 1: join it to the next one
  *   (it is then never waited for).
- * @retval 0 accepted (block 0) or finished (block non-zero).
- * @retval 1 the controller refused the motion, or reported it failed.
- * @retval -4 the motion that ended was another device's.
+ * @retval 0 the controller accepted the motion (its completion arrives as an event).
+ * @retval 1 the controller refused the motion.
  *  \rc_common
+ * @note -1 also when the joint count is not 6 or 7; nothing is sent then.
  * @par Blocking
- * Non-blocking: at most 500 ms for the controller's acceptance. Blocking:
- * until the motion ends (as long as the motion lasts), watching for the
- * completion event and querying the current trajectory meanwhile.
+ * At most 500 ms for the controller's acceptance; the motion is not waited for.
  */
 KX_API int kx_movej_nblock(kx_robot_handle* handle, const float* joint, int v, int r, int trajectory_connect);
 /** Joint-space move to joint angles. Waits until the arm has finished (kx_movej with block non-zero).
@@ -219,16 +217,15 @@ KX_API int kx_movej_nblock(kx_robot_handle* handle, const float* joint, int v, i
  * @param r blend radius, passed to the controller.
  * @param trajectory_connect 0: plan this motion now; 1: join it to the next one
  *   (it is then never waited for).
- * @param block 0 returns once the controller accepted the motion (its
- *   completion arrives as an event); non-zero waits until the arm has finished.
- * @retval 0 accepted (block 0) or finished (block non-zero).
+ * @param block the motion is always waited for; in single mode, the number of
+ *   completion checks (0 returns -5).
+ * @retval 0 the motion finished (or, with trajectory_connect 1, was accepted).
  * @retval 1 the controller refused the motion, or reported it failed.
  * @retval -4 the motion that ended was another device's.
- * @retval -5 single mode with block 0 in the blocking form.
+ * @retval -5 single mode with block 0.
  \rc_common
  * @par Blocking
- * Non-blocking: at most 500 ms for the controller's acceptance. Blocking:
- * until the motion ends (as long as the motion lasts), watching for the
+ * Until the motion ends (as long as the motion lasts), watching for the
  * completion event and querying the current trajectory meanwhile.
  */
 KX_API int kx_movej_block(kx_robot_handle* handle, const float* joint, int v, int r, int trajectory_connect, int block);
@@ -259,14 +256,11 @@ KX_API int kx_movel(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int t
  * @param r blend radius, passed to the controller.
  * @param trajectory_connect 0: plan this motion now; 1: join it to the next one
  *   (it is then never waited for).
- * @retval 0 accepted (block 0) or finished (block non-zero).
- * @retval 1 the controller refused the motion, or reported it failed.
- * @retval -4 the motion that ended was another device's.
+ * @retval 0 the controller accepted the motion (its completion arrives as an event).
+ * @retval 1 the controller refused the motion.
  *  \rc_common
  * @par Blocking
- * Non-blocking: at most 500 ms for the controller's acceptance. Blocking:
- * until the motion ends (as long as the motion lasts), watching for the
- * completion event and querying the current trajectory meanwhile.
+ * At most 500 ms for the controller's acceptance; the motion is not waited for.
  */
 KX_API int kx_movel_nblock(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect);
 /** Straight-line move of the tool to a pose. Waits until the arm has finished (kx_movel with block non-zero).
@@ -276,16 +270,15 @@ KX_API int kx_movel_nblock(kx_robot_handle* handle, kx_pose_t pose, int v, int r
  * @param r blend radius, passed to the controller.
  * @param trajectory_connect 0: plan this motion now; 1: join it to the next one
  *   (it is then never waited for).
- * @param block 0 returns once the controller accepted the motion (its
- *   completion arrives as an event); non-zero waits until the arm has finished.
- * @retval 0 accepted (block 0) or finished (block non-zero).
+ * @param block the motion is always waited for; in single mode, the number of
+ *   completion checks (0 returns -5).
+ * @retval 0 the motion finished (or, with trajectory_connect 1, was accepted).
  * @retval 1 the controller refused the motion, or reported it failed.
  * @retval -4 the motion that ended was another device's.
- * @retval -5 single mode with block 0 in the blocking form.
+ * @retval -5 single mode with block 0.
  \rc_common
  * @par Blocking
- * Non-blocking: at most 500 ms for the controller's acceptance. Blocking:
- * until the motion ends (as long as the motion lasts), watching for the
+ * Until the motion ends (as long as the motion lasts), watching for the
  * completion event and querying the current trajectory meanwhile.
  */
 KX_API int kx_movel_block(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect, int block);
@@ -316,14 +309,11 @@ KX_API int kx_moves(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int t
  * @param r blend radius, passed to the controller.
  * @param trajectory_connect 0: plan this motion now; 1: join it to the next one
  *   (it is then never waited for).
- * @retval 0 accepted (block 0) or finished (block non-zero).
- * @retval 1 the controller refused the motion, or reported it failed.
- * @retval -4 the motion that ended was another device's.
+ * @retval 0 the controller accepted the motion (its completion arrives as an event).
+ * @retval 1 the controller refused the motion.
  *  \rc_common
  * @par Blocking
- * Non-blocking: at most 500 ms for the controller's acceptance. Blocking:
- * until the motion ends (as long as the motion lasts), watching for the
- * completion event and querying the current trajectory meanwhile.
+ * At most 500 ms for the controller's acceptance; the motion is not waited for.
  */
 KX_API int kx_moves_nblock(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect);
 /** Spline move through this pose (one of a sequence joined by trajectory_connect 1). Waits until the arm has finished (kx_moves with block non-zero).
@@ -333,16 +323,15 @@ KX_API int kx_moves_nblock(kx_robot_handle* handle, kx_pose_t pose, int v, int r
  * @param r blend radius, passed to the controller.
  * @param trajectory_connect 0: plan this motion now; 1: join it to the next one
  *   (it is then never waited for).
- * @param block 0 returns once the controller accepted the motion (its
- *   completion arrives as an event); non-zero waits until the arm has finished.
- * @retval 0 accepted (block 0) or finished (block non-zero).
+ * @param block the motion is always waited for; in single mode, the number of
+ *   completion checks (0 returns -5).
+ * @retval 0 the motion finished (or, with trajectory_connect 1, was accepted).
  * @retval 1 the controller refused the motion, or reported it failed.
  * @retval -4 the motion that ended was another device's.
- * @retval -5 single mode with block 0 in the blocking form.
+ * @retval -5 single mode with block 0.
  \rc_common
  * @par Blocking
- * Non-blocking: at most 500 ms for the controller's acceptance. Blocking:
- * until the motion ends (as long as the motion lasts), watching for the
+ * Until the motion ends (as long as the motion lasts), watching for the
  * completion event and querying the current trajectory meanwhile.
  */
 KX_API int kx_moves_block(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect, int block);
@@ -373,14 +362,11 @@ KX_API int kx_movej_p(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int
  * @param r blend radius, passed to the controller.
  * @param trajectory_connect 0: plan this motion now; 1: join it to the next one
  *   (it is then never waited for).
- * @retval 0 accepted (block 0) or finished (block non-zero).
- * @retval 1 the controller refused the motion, or reported it failed.
- * @retval -4 the motion that ended was another device's.
+ * @retval 0 the controller accepted the motion (its completion arrives as an event).
+ * @retval 1 the controller refused the motion.
  *  \rc_common
  * @par Blocking
- * Non-blocking: at most 500 ms for the controller's acceptance. Blocking:
- * until the motion ends (as long as the motion lasts), watching for the
- * completion event and querying the current trajectory meanwhile.
+ * At most 500 ms for the controller's acceptance; the motion is not waited for.
  */
 KX_API int kx_movej_p_nblock(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect);
 /** Joint-space move to a tool pose. Waits until the arm has finished (kx_movej_p with block non-zero).
@@ -390,16 +376,15 @@ KX_API int kx_movej_p_nblock(kx_robot_handle* handle, kx_pose_t pose, int v, int
  * @param r blend radius, passed to the controller.
  * @param trajectory_connect 0: plan this motion now; 1: join it to the next one
  *   (it is then never waited for).
- * @param block 0 returns once the controller accepted the motion (its
- *   completion arrives as an event); non-zero waits until the arm has finished.
- * @retval 0 accepted (block 0) or finished (block non-zero).
+ * @param block the motion is always waited for; in single mode, the number of
+ *   completion checks (0 returns -5).
+ * @retval 0 the motion finished (or, with trajectory_connect 1, was accepted).
  * @retval 1 the controller refused the motion, or reported it failed.
  * @retval -4 the motion that ended was another device's.
- * @retval -5 single mode with block 0 in the blocking form.
+ * @retval -5 single mode with block 0.
  \rc_common
  * @par Blocking
- * Non-blocking: at most 500 ms for the controller's acceptance. Blocking:
- * until the motion ends (as long as the motion lasts), watching for the
+ * Until the motion ends (as long as the motion lasts), watching for the
  * completion event and querying the current trajectory meanwhile.
  */
 KX_API int kx_movej_p_block(kx_robot_handle* handle, kx_pose_t pose, int v, int r, int trajectory_connect, int block);
@@ -436,15 +421,12 @@ KX_API int kx_movec(kx_robot_handle* handle, kx_pose_t pose_via, kx_pose_t pose_
  * @param r blend radius, passed to the controller.
  * @param trajectory_connect 0: plan this motion now; 1: join it to the next one
  *   (it is then never waited for).
- * @retval 0 accepted (block 0) or finished (block non-zero).
- * @retval 1 the controller refused the motion, or reported it failed.
- * @retval -4 the motion that ended was another device's.
+ * @retval 0 the controller accepted the motion (its completion arrives as an event).
+ * @retval 1 the controller refused the motion.
  *  @retval -6 trajectory_connect is neither 0 nor 1 (nothing sent).
  \rc_common
  * @par Blocking
- * Non-blocking: at most 500 ms for the controller's acceptance. Blocking:
- * until the motion ends (as long as the motion lasts), watching for the
- * completion event and querying the current trajectory meanwhile.
+ * At most 500 ms for the controller's acceptance; the motion is not waited for.
  */
 KX_API int kx_movec_nblock(kx_robot_handle* handle, kx_pose_t pose_via, kx_pose_t pose_to, int v, int r, int loop,
                            int trajectory_connect);
@@ -457,17 +439,16 @@ KX_API int kx_movec_nblock(kx_robot_handle* handle, kx_pose_t pose_via, kx_pose_
  * @param r blend radius, passed to the controller.
  * @param trajectory_connect 0: plan this motion now; 1: join it to the next one
  *   (it is then never waited for).
- * @param block 0 returns once the controller accepted the motion (its
- *   completion arrives as an event); non-zero waits until the arm has finished.
- * @retval 0 accepted (block 0) or finished (block non-zero).
+ * @param block the motion is always waited for; in single mode, the number of
+ *   completion checks (0 returns -5).
+ * @retval 0 the motion finished (or, with trajectory_connect 1, was accepted).
  * @retval 1 the controller refused the motion, or reported it failed.
  * @retval -4 the motion that ended was another device's.
- * @retval -5 single mode with block 0 in the blocking form.
+ * @retval -5 single mode with block 0.
  @retval -6 trajectory_connect is neither 0 nor 1 (nothing sent).
  \rc_common
  * @par Blocking
- * Non-blocking: at most 500 ms for the controller's acceptance. Blocking:
- * until the motion ends (as long as the motion lasts), watching for the
+ * Until the motion ends (as long as the motion lasts), watching for the
  * completion event and querying the current trajectory meanwhile.
  */
 KX_API int kx_movec_block(kx_robot_handle* handle, kx_pose_t pose_via, kx_pose_t pose_to, int v, int r, int loop,
@@ -535,10 +516,10 @@ KX_API int kx_set_joint_step(kx_robot_handle* handle, int joint_num, float step,
  * @param joint_num joint, 1 to the joint count.
  * @param step degrees (signed).
  * @param v speed, percent.
- \rc_set
- * @retval -4 the motion that ended was another device's.
+ * @retval 0 the request was sent (no reply is read, so a refusal cannot be reported).
+ * @retval -1 unknown handle, invalid argument, or the request could not be built or sent.
  * @par Blocking
- * Non-blocking: about 500 ms. Blocking: until the step ends.
+ * Does not wait for the step: pauses about 500 ms (m_nOutTime) after sending, then returns.
  */
 KX_API int kx_set_joint_step_nblock(kx_robot_handle* handle, int joint_num, float step, int v);
 /** Steps one joint by a relative angle.
@@ -546,13 +527,14 @@ KX_API int kx_set_joint_step_nblock(kx_robot_handle* handle, int joint_num, floa
  * @param joint_num joint, 1 to the joint count.
  * @param step degrees (signed).
  * @param v speed, percent.
- * @param block 0: send and return after about 500 ms without reading a reply
- *   (a refusal cannot be reported); non-zero: wait for the controller's
- *   acceptance and then for the end of the step.
+ * @param block the step is always waited for; in single mode, the number of
+ *   completion checks (0 returns -5).
  \rc_set
  * @retval -4 the motion that ended was another device's.
+ * @retval -5 single mode with block 0.
  * @par Blocking
- * Non-blocking: about 500 ms. Blocking: until the step ends.
+ * Until the step ends: waits for the controller's acceptance, then for the
+ * end of the step, querying the current trajectory meanwhile.
  */
 KX_API int kx_set_joint_step_block(kx_robot_handle* handle, int joint_num, float step, int v, int block);
 /** Steps the tool along one axis of the teach frame.
@@ -574,10 +556,10 @@ KX_API int kx_set_pos_step(kx_robot_handle* handle, kx_pos_teach_type_e type, fl
  * @param type axis.
  * @param step metres (signed).
  * @param v speed, percent.
- \rc_set
- * @retval -4 the motion that ended was another device's.
+ * @retval 0 the request was sent (no reply is read, so a refusal cannot be reported).
+ * @retval -1 unknown handle, invalid argument, or the request could not be built or sent.
  * @par Blocking
- * Non-blocking: about 500 ms. Blocking: until the step ends.
+ * Does not wait for the step: pauses about 500 ms (m_nOutTime) after sending, then returns.
  */
 KX_API int kx_set_pos_step_nblock(kx_robot_handle* handle, kx_pos_teach_type_e type, float step, int v);
 /** Steps the tool along one axis of the teach frame.
@@ -585,13 +567,14 @@ KX_API int kx_set_pos_step_nblock(kx_robot_handle* handle, kx_pos_teach_type_e t
  * @param type axis.
  * @param step metres (signed).
  * @param v speed, percent.
- * @param block 0: send and return after about 500 ms without reading a reply
- *   (a refusal cannot be reported); non-zero: wait for the controller's
- *   acceptance and then for the end of the step.
+ * @param block the step is always waited for; in single mode, the number of
+ *   completion checks (0 returns -5).
  \rc_set
  * @retval -4 the motion that ended was another device's.
+ * @retval -5 single mode with block 0.
  * @par Blocking
- * Non-blocking: about 500 ms. Blocking: until the step ends.
+ * Until the step ends: waits for the controller's acceptance, then for the
+ * end of the step, querying the current trajectory meanwhile.
  */
 KX_API int kx_set_pos_step_block(kx_robot_handle* handle, kx_pos_teach_type_e type, float step, int v, int block);
 /** Rotates the tool about one axis of the teach frame.
@@ -613,10 +596,10 @@ KX_API int kx_set_ort_step(kx_robot_handle* handle, kx_ort_teach_type_e type, fl
  * @param type axis.
  * @param step radians (signed).
  * @param v speed, percent.
- \rc_set
- * @retval -4 the motion that ended was another device's.
+ * @retval 0 the request was sent (no reply is read, so a refusal cannot be reported).
+ * @retval -1 unknown handle, invalid argument, or the request could not be built or sent.
  * @par Blocking
- * Non-blocking: about 500 ms. Blocking: until the step ends.
+ * Does not wait for the step: pauses about 500 ms (m_nOutTime) after sending, then returns.
  */
 KX_API int kx_set_ort_step_nblock(kx_robot_handle* handle, kx_ort_teach_type_e type, float step, int v);
 /** Rotates the tool about one axis of the teach frame.
@@ -624,13 +607,14 @@ KX_API int kx_set_ort_step_nblock(kx_robot_handle* handle, kx_ort_teach_type_e t
  * @param type axis.
  * @param step radians (signed).
  * @param v speed, percent.
- * @param block 0: send and return after about 500 ms without reading a reply
- *   (a refusal cannot be reported); non-zero: wait for the controller's
- *   acceptance and then for the end of the step.
+ * @param block the step is always waited for; in single mode, the number of
+ *   completion checks (0 returns -5).
  \rc_set
  * @retval -4 the motion that ended was another device's.
+ * @retval -5 single mode with block 0.
  * @par Blocking
- * Non-blocking: about 500 ms. Blocking: until the step ends.
+ * Until the step ends: waits for the controller's acceptance, then for the
+ * end of the step, querying the current trajectory meanwhile.
  */
 KX_API int kx_set_ort_step_block(kx_robot_handle* handle, kx_ort_teach_type_e type, float step, int v, int block);
 /** Starts moving one joint continuously until kx_set_stop_teach().

@@ -1,8 +1,10 @@
 /**
  * @file kx_structures.h
- * @brief Internal records of libapi_c. They are published so that tests and tools
- * can inspect the library's state byte for byte; applications need only
- * kx_define.h and kx_interface.h.
+ * @brief Internal records of libapi_c: the socket record, the reply queue, the
+ * connection record, the codec tables, the logger, the event listener and the
+ * UDP port registry. Not installed: the public interface (kx_define.h,
+ * kx_interface.h) needs none of them. Tests and tools built in the tree read
+ * them through kx_interface_global.h.
  */
 #ifndef KX_STRUCTURES_H
 #define KX_STRUCTURES_H

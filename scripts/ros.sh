@@ -25,7 +25,10 @@ cmake --build build -j "$jobs" --target api_c kx_sim
 
 # Debian's ROS Python modules belong to /usr/bin/python3, whatever python3 comes first on PATH.
 ros_env=(env PATH="/usr/bin:$PATH" ROS_PYTHON_VERSION=3)
-mkdir -p build/ros
+# catkin caches the environment of its first configure and adds only the devel
+# folders that exist then: without this one, tests on a fresh clone cannot
+# import the generated messages.
+mkdir -p build/ros/devel/lib/python3/dist-packages
 catkin=(catkin_make -C "$root/build/ros" --source "$root/ros" -DCMAKE_BUILD_TYPE=RelWithDebInfo
         -DPYTHON_EXECUTABLE=/usr/bin/python3 -DKX_BUILD_DIR="$root/build" -DCATKIN_ENABLE_TESTING=ON
         -DCMAKE_CXX_COMPILER=g++ "${launcher[@]}" -j"$jobs")

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# The test command, also what CI runs: the suite built with gcc, the suite
+# The test command, also what CI runs: the suite built with gcc (with gcov
+# counters, so that the coverage gate below needs no build of its own), the suite
 # again under AddressSanitizer+UndefinedBehaviorSanitizer and under
 # ThreadSanitizer (both built with clang, whose UB sanitizer also catches
 # float-to-int overflow), then a short fixed-count run of every fuzz target
@@ -27,24 +28,28 @@ configure() { # build-dir, cmake args...
 
 run_suite() { # build-dir, cmake args...
   configure "$@"
+  find "$1" -name '*.gcda' -delete # coverage counts of this run only
   (cd "$1" && ctest -j "$jobs" --output-on-failure --timeout 300)
 }
 
 step() { echo "==== $* ($(date +%T))"; }
 
 step "suite (gcc)"
-run_suite build "${gcc[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo
+run_suite build "${gcc[@]}" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKX_COVERAGE=ON
+step "coverage gate: every exported kx_ function called by the suite"
+scripts/coverage.sh --gate build
 
 # ---- adoption: the installed package as a user meets it --------------------
 # The Python binding's tests against the simulator (label python), the
 # reference documentation, then an application built outside the tree against
 # an installed copy (find_package and pkg-config, C99 and C++17, the installed
-# examples) and run from that prefix.
+# examples) and run from that prefix, then the same from the Debian package.
 if [ -d python/tests ]; then
   (cd build && ctest --output-on-failure -L python)
 fi
 cmake --build build --target docs   # the reference; fails on anything undocumented
 scripts/consumer_test.sh build
+scripts/consumer_test.sh --deb build   # the same against the Debian package's contents
 # ---- end of adoption steps -------------------------------------------------
 
 # ---- ROS: the driver packages in ros/, built against build/ ----------------

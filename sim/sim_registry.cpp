@@ -6,8 +6,11 @@
 
 namespace kxsim {
 
+// The registry and the command table are never destroyed: the simulator's
+// threads may still read them while a process ends by exit() (a death test, a
+// library call that exits), after static destructors have run.
 const std::vector<const Family*>& families() {
-    static const std::vector<const Family*> all = {
+    static const auto& all = *new const std::vector<const Family*>{
 #define KX_SIM_FAMILY(name) &name##_family,
 #include "sim_families.def"
 #undef KX_SIM_FAMILY
@@ -16,11 +19,11 @@ const std::vector<const Family*>& families() {
 }
 
 const CommandTable& command_table() {
-    static const CommandTable table = [] {
+    static const auto& table = *new const CommandTable([] {
         CommandTable t;
         for (const Family* f : families()) f->commands(t);
         return t;
-    }();
+    }());
     return table;
 }
 

@@ -122,16 +122,18 @@ TEST(CoreIntegrationTable, FiveArmsThenNoSlotThenAnUnreachableOne) {
     }
     for (auto& t : callers) t.join();
 
-    // A create that fails to connect gives its slot back at once.
+    // A create that fails to connect keeps its slot until it is deleted.
     EXPECT_EQ(0, kx_delete_robot_arm(handles[3]));
     sim->stop();
     kx_robot_handle* dead = kx_create_robot_arm(sim->host(3).c_str(), sim->port(3));
     ASSERT_NE(nullptr, dead);
     EXPECT_EQ(-1, dead->id);
+    EXPECT_EQ(gHandleList[3], kxtest::record_of(dead));
+    EXPECT_EQ(nullptr, kx_create_robot_arm(sim->host(3).c_str(), sim->port(3)));
+    EXPECT_EQ(0, kx_delete_robot_arm(dead));
     kx_robot_handle* dead_too = kx_create_robot_arm(sim->host(3).c_str(), sim->port(3));
     ASSERT_NE(nullptr, dead_too);
     EXPECT_EQ(-1, dead_too->id);
-    EXPECT_EQ(0, kx_delete_robot_arm(dead));
     EXPECT_EQ(0, kx_destory());
 }
 

@@ -73,15 +73,18 @@ TEST(CoreRegistry, SlotsHandlesAndLocks) {
     }
     EXPECT_TRUE(LogCapture::has_line("[kx_create_robot_arm] socket connect err!\n"));
 
-    // Failed creates hold no slot and answer no lookup; a deleted one is gone.
-    // Every path releases the read lock, or the deletes below could not take it.
+    // Failed creates keep their slots until deleted, answering as records
+    // whose model is unknown; a deleted one is gone. Every path releases the
+    // read lock, or the deletes below could not take it.
+    EXPECT_EQ(nullptr, kx_create_robot_arm("127.0.0.1", port));
     kx_robot_info_t info;
-    EXPECT_EQ(-1, kx_get_robot_info(handles[0], &info));
+    EXPECT_EQ(-2, kx_get_robot_info(handles[0], &info));
     int dof = 0;
     EXPECT_EQ(-1, kx_get_arm_dof(handles[0], &dof));
     EXPECT_EQ(0, kx_delete_robot_arm(handles[0]));
     EXPECT_EQ(-1, kx_delete_robot_arm(handles[0]));
     kx_robot_handle copy = *handles[1];
+    for (int i = 1; i < 5; ++i) EXPECT_EQ(0, kx_delete_robot_arm(handles[i]));
     EXPECT_EQ(-1, kx_get_robot_info(&copy, &info));
     EXPECT_TRUE(LogCapture::has_line("[kx_get_robot_info] handle is NULL!\n"));
     EXPECT_EQ(-1, kx_delete_robot_arm(&copy));

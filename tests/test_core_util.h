@@ -16,6 +16,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -182,20 +183,31 @@ protected:
     void TearDown() override { EXPECT_EQ(0, kx_destory()); }
 };
 
+// A listening TCP socket on a free loopback port (its address in *addr), with
+// a receive buffer of `rcvbuf` bytes when not 0; -1 when it cannot listen.
+inline int listen_loopback(int backlog, int rcvbuf, sockaddr_in* addr) {
+    int fd = socket(AF_INET, SOCK_STREAM, 0);
+    if (rcvbuf > 0) setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &rcvbuf, sizeof rcvbuf);
+    addr->sin_family = AF_INET;
+    addr->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof *addr;
+    if (bind(fd, reinterpret_cast<sockaddr*>(addr), sizeof *addr) != 0 || listen(fd, backlog) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr*>(addr), &len) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
 // A local listener that never accepts, its backlog filled, so that a
 // connection attempt gets no answer at all: the stand-in for a host that
 // drops connection attempts.
 class DeafPeer {
 public:
     DeafPeer() {
-        fd_ = socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in addr{};
-        addr.sin_family = AF_INET;
-        addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t len = sizeof addr;
-        if (bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || listen(fd_, 0) != 0 ||
-            getsockname(fd_, reinterpret_cast<sockaddr*>(&addr), &len) != 0)
-            return;
+        fd_ = listen_loopback(0, 0, &addr);
+        if (fd_ < 0) return;
         port_ = ntohs(addr.sin_port);
         for (int i = 0; i < 16; ++i) {
             int c = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
@@ -220,6 +232,103 @@ private:
     int port_ = 0;
     bool full_ = false;
     std::vector<int> fillers_;
+};
+
+}  // namespace kxtest
+
+namespace kxtest {
+
+// A loopback peer in front of a simulator arm: it forwards both ways while
+// `forwarding`, keeps every line the library wrote, and can stop reading the
+// library's side for a while (a controller whose receive buffer is full).
+class SlowPeer {
+public:
+    SlowPeer(const std::string& host, int port) : host_(host), port_(port) {
+        sockaddr_in addr{};
+        listen_ = listen_loopback(1, 4096, &addr);  // a small window fills the library's send buffer soon
+        if (listen_ < 0) return;
+        listen_port_ = ntohs(addr.sin_port);
+        thread_ = std::thread([this] { run(); });
+    }
+    ~SlowPeer() {
+        stop_ = true;
+        if (thread_.joinable()) thread_.join();
+        for (int fd : {listen_, client_, upstream_})
+            if (fd >= 0) close(fd);
+    }
+    int port() const { return listen_port_; }
+    void set_forwarding(bool on) { forwarding_ = on; }
+    void stall_for(std::chrono::milliseconds ms) {
+        std::lock_guard lock(mutex_);
+        stall_until_ = std::chrono::steady_clock::now() + ms;
+    }
+    // Lines (without "\r\n") written by the library while not forwarding.
+    std::vector<std::string> lines() {
+        std::lock_guard lock(mutex_);
+        return lines_;
+    }
+    size_t line_count() {
+        std::lock_guard lock(mutex_);
+        return lines_.size();
+    }
+    size_t pending_bytes() {
+        std::lock_guard lock(mutex_);
+        return partial_.size();
+    }
+
+private:
+    void run() {
+        pollfd lp{listen_, POLLIN, 0};
+        while (!stop_ && poll(&lp, 1, 50) <= 0) {}
+        if (stop_) return;
+        client_ = accept(listen_, nullptr, nullptr);
+        upstream_ = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in addr{};
+        addr.sin_family = AF_INET;
+        inet_pton(AF_INET, host_.c_str(), &addr.sin_addr);
+        addr.sin_port = htons(static_cast<uint16_t>(port_));
+        if (connect(upstream_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) return;
+        char buf[4096];
+        while (!stop_) {
+            bool stalled;
+            {
+                std::lock_guard lock(mutex_);
+                stalled = std::chrono::steady_clock::now() < stall_until_;
+            }
+            pollfd fds[2] = {{client_, static_cast<short>(stalled ? 0 : POLLIN), 0}, {upstream_, POLLIN, 0}};
+            if (poll(fds, 2, 5) <= 0) continue;
+            if (fds[1].revents & POLLIN) {
+                ssize_t n = recv(upstream_, buf, sizeof buf, 0);
+                if (n <= 0) return;
+                if (send(client_, buf, static_cast<size_t>(n), MSG_NOSIGNAL) != n) return;
+            }
+            if (fds[0].revents & POLLIN) {
+                ssize_t n = recv(client_, buf, forwarding_ ? sizeof buf : 61, 0);  // slowly, in odd pieces
+                if (n <= 0) return;
+                if (forwarding_) {
+                    if (send(upstream_, buf, static_cast<size_t>(n), MSG_NOSIGNAL) != n) return;
+                    continue;
+                }
+                std::lock_guard lock(mutex_);
+                partial_.append(buf, static_cast<size_t>(n));
+                for (size_t end; (end = partial_.find("\r\n")) != std::string::npos;) {
+                    lines_.push_back(partial_.substr(0, end));
+                    partial_.erase(0, end + 2);
+                }
+            }
+        }
+    }
+
+    std::string host_;
+    int port_;
+    int listen_ = -1, client_ = -1, upstream_ = -1;
+    int listen_port_ = 0;
+    std::atomic<bool> stop_{false}, forwarding_{true};
+    std::mutex mutex_;
+    std::chrono::steady_clock::time_point stall_until_{};
+    std::vector<std::string> lines_;
+    std::string partial_;
+    std::thread thread_;
 };
 
 }  // namespace kxtest

@@ -207,7 +207,7 @@ TEST_F(MultiArm, FailuresDoNotExhaustTheTableOrThePorts) {
     kx_get_realtime_push(hostile, &config);
     EXPECT_EQ(0, kx_delete_robot_arm(hostile));
 
-    // Five failed creates free their slots.
+    // Failed creates hold their slots until deleted, and deleting frees them.
     int closed = kxtest::bound_port(SOCK_STREAM);
     for (int i = 0; i < 5; ++i) {
         kx_robot_handle* failed = kx_create_robot_arm("127.0.0.1", closed);
@@ -215,7 +215,9 @@ TEST_F(MultiArm, FailuresDoNotExhaustTheTableOrThePorts) {
         EXPECT_EQ(-1, failed->id);
         EXPECT_EQ(0, kx_delete_robot_arm(failed));
     }
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(-1, kx_create_robot_arm("127.0.0.1", closed)->id);
+    kx_robot_handle* held[3];
+    for (auto*& failed : held) EXPECT_EQ(-1, (failed = kx_create_robot_arm("127.0.0.1", closed))->id);
+    for (auto* failed : held) EXPECT_EQ(0, kx_delete_robot_arm(failed));
     kx_robot_handle* arms[5];
     for (int i = 0; i < 5; ++i) {
         arms[i] = connect_arm(*sim, i);

@@ -108,6 +108,9 @@ TEST_F(Library, ListEditDefaultAndDelete) {
     sim->script_reply(0, "get_program_trajectory_list", many + "]}\r\n");
     EXPECT_EQ(0, kx_get_program_trajectory_list(h(), 1, 1, nullptr, &list));
     EXPECT_EQ(99, list.trajectory_list[99].id);
+    sim->script_reply(0, "get_program_trajectory_list",
+                      R"({"command":"get_program_trajectory_list","page_num":1,"page_size":1,"total_size":1,"vague_search":"","list":[{"id":1,"size":4294967296}]})" "\r\n");
+    EXPECT_EQ(-3, kx_get_program_trajectory_list(h(), 1, 1, nullptr, &list));
 }
 
 TEST_F(Library, StartByIdWaitsForItsFinish) {
@@ -180,6 +183,12 @@ TEST_F(Library, StepModeAndRunState) {
     EXPECT_EQ(99, st.loop_cont[99]);
     EXPECT_EQ(-3, Parser_Get_Program_Run_State("t", R"({"loop_num":[1]})", &st));
     EXPECT_EQ(-3, Parser_Get_Program_Run_State("t", R"({"run_state":1,"loop_num":3})", &st));
+    /* A number no int can hold is a decode error, wherever it sits. */
+    for (const char* big : {R"({"run_state":3000000000})", R"({"run_state":1,"id":-3000000000})",
+                            R"({"run_state":1,"loop_cont":[1,1e10]})", R"({"run_state":1,"plan_speed":1e300})"}) {
+        SCOPED_TRACE(big);
+        EXPECT_EQ(-3, Parser_Get_Program_Run_State("t", big, &st));
+    }
     sim->script_reply(0, "get_program_run_state", "{\"command\":\"get_program_run_state\"}\r\n");
     EXPECT_EQ(-3, kx_get_program_run_state(h(), &st));
 }
@@ -196,7 +205,10 @@ TEST_F(Library, WaypointsStoredListedAndUsedAsTargets) {
     ASSERT_EQ(0, kx_add_global_waypoint(h(), waypoint("P2", -15)));
 
     kx_waypoint_t got{};
+    got.pose.quaternion = {0.5f, 0.5f, 0.5f, 0.5f}; /* neither sent nor filled */
     ASSERT_EQ(0, kx_get_given_global_waypoint(h(), "P1", &got));
+    EXPECT_EQ(0.5f, got.pose.quaternion.w);
+    EXPECT_EQ(0.5f, got.pose.quaternion.z);
     EXPECT_EQ(R"({"command":"given_global_waypoint","point_name":"P1"})", last_request());
     EXPECT_STREQ("P1", got.point_name);
     EXPECT_FLOAT_EQ(12.345f, got.joint[1]);
@@ -212,7 +224,9 @@ TEST_F(Library, WaypointsStoredListedAndUsedAsTargets) {
     EXPECT_EQ(1, kx_update_global_waypoint(h(), waypoint("P9", 0)));
 
     kx_waypoint_list_t list{};
+    list.points_list[0].pose.quaternion.x = 0.25f;
     ASSERT_EQ(0, kx_get_global_waypoints_list(h(), 1, 10, nullptr, &list));
+    EXPECT_EQ(0.25f, list.points_list[0].pose.quaternion.x);
     EXPECT_EQ(R"({"command":"get_global_waypoints_list","page_num":1,"page_size":10})", last_request());
     EXPECT_EQ(2, list.total_size);
     ASSERT_EQ(2, list.list_len);
@@ -247,6 +261,9 @@ TEST_F(Library, WaypointsStoredListedAndUsedAsTargets) {
         R"({"command":"get_global_waypoints_list","get_state":1,"total_size":1,"list":[]})",
         R"({"command":"get_global_waypoints_list","total_size":1})",
         R"({"command":"get_global_waypoints_list","total_size":1,"list":[{"point_name":"x","tool_frame":"a","work_frame":"b","time":"t","joint":[1,2],"pose":[0,0,0,0,0,0]}]})",
+        /* numbers no int can hold */
+        R"({"command":"get_global_waypoints_list","total_size":3000000000,"list":[]})",
+        R"({"command":"get_global_waypoints_list","total_size":1,"list":[{"point_name":"x","tool_frame":"a","work_frame":"b","time":"t","joint":[1,2,3,4,5,6],"pose":[0,0,1e12,0,0,0]}]})",
         "not json"};
     for (const char* reply : bad) {
         SCOPED_TRACE(reply);

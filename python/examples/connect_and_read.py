@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Connect to one controller and read its identity and state once.
 
-    connect_and_read.py [IP PORT]
+    connect_and_read.py [HOST [PORT]]
 """
 import kx_api
 from _target import target

@@ -1,16 +1,17 @@
 #!/usr/bin/env python3
 """Compute joint angles for a Cartesian target locally, then move there.
 
-    ik_then_move.py [IP PORT]
+    ik_then_move.py [HOST [PORT]]
 """
 import math
 
 import kx_api
-from _target import ready_pose, target
+from _target import Limits, ready_pose, target
 
 with kx_api.Arm(*target()) as arm:
-    print(f"connected: {arm.dof} joints; moving to ready")
-    arm.movej(ready_pose(arm.dof), speed=30)
+    ready = ready_pose(arm, Limits(arm))
+    print(f"connected: {arm.dof} joints; moving to ready", [round(v, 2) for v in ready])
+    arm.movej(ready, speed=30)
     goal = arm.pose()
     goal[1] += 0.08  # 8 cm sideways, same orientation
     print("solving for the tool at", [round(v, 4) for v in goal[:3]])

@@ -20,18 +20,36 @@ Example::
         arm.movej(q, speed=20)            # blocks until the arm arrives
         print(arm.pose())                 # [x, y, z] metres + [rx, ry, rz] radians
 
+Errors::
+
+    try:
+        arm.movej([0, 0, 1000, 0, 0, 0])  # beyond joint 3's range
+    except kx_api.KxError as e:           # a non-zero result code
+        print(e.function, e.code, e)      # kx_movej 1 kx_movej returned 1: the
+                                          # controller refused the motion, ...
+    arm.movej([10, 10, 10])               # ValueError: joints: this arm has 6
+                                          # joints, got 3 values
+    arm.inverse_kinematics(far_away)      # KxError: kx_algo_inverse_kinematics
+                                          # returned 1: no solution (out of reach, ...)
+
+A KxError's text is the meaning that the returning function documents for
+its code (kx_api.RESULTS), so the same code reads differently from a local
+computation and from the controller. Arm() raises KxError -1 when nothing
+answers and ValueError for a host name that does not resolve.
+
 Units follow the C interface: joints in degrees, positions in metres, Euler
 angles in radians (fixed-axis roll-pitch-yaw), speeds in percent.
 """
 import ctypes
 import os
+import socket
 import threading
 
 from . import _ffi as ffi
 from ._ffi import *  # noqa: F401,F403  records, enumerations, constants, callback types
 
 __all__ = ["Arm", "KxError", "lib", "ffi", "init", "shutdown", "version", "on_realtime", "on_event",
-           "set_log", "as_dict", "State", "pose_record", "pose_list"]
+           "set_log", "as_dict", "State", "pose_record", "pose_list", "RESULTS", "describe"]
 
 # ---- the library -----------------------------------------------------------
 
@@ -72,8 +90,12 @@ lib = _load()
 
 # ---- errors ----------------------------------------------------------------
 
+# What each function's documentation says its result codes mean, read from
+# the headers at build time; MEANINGS covers a code a function leaves unsaid.
+RESULTS = dict(ffi.RESULTS)
+RESULTS.setdefault("kx_create_robot_arm", {-1: "no connection"})  # it returns a handle, not a code
 MEANINGS = {
-    1: "the controller refused the request",
+    1: "refused (the controller's verdict was false)",
     -1: "unknown handle, invalid argument, or the request could not be sent",
     -2: "no reply within the timeout",
     -3: "the reply could not be decoded",
@@ -83,13 +105,20 @@ MEANINGS = {
 }
 
 
+def describe(function, code):
+    """What result `code` of C `function` means, in that function's words."""
+    meaning = RESULTS.get(function, {}).get(code) or MEANINGS.get(code, "unknown result code")
+    return meaning[:1].lower() + meaning[1:]
+
+
 class KxError(Exception):
-    """A libapi_c call returned a non-zero result code."""
+    """A libapi_c call returned a non-zero result code: .code, .function, and
+    a text that says what the code means for that function."""
 
     def __init__(self, code, function, detail=None):
         self.code = code
         self.function = function
-        text = f"{function} returned {code}: {MEANINGS.get(code, 'unknown result code')}"
+        text = f"{function} returned {code}: {describe(function, code)}"
         super().__init__(f"{text} ({detail})" if detail else text)
 
 
@@ -114,10 +143,11 @@ def as_dict(value):
     return value
 
 
-def _joints(values):
+def _joints(values, dof):
+    """One value per joint of an arm with `dof` joints, as the C float[7]."""
     values = [float(v) for v in values]
-    if not 1 <= len(values) <= 7:
-        raise ValueError(f"joints: 1 to 7 values expected, got {len(values)}")
+    if len(values) != dof:
+        raise ValueError(f"joints: this arm has {dof} joints, got {len(values)} values")
     return (ctypes.c_float * 7)(*values)
 
 
@@ -187,17 +217,23 @@ def _register(kind, ctype, setter, fn, convert):
         del _targets[kind]
 
 
+# Joint count of each connected arm by its address: a datagram names only its sender.
+_dof_by_ip = {}
+
+
 class State:
-    """One realtime datagram: arm_ip (which arm), joints (7 values, degrees),
-    pose [x, y, z, rx, ry, rz], err_code (0 when decoded), status (the arm's
-    current motion, a kx_udp_arm_current_status_e) and record (the whole
-    kx_realtime_arm_joint_state_t; as_dict(state.record) for plain values)."""
+    """One realtime datagram: arm_ip (which arm), joints (degrees, one per
+    joint of that arm; all 7 slots when no Arm of this process is connected
+    to arm_ip), pose [x, y, z, rx, ry, rz], err_code (0 when decoded),
+    status (the arm's current motion, a kx_udp_arm_current_status_e) and
+    record (the whole kx_realtime_arm_joint_state_t; as_dict(state.record)
+    for plain values)."""
     __slots__ = ("arm_ip", "joints", "pose", "err_code", "status", "record")
 
     def __init__(self, record):
         self.record = record
         self.arm_ip = record.arm_ip.decode()
-        self.joints = list(record.joint_status.joint_position)
+        self.joints = list(record.joint_status.joint_position)[:_dof_by_ip.get(self.arm_ip, 7)]
         self.pose = pose_list(record.waypoint)
         self.err_code = record.errCode
         self.status = record.arm_current_status
@@ -240,10 +276,21 @@ def set_log(fn, level=ffi.LOG_LEVEL_ERROR):
 _HANDLE = ctypes.POINTER(ffi.kx_robot_handle)
 
 
+def _ipv4(host):
+    """`host` (an IPv4 address or a host name) as a dotted quad."""
+    try:
+        return socket.getaddrinfo(host, None, socket.AF_INET, socket.SOCK_STREAM)[0][4][0]
+    except socket.gaierror as e:
+        raise ValueError(f"cannot resolve {host!r} to an IPv4 address: {e.strerror}") from None
+
+
 class Arm:
     """One connection to a controller (kx_create_robot_arm), closed by close()
-    or at the end of a with block. Starts the library in `mode` when no arm
-    has yet.
+    or at the end of a with block. `ip` is an IPv4 address or a host name.
+    Starts the library in `mode` when no arm has yet.
+
+    Methods that take joints want exactly one value per joint of this arm
+    (self.dof) and raise ValueError otherwise.
 
     Besides the methods below, every C function taking the handle first is a
     method without its kx_ prefix and handle: arm.set_joint_max_speed(1, 90.0)
@@ -252,20 +299,21 @@ class Arm:
 
     def __init__(self, ip="127.0.0.1", port=8080, mode=ffi.KX_TRIPLE_MODE_E):
         global _arms
+        self.ip, self.port = _ipv4(ip), int(port)
         init(mode)
-        self.ip, self.port = ip, port
-        self._h = lib.kx_create_robot_arm(ip.encode(), int(port))
+        self._h = lib.kx_create_robot_arm(self.ip.encode(), self.port)
         if not self._h:
             raise KxError(-1, "kx_create_robot_arm", "all five connection slots are taken")
         if self._h.contents.id < 0:
             lib.kx_delete_robot_arm(self._h)
             self._h = None
-            raise KxError(-1, "kx_create_robot_arm", f"no controller answers at {ip}:{port}")
+            raise KxError(-1, "kx_create_robot_arm", f"no controller answers at {self.ip}:{self.port}")
         with _lock:
             _arms += 1
         dof = ctypes.c_int()
         self.call("kx_get_arm_dof", ctypes.byref(dof))
         self.dof = dof.value
+        _dof_by_ip[self.ip] = self.dof
 
     @property
     def handle(self):
@@ -342,7 +390,7 @@ class Arm:
     def movej(self, joints, speed=20, block=True, radius=0, connect=0):
         """Joint move to `joints` (degrees) at `speed` percent; with block,
         returns when the arm has arrived."""
-        self.call("kx_movej", _joints(joints), int(speed), int(radius), int(connect), int(bool(block)))
+        self.call("kx_movej", _joints(joints, self.dof), int(speed), int(radius), int(connect), int(bool(block)))
 
     def movel(self, pose, speed=20, block=True, radius=0, connect=0):
         """Straight-line move of the tool to pose [x, y, z, rx, ry, rz]."""
@@ -352,6 +400,13 @@ class Arm:
         """Joint-space move to a tool pose [x, y, z, rx, ry, rz]."""
         self.call("kx_movej_p", pose_record(pose), int(speed), int(radius), int(connect), int(bool(block)))
 
+    def stream_joints(self, joints, follow=False):
+        """Sends one streamed joint target (kx_movej_canfd): the arm goes
+        there directly, so keep each step within what every joint can move
+        in the stream's period."""
+        target = _joints(joints, self.dof)
+        self.call("kx_movej_canfd", ffi.kx_movej_canfd_mode_t(joint=target, follow=bool(follow)))
+
     def stop(self):
         """Stops the arm at once (kx_set_arm_stop)."""
         self.call("kx_set_arm_stop")
@@ -359,13 +414,13 @@ class Arm:
     # ---- kinematics, local, with the connection's configuration ----
     def forward_kinematics(self, joints):
         """Tool pose [x, y, z, rx, ry, rz] at `joints` (degrees)."""
-        return pose_list(lib.kx_algo_forward_kinematics(self._h, _joints(joints)))
+        return pose_list(lib.kx_algo_forward_kinematics(self._h, _joints(joints, self.dof)))
 
     def inverse_kinematics(self, pose, reference=None):
         """Joints (degrees) reaching pose [x, y, z, rx, ry, rz], nearest to
         `reference` (default: the current joints)."""
         params = ffi.kx_inverse_kinematics_params_t()
-        params.q_in = _joints(self.joints() if reference is None else reference)
+        params.q_in = _joints(self.joints() if reference is None else reference, self.dof)
         params.q_pose = pose_record(pose)
         params.flag = 1  # orientation from the Euler angles
         out = (ctypes.c_float * 7)()

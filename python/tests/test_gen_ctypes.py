@@ -9,11 +9,16 @@ import pytest
 GEN = os.path.join(os.path.dirname(__file__), "..", "gen_ctypes.py")
 
 
-def generate(tmp_path, header):
+def generate(tmp_path, header, doxyfile=None):
     h = tmp_path / "t.h"
     h.write_text(header)
     py, c = tmp_path / "out.py", tmp_path / "out.c"
-    run = subprocess.run([sys.executable, GEN, "--py", str(py), "--c", str(c), str(h)], capture_output=True, text=True)
+    aliases = []
+    if doxyfile:
+        (tmp_path / "Doxyfile").write_text(doxyfile)
+        aliases = ["--aliases", str(tmp_path / "Doxyfile")]
+    run = subprocess.run([sys.executable, GEN, "--py", str(py), "--c", str(c), *aliases, str(h)],
+                         capture_output=True, text=True)
     if run.returncode:
         return run.stderr
     namespace = {}
@@ -42,6 +47,32 @@ KX_API int take(node_t* n, const float* const q, cb_t cb, ...) __attribute__((fo
     assert node.u.offset == 8 + 8 + 4 * 4 * 2  # after two pointers and m
     assert ns["FUNCTIONS"]["name"][0] is ctypes.c_char_p
     assert ns["FUNCTIONS"]["take"][1][2] is ns["cb_t"] and ns["VARIADIC"] == ("take",)
+
+
+def test_reads_each_functions_result_codes(tmp_path):
+    ns = generate(tmp_path, """
+/** Solves.
+ * @retval 0 solved.
+ * @retval 1 no solution (out of reach,
+ *   or singular).
+ * @par Blocking
+ * Local.
+ */
+KX_API int solve(int x);
+/** Sets.
+ \\rc_set \\blocks{500}
+ */
+KX_API int set(int x);
+/** Saves. Blocks 2 s. 0 saved; 1 refused; -4 the file could not be opened. */
+KX_API int save(const char* f);
+KX_API int bare(void);
+""", doxyfile='OTHER = 1\nALIASES = "rc_common=@retval -2 No reply.^^" \\\n'
+        '          "rc_set=@retval 0 Accepted.^^@retval 1 Refused.^^\\rc_common" \\\n'
+        '          "blocks{1}=@par Blocking^^Waits \\1 ms.^^"\nNEXT = 2\n')
+    assert ns["RESULTS"]["solve"] == {0: "solved", 1: "no solution (out of reach, or singular)"}
+    assert ns["RESULTS"]["set"] == {0: "Accepted", 1: "Refused", -2: "No reply"}
+    assert ns["RESULTS"]["save"] == {0: "saved", 1: "refused", -4: "the file could not be opened"}
+    assert "bare" not in ns["RESULTS"]
 
 
 @pytest.mark.parametrize("header, complaint", [

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "kx_command.h"
+#include "kx_result.h"
 
 using namespace kx;
 
@@ -35,7 +36,7 @@ extern "C" {
 
 KX_API int kx_get_current_arm_state(kx_robot_handle* handle, kx_current_arm_state_t* state) {
     static const char* const fn = "kx_get_current_arm_state";
-    if (state == nullptr) return -1;
+    if (state == nullptr) return kFailed;
     Request req("get_current_arm_state");
     return query_joints(fn, handle, req, "current_arm_state", [&](int dof, const char* text) {
         KeyValue kv[] = {kv_errors(text), kv_ints("joint", dof), kv_ints("pose", 6)};
@@ -69,7 +70,7 @@ KX_API int kx_get_joint_degree(kx_robot_handle* handle, float* joint) {
 
 KX_API int kx_get_arm_all_state(kx_robot_handle* handle, kx_arm_all_state_t* state) {
     static const char* const fn = "kx_get_arm_all_state";
-    if (state == nullptr) return -1;
+    if (state == nullptr) return kFailed;
     Request req("get_arm_all_state");
     return query_joints(fn, handle, req, "arm_all_state", [&](int dof, const char* text) {
         KeyValue kv[] = {kv_ints("temperature", dof), kv_ints("current", dof), kv_ints("voltage", dof),
@@ -85,7 +86,7 @@ KX_API int kx_get_arm_all_state(kx_robot_handle* handle, kx_arm_all_state_t* sta
             const float code = static_cast<float>(kv[3].data.array_value[i]);
             if (!(code < 2147483648.0f)) {
                 kx_log_error("[%s] %s parsing error\n", fn, "err_flag");
-                return -3;
+                return kUndecodable;
             }
             state->joint_err_code[i] = static_cast<int>(code);
             state->joint_en_flag[i] = kv[4].data.array_value[i];

@@ -6,9 +6,12 @@
 #include <algorithm>
 
 #include "MIO_JSON.h"
+#include "kx_result.h"
 #include "kx_core.h"
+#include "kx_reply.h"
 #include "kx_interface.h"
 #include "log.h"
+#include "socket.h"
 
 namespace {
 
@@ -126,94 +129,140 @@ bool decode_row(const char* caller, const cJSON* container, KeyValue& row) {
 
 }  // namespace
 
-extern "C" {
+namespace kx {
 
-KX_API int common_json_pack_set(const char* caller_function_name, kx_handle_t* handle, const JsonValue* json_values,
-                                size_t num_values) {
-    if (!json_values || num_values == 0) return -1;
+int encode_request(const JsonValue* values, size_t count, RequestLine& line) {
+    if (!values || count == 0) return -1;
     cJSON* object = MIO_JSON_CreateObject();
-    for (size_t i = 0; i < num_values; ++i) add_row(object, json_values[i]);
+    for (size_t i = 0; i < count; ++i) add_row(object, values[i]);
     char* text = MIO_JSON_PrintUnformatted(object);
     MIO_JSON_Delete(object);
     if (!text) return -1;
     size_t len = strlen(text);
-    auto* line = static_cast<char*>(malloc(len + 3));
-    if (!line) {
+    auto* grown = static_cast<char*>(realloc(text, len + 3));
+    if (!grown) {
         free(text);
         return -1;
     }
-    memcpy(line, text, len);
-    memcpy(line + len, "\r\n", 3);
-    free(text);
-    kx_log_debug("send is: %s\n", line);
-    int result = -1;
-    if (handle && handle->socket_handle)
-        result = handle->socket_handle->block_send(handle->socket_handle, reinterpret_cast<uint8_t*>(line),
-                                                   static_cast<int>(len + 2));
-    free(line);
+    memcpy(grown + len, "\r\n", 3);
+    free(line.text);
+    line.text = grown;
+    line.len = len + 2;
+    kx_log_debug("send is: %s\n", grown);
+    return 0;
+}
+
+void release_trees(const JsonValue* values, size_t count) {
+    for (size_t i = 0; values && i < count; ++i)
+        if (row_type(values[i]) == JSON_OBJECT) MIO_JSON_Delete(values[i].data.sub_json);
+}
+
+int send_and_wait(const char* caller_function_name, kx_robot_handle* handle, const JsonValue* json_values,
+                  size_t num_values, const char* command, uint8_t* buf, int buf_len, int timeout, bool report) {
+    const char* caller = caller_function_name ? caller_function_name : "";
+    forget_taken_reply();  // a reply taken before this round trip is no longer the one
+    // The table lock is held only for the lookup: the send and the wait run without it.
+    int result = round_trip(caller, handle, json_values, num_values, command, buf, buf_len, timeout);
+    if (result == kSendFailed) {
+        if (report) kx_log_error("[%s] %s send error\n", caller, request_name(json_values));
+        return kx::kFailed;
+    }
+    if (result == -1 || !command || result > 0) return result;
+    if (json_values && report)
+        kx_log_error("[%s] %s revice error\n", caller, request_name(json_values));
+    else if (!json_values && strcmp(command, "point") == 0)
+        kx_log_info("[%s] %s save_trajectory complete\n", caller, command);
+    return kNoReply;
+}
+
+int send_request(Conn& conn, const uint8_t* bytes, size_t len) {
+    std::lock_guard lock(conn.writer);
+    return write_request(conn, bytes, len);
+}
+
+int write_request(Conn& conn, const uint8_t* bytes, size_t len) {
+    kx_socket_handle* sock = conn.record->socket_handle;
+    if (!sock || !bytes || len == 0) return -1;
+    size_t sent = 0;
+    if (conn.cut) {
+        // The remains of a cut request end here, as a line of their own that
+        // no controller can take for a request, before this one begins.
+        static const uint8_t kEnd[] = {'\r', '\n'};
+        if (send_counted(sock, kEnd, sizeof kEnd, &sent) != 0) return -2;
+        conn.cut = false;
+    }
+    int result = send_counted(sock, bytes, len, &sent);
+    if (result != 0 && sent > 0) {
+        conn.cut = true;
+        kx_log_error("request cut short after %d of %d bytes\n", static_cast<int>(sent), static_cast<int>(len));
+    }
     return result;
+}
+
+}  // namespace kx
+
+extern "C" {
+
+KX_API int common_json_pack_set(const char* caller_function_name, kx_handle_t* handle, const JsonValue* json_values,
+                                size_t num_values) {
+    (void)caller_function_name;
+    kx::RequestLine line;
+    if (kx::encode_request(json_values, num_values, line) != 0) return -1;
+    if (!handle || !handle->socket_handle) return -1;
+    if (auto conn = kx::conn_of(handle)) return kx::send_request(*conn, line.bytes(), line.len);
+    return handle->socket_handle->block_send(handle->socket_handle, reinterpret_cast<uint8_t*>(line.text),
+                                             static_cast<int>(line.len));
 }
 
 KX_API int common_json_parse(const char* caller_function_name, const char* json_str, KeyValue* key_values,
                              int num_keys) {
     const char* caller = caller_function_name ? caller_function_name : "";
-    cJSON* root = MIO_JSON_Parse(json_str);
-    if (!root) {
+    const kx::ReplyView reply(json_str);
+    if (!reply.parsed()) {
         kx_log_error("Error parsing JSON\n");
-        return -3;
+        return kx::kUndecodable;
     }
-    const cJSON* container = MIO_JSON_GetObjectItem(root, "arm_state");
-    if (!container) container = MIO_JSON_GetObjectItem(root, "all_state");
-    if (!container) container = root;
+    const cJSON* container = reply.container();
     int result = 0;
     for (int i = 0; key_values && i < num_keys; ++i) {
         if (!decode_row(caller, container, key_values[i])) {
-            result = -3;
+            result = kx::kUndecodable;
             break;
         }
     }
-    MIO_JSON_Delete(root);
     return result;
 }
 
 KX_API int kx_pack_lock_set(const char* caller_function_name, kx_robot_handle* handle, const JsonValue* json_values,
                             size_t num_values, const char* command, uint8_t* buf, int buf_len, int timeout) {
-    const char* caller = caller_function_name ? caller_function_name : "";
-    // The table lock is held only for the lookup: the send and the wait run without it.
-    int result = kx::round_trip(caller, handle, json_values, num_values, command, buf, buf_len, timeout);
-    if (result == kx::kSendFailed) {
-        kx_log_error("[%s] %s send error\n", caller, request_name(json_values));
-        return -1;
-    }
-    if (result == -1 || !command || result > 0) return result;
-    if (json_values)
-        kx_log_error("[%s] %s revice error\n", caller, request_name(json_values));
-    else if (strcmp(command, "point") == 0)
-        kx_log_info("[%s] %s save_trajectory complete\n", caller, command);
-    return -2;
+    return kx::guarded("kx_pack_lock_set", -1, [&] {
+        return kx::send_and_wait(caller_function_name, handle, json_values, num_values, command, buf, buf_len, timeout,
+                                 true);
+    });
 }
 
 KX_API int parse_kx_set_command(const char* caller_function_name, const char* json_str, const char* key) {
     const char* caller = caller_function_name ? caller_function_name : "";
     const char* name = key ? key : "";
-    cJSON* root = MIO_JSON_Parse(json_str);
+    const kx::ReplyView reply(json_str);
+    const cJSON* root = reply.root();
     if (!root) {
+        // Compares the reply text, not the key: the interface's own test, kept on purpose.
         if (!json_str || strcmp(json_str, "given_state") != 0)
             kx_log_error("[%s] %s parse err\n", caller, json_str ? json_str : "");
-        return -3;
+        return kx::kUndecodable;
     }
     int outcome = MIO_JSON_GetObjectItemBool(root, name);
-    MIO_JSON_Delete(root);
     if (outcome == 0) {
         kx_log_error("[%s] %s: false\n", caller, name);
-        return 1;
+        return kx::kRefused;
     }
     if (outcome == 1) {
         kx_log_debug("[%s] %s: true\n", caller, name);
-        return 0;
+        return kx::kOk;
     }
     if (strcmp(name, "given_state") != 0) kx_log_error("[%s] %s command parse err\n", caller, name);
-    return -3;
+    return kx::kUndecodable;
 }
 
 KX_API int common_json_pack_get(const char* caller_function_name, kx_handle_t* handle, const char* command,
@@ -241,7 +290,7 @@ KX_API int common_json_pack_get(const char* caller_function_name, kx_handle_t* h
 }
 
 KX_API int kx_get_data_common(kx_robot_handle* handle, int* data, char* cmd_str, char* valua_str) {
-    if (!cmd_str || !valua_str) return -1;
+    if (!cmd_str || !valua_str) return kx::kFailed;
     JsonValue request[] = {{JSON_STRING, "command", 0, {.str_value = cmd_str}}};
     uint8_t buf[kReplyBuffer] = {};
     int result = kx_pack_lock_set("kx_get_data_common", handle, request, 1, cmd_str, buf, sizeof buf, m_nOutTime);
@@ -255,7 +304,7 @@ KX_API int kx_get_data_common(kx_robot_handle* handle, int* data, char* cmd_str,
 }
 
 KX_API int kx_set_data_common(kx_robot_handle* handle, int data, char* cmd_str, char* valua_str) {
-    if (!cmd_str || !valua_str) return -1;
+    if (!cmd_str || !valua_str) return kx::kFailed;
     JsonValue request[] = {{JSON_STRING, "command", 0, {.str_value = cmd_str}},
                            {JSON_INT, valua_str, 0, {.int_value = data}}};
     uint8_t buf[kReplyBuffer] = {};

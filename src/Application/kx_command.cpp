@@ -1,4 +1,5 @@
 #include "kx_command.h"
+#include "kx_result.h"
 
 #include <cjson/cJSON.h>
 
@@ -6,9 +7,12 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
+#include <algorithm>
 
 #include "kx_commands_internal.h"
 #include "kx_core.h"
+#include "kx_reply.h"
 
 namespace kx {
 
@@ -93,6 +97,53 @@ Request::Request(const char* command) {
     if (JsonValue* row = add(JSON_STRING, "command")) row->data.str_value = command;
 }
 
+Request::~Request() {
+    if (handed_over_) return;
+    for (size_t i = 0; i < count_; ++i)
+        if (rows_[i].type == JSON_OBJECT) cJSON_Delete(rows_[i].data.sub_json);
+}
+
+Request& Request::tree(const char* key, cJSON* tree) {
+    if (tree == nullptr) {
+        ok_ = false;
+        return *this;
+    }
+    if (JsonValue* row = add(JSON_OBJECT, key))
+        row->data.sub_json = tree;
+    else
+        cJSON_Delete(tree);
+    return *this;
+}
+
+Request& Request::limit(size_t bytes) {
+    limit_ = bytes;
+    return *this;
+}
+
+namespace {
+/* Whether the request's line fits its limit (always, without one). Printed
+ * from copies of the nested members: the round trip owns the originals. */
+bool fits_limit(const Request& req) {
+    if (req.line_limit() == 0) return true;
+    JsonValue rows[16];
+    size_t n = std::min(req.size(), std::size(rows));
+    for (size_t i = 0; i < n; ++i) {
+        rows[i] = req.rows()[i];
+        if (rows[i].type == JSON_OBJECT) rows[i].data.sub_json = cJSON_Duplicate(rows[i].data.sub_json, 1);
+    }
+    RequestLine line;  /* the encoder consumes the copies */
+    return encode_request(rows, n, line) == 0 && line.len + 1 <= req.line_limit();
+}
+
+/* A request ready to leave: finite, complete, within its limit. It is then
+ * handed over, nested members included. */
+bool sendable(const char* fn, const Request& req) {
+    if (req.refused(fn) || !req.ok() || !fits_limit(req)) return false;
+    req.hand_over();
+    return true;
+}
+}  // namespace
+
 JsonValue* Request::add(JsonValueType type, const char* key) {
     if (count_ >= static_cast<size_t>(kRows)) {
         ok_ = false;
@@ -157,14 +208,10 @@ KeyValue kv_bool(const char* key) { return kv_row(JSON_BOOL, key, 0); }
 KeyValue kv_ints(const char* key, int count) { return kv_row(JSON_ARRAY, key, count); }
 
 int reply_array_len(const char* json, const char* key, int cap) {
-    cJSON* root = cJSON_Parse(json);
-    if (root == nullptr) return -1;
-    const cJSON* box = cJSON_GetObjectItem(root, "arm_state");
-    if (box == nullptr) box = cJSON_GetObjectItem(root, "all_state");
-    if (box == nullptr) box = root;
-    const cJSON* arr = cJSON_GetObjectItem(box, key);
+    const ReplyView reply(json);
+    if (!reply.parsed()) return -1;
+    const cJSON* arr = cJSON_GetObjectItem(reply.container(), key);
     int n = cJSON_IsArray(arr) ? cJSON_GetArraySize(arr) : -1;
-    cJSON_Delete(root);
     return n > cap ? cap : n;
 }
 
@@ -177,10 +224,12 @@ int exchange(const char* fn, kx_robot_handle* h, const Request* req, const char*
 
 int exchange_into(const char* fn, kx_robot_handle* h, const Request* req, const char* reply, char* buf, int buf_len,
                   int timeout) {
-    if (req != nullptr && (req->refused(fn) || !req->ok())) return -1;
+    if (req != nullptr && !sendable(fn, *req)) return kx::kFailed;
     std::memset(buf, 0, static_cast<size_t>(buf_len));
-    return kx_pack_lock_set(fn, h, req ? req->rows() : nullptr, req ? req->size() : 0, reply,
-                            reinterpret_cast<uint8_t*>(buf), buf_len, resolve_timeout(timeout));
+    return guarded(fn, -1, [&] {
+        return send_and_wait(fn, h, req ? req->rows() : nullptr, req ? req->size() : 0, reply,
+                             reinterpret_cast<uint8_t*>(buf), buf_len, resolve_timeout(timeout), !req || req->reported());
+    });
 }
 
 int list_page(const char* fn, kx_robot_handle* h, const char* command, int page_num, int page_size,
@@ -240,7 +289,7 @@ int set_num(const SetSpec& s, kx_robot_handle* h, const char* field, int value) 
 }
 
 int get_num(const char* fn, kx_robot_handle* h, const char* request, const char* reply, const char* field, int* out) {
-    if (out == nullptr) return -1;
+    if (out == nullptr) return kx::kFailed;
     Request req(request);
     KeyValue kv = kv_int(field);
     int r = query(fn, h, req, reply, &kv, 1);
@@ -250,7 +299,7 @@ int get_num(const char* fn, kx_robot_handle* h, const char* request, const char*
 
 int get_scaled(const char* fn, kx_robot_handle* h, const char* request, const char* reply, const char* field,
                Scale scale, float* out) {
-    if (out == nullptr) return -1;
+    if (out == nullptr) return kx::kFailed;
     int wire = 0;
     int r = get_num(fn, h, request, reply, field, &wire);
     if (r == 0) *out = from_wire(wire, scale);
@@ -258,45 +307,23 @@ int get_scaled(const char* fn, kx_robot_handle* h, const char* request, const ch
 }
 
 int send_only(const char* fn, kx_robot_handle* h, const Request& req, int pause_ms) {
-    if (req.refused(fn) || !req.ok()) return -1;
+    if (!sendable(fn, req)) return kx::kFailed;
     uint8_t unused[kMoveBuf] = {};
     int r = kx_pack_lock_set(fn, h, req.rows(), req.size(), nullptr, unused, sizeof unused, pause_ms);
     return r < 0 ? -1 : 0;
-}
-
-int send_built(kx_robot_handle* h, cJSON* root, size_t buf_size) {
-    char* text = root ? cJSON_PrintUnformatted(root) : nullptr;
-    cJSON_Delete(root);
-    if (text == nullptr) return -1;
-    size_t len = std::strlen(text);
-    char buf[512];
-    if (buf_size > sizeof buf) buf_size = sizeof buf;
-    if (len + 3 > buf_size) {
-        cJSON_free(text);
-        return -1;
-    }
-    std::memcpy(buf, text, len);
-    cJSON_free(text);
-    std::memcpy(buf + len, "\r\n", 3);
-    kx_log_debug("send is: %s\n", buf);
-    ConnUse use(h);  /* keeps the connection, not the table lock, while sending */
-    if (!use) return -1;
-    kx_socket_handle* sock = use.record()->socket_handle;
-    if (sock == nullptr || sock->send == nullptr) return -1;
-    return sock->send(sock, reinterpret_cast<uint8_t*>(buf), static_cast<int>(len + 2)) == 0 ? 0 : -1;
 }
 
 int checked_dof(const char* fn, kx_robot_handle* h) {
     int dof = 0;
     if (kx_get_arm_dof(h, &dof) != 0 || (dof != 6 && dof != 7)) {
         kx_log_error("[%s] The robotic arm has been disconnected\n", fn);
-        return -1;
+        return kx::kFailed;
     }
     return dof;
 }
 
 int get_joints(const JointQuery& q, kx_robot_handle* h, float* out) {
-    if (out == nullptr) return -1;
+    if (out == nullptr) return kx::kFailed;
     Request req(q.request);
     return query_joints(q.fn, h, req, q.reply, [&](int dof, const char* text) {
         KeyValue kv = kv_ints(q.field, dof);
@@ -316,7 +343,7 @@ int get_joints(const JointQuery& q, kx_robot_handle* h, float* out) {
     });
 }
 
-/* ---- motion completion ---------------------------------------------------- */
+/* ---- completion ------------------------------------------------------------ */
 
 bool Completion::next(int timeout) {
     if (held_) {
@@ -335,85 +362,94 @@ void Completion::pause(int ms) {
     if (r > 0)
         held_ = true;
     else if (r == -1)
-        sleep_cp(ms); /* the handle is gone; the next query reports it */
+        sleep_cp(ms); /* the handle is gone; the next probe reports it */
 }
 
-int Completion::receive(int timeout) {
-    return exchange(fn_, h_, nullptr, "current_trajectory_state", buf_, timeout, kMoveBuf);
+int Completion::receive(int timeout) { return exchange(fn_, h_, nullptr, event_, buf_, timeout, buf_len_); }
+
+int await_completion(kx_robot_handle* h, const CompletionRules& r) {
+    Completion events(r.fn, h, r.event, r.event_buf);
+    int failures = 0;
+    int idle = 0;
+    bool seen_running = false;
+    for (;;) {
+        if (r.event_first && events.next(m_nOutTime)) {
+            int d = r.on_event(r.ctx, events.text(), true);
+            if (d == kKeepWaiting) continue;
+            if (d != kProbeFirst) return d;
+        }
+        Probe state = Probe::Idle;
+        int q = r.probe(h, r.ctx, &state);
+        if (q != 0) {
+            if (++failures > r.max_failures) return q;
+            continue;
+        }
+        if (state == Probe::Running) {
+            seen_running = true;
+            events.pause(r.running_pause_ms);
+            continue;
+        }
+        if (state == Probe::Other) {
+            if (r.other_pause_ms > 0) events.pause(r.other_pause_ms);
+            continue;
+        }
+        if (!seen_running && idle < r.idle_pauses) {
+            ++idle;
+            events.pause(r.idle_pause_ms);
+            continue;
+        }
+        if (!events.next(r.settle_wait_ms < 0 ? m_nOutTime : r.settle_wait_ms)) {
+            if (r.no_event != 0) return r.no_event;
+            events.pause(r.running_pause_ms);
+            continue;
+        }
+        int d = r.on_event(r.ctx, events.text(), false);
+        if (d != kKeepWaiting) return d;
+    }
 }
 
 int motion_accepted(const char* fn, const ReplyBuf& buf) { return parse_kx_set_command(fn, buf.text, "receive_state"); }
 
 namespace {
 
-constexpr int kPauseMs = 100;
-constexpr int kMaxQueryFailures = 5;
-constexpr int kIdleLimit = 10;
-constexpr int kPollFirstEventWait = 1000;
-constexpr int kAgain = INT_MIN;     /* keep waiting */
-constexpr int kQuery = INT_MIN + 1; /* go on to the trajectory query */
+/* A blocking motion: the arm's trajectory type and its completion event. */
+struct MotionWait {
+    const char* device_fn;
+    int watched;
+};
 
-/* The event seen while waiting for completion in the first place: another
- * device's event or a joined motion's keep the wait going. */
-int on_first_event(const char* text) {
-    int device = -1, connect = -1;
-    int p = parse_kx_move_command(text, &device, &connect);
-    if (p != 1) return p == 0 ? 1 : p;
-    if (connect == 1 || device != 0) return kAgain;
-    if (device == 0 && connect == 0) return 0;
-    return kQuery;
+int probe_trajectory(kx_robot_handle* h, const void* ctx, Probe* state) {
+    const auto& w = *static_cast<const MotionWait*>(ctx);
+    kx_arm_current_trajectory_e type = KX_NO_PLANNING_E;
+    float data[7] = {};
+    int q = kx_get_arm_current_trajectory(h, &type, data);
+    if (q != 0) return q;
+    *state = type == w.watched ? Probe::Running : type == KX_NO_PLANNING_E ? Probe::Idle : Probe::Other;
+    return 0;
 }
 
-/* The event seen after the query reported no planning: it settles the call. */
-int on_final_event(const char* device_fn, const char* text) {
+/* The event seen first keeps the wait going for another device or a joined
+ * motion; seen after the arm came to rest it settles the call. */
+int on_motion_event(const void* ctx, const char* text, bool first) {
+    const auto& w = *static_cast<const MotionWait*>(ctx);
     int device = -1, connect = -1;
     int p = parse_kx_move_command(text, &device, &connect);
-    if (p != 1) return p == 0 ? 1 : p;
-    if (connect == 1) return kAgain;
-    if (device == 0 && connect == 0) return 0;
-    kx_log_error("[%s] current device is: %d \n", device_fn, device);
-    return -4;
+    if (p != 1) return p == 0 ? kRefused : p;
+    if (connect == 1 || (first && device != 0)) return kKeepWaiting;
+    if (device == 0 && connect == 0) return kOk;
+    if (first) return kProbeFirst;
+    kx_log_error("[%s] current device is: %d \n", w.device_fn, device);
+    return kOtherDevice;
 }
 
 int wait_completion(const char* device_fn, kx_robot_handle* h, int watched, WaitShape shape) {
-    Completion events(device_fn, h);
-    int query_failures = 0;
-    int idle_iterations = 0;
-    bool seen_running = false;
+    const MotionWait wait{device_fn, watched};
     const bool event_first = shape == WaitShape::EventFirst;
-    for (;;) {
-        if (event_first && events.next(m_nOutTime)) {
-            int d = on_first_event(events.text());
-            if (d == kAgain) continue;
-            if (d != kQuery) return d;
-        }
-        kx_arm_current_trajectory_e type = KX_NO_PLANNING_E;
-        float data[7] = {};
-        int q = kx_get_arm_current_trajectory(h, &type, data);
-        if (q != 0) {
-            if (++query_failures > kMaxQueryFailures) return q;
-            continue;
-        }
-        if (type == watched) {
-            seen_running = true;
-            events.pause(kPauseMs);
-            continue;
-        }
-        if (type != KX_NO_PLANNING_E) {
-            events.pause(kPauseMs);
-            continue;
-        }
-        if (!seen_running && ++idle_iterations < kIdleLimit) {
-            events.pause(kPauseMs);
-            continue;
-        }
-        if (!events.next(event_first ? m_nOutTime : kPollFirstEventWait)) {
-            events.pause(kPauseMs);
-            continue;
-        }
-        int d = on_final_event(device_fn, events.text());
-        if (d != kAgain) return d;
-    }
+    const CompletionRules rules{device_fn, "current_trajectory_state", kMoveBuf, event_first,
+                                /*max_failures*/ 5, /*running*/ 100, /*other*/ 100, /*idle*/ 9, 100,
+                                /*settle*/ event_first ? -1 : 1000, /*no_event*/ 0,
+                                probe_trajectory, on_motion_event, &wait};
+    return await_completion(h, rules);
 }
 
 }  // namespace

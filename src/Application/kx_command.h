@@ -16,6 +16,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <climits>
 #include <initializer_list>
 
 #include "kx_interface.h"
@@ -96,13 +97,14 @@ inline void copy_str(char (&dst)[N], const char* src) {
 
 /* ---- requests ------------------------------------------------------------ */
 
-/* A request table beginning with {"command": name}. Integer arrays are stored
- * inside the object, so it is neither copied nor moved. A table that ran out
- * of room, or that was given a non-finite argument, is refused as a whole
- * when sent (-1). */
+/* A request table beginning with {"command": name}: the one way a request is
+ * built. Integer arrays are stored inside the object, so it is neither copied
+ * nor moved. A table that ran out of room, or that was given a non-finite
+ * argument, is refused as a whole when sent (-1). */
 class Request : public Args {
 public:
     explicit Request(const char* command);
+    ~Request();
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
 
@@ -111,6 +113,21 @@ public:
     Request& flag(const char* key, bool value);
     Request& ints(const char* key, const int* values, int count);
     Request& ints(const char* key, std::initializer_list<int> values);
+    /* A nested object or array member; the request owns `tree` until it is
+     * handed to the round trip, which consumes it. */
+    Request& tree(const char* key, ::cJSON* tree);
+    /* Refuses (-1) a request whose line, "\r\n" and terminator included,
+     * would not fit `bytes`: the controller's buffer for this command. */
+    Request& limit(size_t bytes);
+    size_t line_limit() const { return limit_; }
+    /* Send and wait failures are reported by the caller, or not at all. */
+    Request& unreported() {
+        reported_ = false;
+        return *this;
+    }
+    bool reported() const { return reported_; }
+    /* The round trip now owns the nested members. */
+    void hand_over() const { handed_over_ = true; }
 
     const JsonValue* rows() const { return rows_; }
     size_t size() const { return count_; }
@@ -126,6 +143,9 @@ private:
     int ints_[kInts]{};
     int ints_used_ = 0;
     bool ok_ = true;
+    size_t limit_ = 0;
+    bool reported_ = true;
+    mutable bool handed_over_ = false;
 };
 
 /* A Cartesian target: "pose_quat" [x, y, z, qw, qx, qy, qz] (all x 1e6) when
@@ -207,12 +227,6 @@ int get_scaled(const char* fn, kx_robot_handle* h, const char* request, const ch
  * the registry lock). 0, or -1 when it could not be sent. */
 int send_only(const char* fn, kx_robot_handle* h, const Request& req, int pause_ms);
 
-/* Sends a request this family built itself: printed unformatted, "\r\n"
- * appended in a buffer of `buf_size` bytes, written with the connection's
- * send while the call holds the connection (not the registry lock). Takes ownership of root.
- * 0, or -1 (unknown handle, too long, not sent). */
-int send_built(kx_robot_handle* h, ::cJSON* root, size_t buf_size);
-
 /* The arm's degrees of freedom (6 or 7), or -1 after logging
  * "[fn] The robotic arm has been disconnected". */
 int checked_dof(const char* fn, kx_robot_handle* h);
@@ -257,15 +271,22 @@ struct JointQuery {
 };
 int get_joints(const JointQuery& q, kx_robot_handle* h, float* out);
 
-/* ---- motion completion ---------------------------------------------------- */
+/* ---- completion: the one engine of every blocking wait -------------------
+ * Moves and steps, grippers and hands, lift and expansion axes, and programs
+ * all wait the same way: for an event that settles the call, probing the
+ * controller's state meanwhile, pausing while it runs (a gripper or hand
+ * probes nothing: its wait is the settling wait alone). The rules say what
+ * differs. */
 
-/* The completion events of one connection as a blocking wait sees them.
- * A pause is spent waiting for the next event rather than sleeping blind: an
- * event that arrives meanwhile is held and is the first one the next wait
- * sees, exactly as if it had stayed queued, but the loop resumes at once. */
+/* The settling events of one connection as a wait sees them. A pause is
+ * spent waiting for the next event rather than sleeping blind: an event that
+ * arrives meanwhile is held and is the first one the next wait sees, exactly
+ * as if it had stayed queued, but the loop resumes at once. */
 class Completion {
 public:
-    Completion(const char* fn, kx_robot_handle* h) : fn_(fn), h_(h) {}
+    Completion(const char* fn, kx_robot_handle* h, const char* event = "current_trajectory_state",
+               int buf_len = kMoveBuf)
+        : fn_(fn), h_(h), event_(event), buf_len_(buf_len) {}
     /* True when an event is in hand within `timeout` ms. */
     bool next(int timeout);
     void pause(int ms);
@@ -275,9 +296,38 @@ private:
     int receive(int timeout);
     const char* fn_;
     kx_robot_handle* h_;
+    const char* event_;
+    int buf_len_;
     ReplyBuf buf_;
     bool held_ = false;
 };
+
+/* What a probe of the controller says about the awaited operation. */
+enum class Probe { Running, Idle, Other };
+inline constexpr int kKeepWaiting = INT_MIN;     /* an event that does not settle the wait */
+inline constexpr int kProbeFirst = INT_MIN + 1;  /* an event seen first that leaves it to the probe */
+
+struct CompletionRules {
+    const char* fn;          /* names the waits */
+    const char* event;       /* the settling event's name */
+    int event_buf;           /* its buffer, bytes */
+    bool event_first;        /* wait up to m_nOutTime for an event before each probe */
+    int max_failures;        /* probe failures tolerated; one more ends the wait with its code */
+    int running_pause_ms;    /* while running, and after a settling wait that saw nothing */
+    int other_pause_ms;      /* neither running nor at rest; 0 probes again at once */
+    int idle_pauses;         /* pauses at rest before running was seen ... */
+    int idle_pause_ms;       /* ... of this length, before the settling wait */
+    int settle_wait_ms;      /* the settling wait; -1: m_nOutTime */
+    int no_event;            /* the result when the settling wait sees nothing; 0: pause and go on */
+    /* 0 with *state, or the failing query's code. */
+    int (*probe)(kx_robot_handle* h, const void* ctx, Probe* state);
+    /* The result an event settles, kKeepWaiting, or (first only) kProbeFirst. */
+    int (*on_event)(const void* ctx, const char* text, bool first);
+    const void* ctx;
+};
+/* Waits until an event settles the call under `rules`. No overall time
+ * limit: a settling event, the probe's failures or a decode error ends it. */
+int await_completion(kx_robot_handle* h, const CompletionRules& rules);
 
 /* The two shapes of the blocking wait: event-first (movej, movel, moves,
  * movec) waits for the completion event and falls back to the trajectory

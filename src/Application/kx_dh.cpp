@@ -1,5 +1,6 @@
 /* DH parameters: one key per joint, [alpha, a, d, offset] as integers. */
 #include "kx_command.h"
+#include "kx_result.h"
 
 using namespace kx;
 
@@ -29,7 +30,7 @@ extern "C" {
 KX_API int kx_set_DH_data(kx_robot_handle* handle, kx_dh_t dh) {
     static const char* const fn = "kx_set_DH_data";
     int dof = checked_dof(fn, handle);
-    if (dof < 0) return -1;
+    if (dof < 0) return kFailed;
     /* Always seven joints; those the arm lacks are sent as zeros. */
     Request req("set_DH_data");
     for (int i = 0; i < 7; ++i) {
@@ -42,9 +43,9 @@ KX_API int kx_set_DH_data(kx_robot_handle* handle, kx_dh_t dh) {
 
 KX_API int kx_get_DH_data(kx_robot_handle* handle, kx_dh_t* dh) {
     static const char* const fn = "kx_get_DH_data";
-    if (dh == nullptr) return -1;
+    if (dh == nullptr) return kFailed;
     int dof = checked_dof(fn, handle);
-    if (dof < 0) return -1;
+    if (dof < 0) return kFailed;
     Request req("get_DH_data");
     KeyValue kv[7];
     for (int i = 0; i < dof; ++i) kv[i] = kv_ints(kJointKeys[i], 4);

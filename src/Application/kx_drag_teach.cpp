@@ -6,18 +6,24 @@
 #include <cstring>
 
 #include "MIO_JSON.h"
+#include "kx_result.h"
 #include "kx_command.h"
 #include "kx_commands_internal.h"
 #include "kx_core.h"
+#include "kx_receive.h"
 
 using namespace kx;
 
-namespace {
+extern "C" {
+KX_API FILE* F_SaveDragTeach = nullptr;
+KX_API int drag_teach_count = 0;
+KX_API int drag_teach_total_num = 0;
+KX_API int drag_teach_save_start = 0;
+KX_API int drag_teach_save_state = 0;
+KX_API int drag_teach_save_complete = 0;
+}
 
-template <class T>
-T load(const T& v) { return __atomic_load_n(&v, __ATOMIC_ACQUIRE); }
-template <class T>
-void store(T& v, T value) { __atomic_store_n(&v, value, __ATOMIC_RELEASE); }
+namespace {
 
 constexpr int kSaveBuf = 2048;
 constexpr int kFirstPointWait = 2000; /* threaded: the first point must come within this */
@@ -57,9 +63,9 @@ void trajectory_name(const char* path, char (&name)[300]) {
  * the flags it keeps. */
 int await_threaded_save() {
     pause_ms(kFirstPointWait);
-    if (!load(drag_teach_save_start)) return -6;
+    if (!load(drag_teach_save_start)) return kSaveInterrupted;
     for (;;) {
-        if (load(drag_teach_save_state)) return -6;
+        if (load(drag_teach_save_state)) return kSaveInterrupted;
         if (load(drag_teach_save_complete)) break;
         pause_ms(kFlagPoll);
     }
@@ -79,7 +85,7 @@ int await_single_save(const char* fn, kx_robot_handle* h) {
     }
     if (load(F_SaveDragTeach) == nullptr) {
         kx_log_error("The file is closed\n");
-        return -6;
+        return kSaveInterrupted;
     }
     return r;
 }
@@ -93,7 +99,7 @@ KX_API int parse_kx_save_trajectory(const char* caller_function_name, const char
     cJSON* root = json_str ? MIO_JSON_Parse(json_str) : nullptr;
     if (root == nullptr) {
         kx_log_error("[%s] Save trajectory parse err\n", fn);
-        return -3;
+        return kUndecodable;
     }
     int result;
     const cJSON* state = MIO_JSON_GetObjectItem(root, "save_state");
@@ -135,7 +141,7 @@ KX_API int kx_start_multi_drag_teach(kx_robot_handle* handle, int mode, int sing
 
 KX_API int kx_start_multi_drag_teach_new(kx_robot_handle* handle, kx_multi_drag_teach_t teach_state) {
     kx_robot_info_t info{};
-    if (kx_get_robot_info(handle, &info) != 0) return -1;
+    if (kx_get_robot_info(handle, &info) != 0) return kFailed;
     Request req("start_multi_drag_teach");
     req.num("frame", teach_state.frame);
     if (info.force_type == KX_FORCE_TYPE_QS_E)
@@ -173,7 +179,7 @@ KX_API int kx_run_drag_trajectory(kx_robot_handle* handle, int timeout) {
     if (timeout == 0) return send_only(fn, handle, req, 0);
     /* The full pause (holding the connection, not the registry lock) is the
      * controller's time to start the replay. */
-    if (send_only(fn, handle, req, timeout * 1000) != 0) return -1;
+    if (send_only(fn, handle, req, timeout * 1000) != 0) return kFailed;
     kx_arm_current_trajectory_e type = KX_NO_PLANNING_E;
     float data[7];
     while (kx_get_arm_current_trajectory(handle, &type, data) == 0 && type == KX_TRAJECTORY_REPLAY_PLANNING_E)
@@ -197,7 +203,7 @@ KX_API int kx_save_trajectory(kx_robot_handle* handle, const char* file_name, in
     FILE* file = file_name ? std::fopen(file_name, "wb") : nullptr;
     if (file == nullptr) {
         kx_log_error("[%s] File open error!", fn);
-        return -4;
+        return kSaveFileUnopened;
     }
     store(F_SaveDragTeach, file);
 
@@ -222,3 +228,56 @@ KX_API int kx_save_trajectory(kx_robot_handle* handle, const char* file_name, in
 }
 
 }  // extern "C"
+
+// ---- saving: the points the receive side meets ------------------------------
+
+namespace kx {
+
+namespace {
+constexpr int kSingleSaveIdle = 1000;  // single mode: 2 ms polls of silence that end a drag-teach save
+constexpr size_t kSingleSaveLine = 2048;
+}  // namespace
+
+// Threaded modes: a point of a drag-teach save goes to the save file.
+void save_point_frame(const cJSON* root, const uint8_t* str, int len) {
+    const cJSON* point = MIO_JSON_GetObjectItem(root, "point");
+    if (!point) return;
+    if (!cJSON_IsArray(point)) {
+        kx_log_error("Error: 'point' is not an array. %.*s\n", len, reinterpret_cast<const char*>(str));
+        store(drag_teach_save_state, 1);
+        return;
+    }
+    store(drag_teach_save_start, 1);
+    if (FILE* file = load(F_SaveDragTeach)) {
+        fwrite(str, 1, static_cast<size_t>(len), file);
+        fwrite("\r\n", 1, 2, file);
+        fflush(file);
+    }
+    int count = __atomic_add_fetch(&drag_teach_count, 1, __ATOMIC_ACQ_REL);
+    int total = load(drag_teach_total_num);
+    kx_log_debug("drag_teach_count:  %d  drag_teach_total_num: %d\n", count, total);
+    if (count != 0 && count == total) store(drag_teach_save_complete, 1);
+}
+
+// Single mode: a point line is written unchanged, completion comes from silence.
+void save_point_line_single(const kx_handle_t* handle, const char* frame, size_t total) {
+    store(drag_teach_save_start, 1);
+    FILE* file = load(F_SaveDragTeach);
+    if (!file) {
+        store(drag_teach_save_state, 1);
+        return;
+    }
+    size_t n = std::min(total, kSingleSaveLine);
+    store(drag_teach_save_state, 0);
+    fwrite(frame, 1, n, file);
+    kx_log_debug("drag_save len %d robot_handle: %d drag_save:%.*s\n", static_cast<int>(n), kx::handle_id(handle),
+                 static_cast<int>(n), frame);
+    fflush(file);
+}
+
+void count_idle_poll() {
+    if (!load(drag_teach_save_start)) return;
+    if (__atomic_add_fetch(&drag_teach_count, 1, __ATOMIC_ACQ_REL) > kSingleSaveIdle)
+        store(drag_teach_save_complete, 1);
+}
+}  // namespace kx

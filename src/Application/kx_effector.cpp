@@ -1,9 +1,11 @@
 /* End effectors and auxiliary axes: the two-finger gripper, the dexterous
  * hand, the lift and the expansion axis. Their blocking forms wait for the
  * completion event that carries their own device code. */
+#include <algorithm>
 #include <climits>
 
 #include "kx_command.h"
+#include "kx_result.h"
 #include "kx_commands_internal.h"
 
 using namespace kx;
@@ -42,21 +44,40 @@ constexpr EffectorWait kGripperWait{kGripperDevice, -4, -5, false};
 constexpr EffectorWait kGripperPositionWait{kGripperDevice, -4, -5, true};
 constexpr EffectorWait kHandWait{kHandDevice, -5, -4, false};
 
+/* A gripper or hand wait probes nothing: it is the settling wait alone. */
+int probe_nothing(kx_robot_handle*, const void*, Probe* state) {
+    *state = Probe::Idle;
+    return 0;
+}
+
+struct EffectorEvent {
+    const char* fn;
+    const EffectorWait* wait;
+};
+
+/* The one completion event judged: its device must be the effector's. */
+int on_effector_event(const void* ctx, const char* text, bool) {
+    const auto& e = *static_cast<const EffectorEvent*>(ctx);
+    int device = -1, connect = -1;
+    int p = parse_kx_move_command(text, &device, &connect);
+    if (p != 1) return p == 0 ? kRefused : p;
+    if (device != e.wait->device) {
+        kx_log_error("[%s] current device is: %d \n", e.fn, device);
+        return e.wait->wrong_device;
+    }
+    return kOk;
+}
+
 /* Waits `timeout_s` seconds for one completion event and judges it. */
 int await_effector(const char* fn, kx_robot_handle* h, const EffectorWait& w, int timeout_s) {
-    ReplyBuf buf;
-    if (exchange(fn, h, nullptr, "current_trajectory_state", buf, seconds_to_ms(timeout_s), kMoveBuf) < 1) {
-        if (w.log_timeout) kx_log_error("[%s] timeout error\n", fn);
-        return w.no_event;
-    }
-    int device = -1, connect = -1;
-    int p = parse_kx_move_command(buf.text, &device, &connect);
-    if (p != 1) return p == 0 ? 1 : p;
-    if (device != w.device) {
-        kx_log_error("[%s] current device is: %d \n", fn, device);
-        return w.wrong_device;
-    }
-    return 0;
+    const EffectorEvent event{fn, &w};
+    const CompletionRules rules{fn, "current_trajectory_state", kMoveBuf, /*event_first*/ false,
+                                /*max_failures*/ 0, /*running*/ 0, /*other*/ 0, /*idle*/ 0, 0,
+                                /*settle*/ std::max(0, seconds_to_ms(timeout_s)), w.no_event,
+                                probe_nothing, on_effector_event, &event};
+    int r = await_completion(h, rules);
+    if (r == w.no_event && w.log_timeout) kx_log_error("[%s] timeout error\n", fn);
+    return r;
 }
 
 /* A gripper motion: unacknowledged when neither blocking nor timed, else
@@ -106,56 +127,34 @@ const Axis kLift{"kx_set_lift_height", "set_lift_height", "height", "set_state",
 const Axis kExpand{"kx_set_expand_pos", "expand_set_pos", "pos", "set_pos_state", kExpandDevice,
                    kx_get_expand_state};
 
-constexpr int kAgain = INT_MIN; /* keep waiting */
+int probe_axis(kx_robot_handle* h, const void* ctx, Probe* state) {
+    const auto& a = *static_cast<const Axis*>(ctx);
+    kx_expand_state_t st{};
+    int q = a.read_state(h, &st);
+    if (q == 0) *state = st.mode != 0 ? Probe::Running : Probe::Idle;
+    return q;
+}
 
-/* A completion event seen while an axis moves. */
-int on_axis_event(const Axis& a, const char* text) {
+/* A completion event seen while an axis moves, first or last alike. */
+int on_axis_event(const void* ctx, const char* text, bool) {
+    const auto& a = *static_cast<const Axis*>(ctx);
     int device = -1, connect = -1;
     int p = parse_kx_move_command(text, &device, &connect);
-    if (p != 1) return p == 0 ? 1 : p;
-    if (connect == 1) return kAgain;
-    if (device == a.device && connect == 0) return 0;
+    if (p != 1) return p == 0 ? kRefused : p;
+    if (connect == 1) return kKeepWaiting;
+    if (device == a.device && connect == 0) return kOk;
     kx_log_error("[%s] current device is: %d \n", a.move_fn, device);
-    return -4;
+    return kOtherDevice;
 }
 
 /* Waits for the axis's completion event, reading its state when none comes:
  * while it moves, and at rest until motion has been seen or the idle reads
- * run out, then for one more event. No overall time limit. */
+ * run out, then for one more event. */
 int await_axis(const Axis& a, kx_robot_handle* h) {
-    Completion events(a.move_fn, h);
-    int failures = 0;
-    int idle = 0;
-    bool seen_moving = false;
-    for (;;) {
-        if (events.next(m_nOutTime)) {
-            int d = on_axis_event(a, events.text());
-            if (d != kAgain) return d;
-            continue;
-        }
-        kx_expand_state_t st{};
-        int q = a.read_state(h, &st);
-        if (q != 0) {
-            if (++failures > kMoveQueryFailures) return q;
-            continue;
-        }
-        if (st.mode != 0) {
-            seen_moving = true;
-            events.pause(kMovingPauseMs);
-            continue;
-        }
-        if (!seen_moving && idle < kIdleReads) {
-            ++idle;
-            events.pause(kIdlePauseMs);
-            continue;
-        }
-        if (!events.next(m_nOutTime)) {
-            events.pause(kMovingPauseMs);
-            continue;
-        }
-        int d = on_axis_event(a, events.text());
-        if (d != kAgain) return d;
-    }
+    const CompletionRules rules{a.move_fn, "current_trajectory_state", kMoveBuf, /*event_first*/ true,
+                                kMoveQueryFailures, kMovingPauseMs, /*other*/ 0, kIdleReads, kIdlePauseMs,
+                                /*settle*/ -1, /*no_event*/ 0, probe_axis, on_axis_event, &a};
+    return await_completion(h, rules);
 }
 
 int axis_move(const Axis& a, kx_robot_handle* h, int speed, int target, int block) {
@@ -171,7 +170,7 @@ int axis_move(const Axis& a, kx_robot_handle* h, int speed, int target, int bloc
     case KX_SINGLE_MODE_E: return kx_movecmd_singlemode_parse(h, block, a.device);
     case KX_DUAL_MODE_E:
     case KX_TRIPLE_MODE_E: return await_axis(a, h);
-    default: return -3;
+    default: return kUndecodable;
     }
 }
 
@@ -226,7 +225,7 @@ KX_API int kx_set_gripper_position(kx_robot_handle* handle, int position, bool b
 }
 
 KX_API int kx_get_gripper_state(kx_robot_handle* handle, kx_gripper_state_t* state) {
-    if (state == nullptr) return -1;
+    if (state == nullptr) return kFailed;
     Request req("get_gripper_state");
     KeyValue kv[] = {kv_int("enable"),        kv_int("status"),      kv_int("error"), kv_int("mode"),
                      kv_int("current_force"), kv_int("temperature"), kv_int("actpos")};
@@ -253,7 +252,7 @@ KX_API int kx_set_hand_seq(kx_robot_handle* handle, int seq_num, bool block, int
 }
 
 KX_API int kx_set_hand_angle(kx_robot_handle* handle, const int* hand_angle) {
-    if (hand_angle == nullptr) return -1;
+    if (hand_angle == nullptr) return kFailed;
     Request req("set_hand_angle");
     req.ints("hand_angle", hand_angle, 6);
     return set_command("kx_set_hand_angle", handle, req, "set_hand_angle", "set_state", kEffectorReply);

@@ -8,7 +8,9 @@
 #include <vector>
 
 #include "MIO_JSON.h"
+#include "kx_result.h"
 #include "kx_core.h"
+#include "kx_reply.h"
 #include "kx_interface.h"
 #include "log.h"
 
@@ -123,6 +125,7 @@ void kx::dispatch_event(const kx_handle_t* record, const cJSON* root, const char
         event.event_type = KX_CURRENT_TRAJECTORY_STATE_E;
         event.device = MIO_JSON_GetObjectItemInt(root, "device");
         // A missing or non-boolean member reads -1, which counts as reached.
+        // A missing or non-boolean member reads as true (the getter's -1): kept on purpose.
         event.trajectory_state = MIO_JSON_GetObjectItemBool(root, "trajectory_state") != 0;
         event.trajectory_connect = MIO_JSON_GetObjectItemInt(root, "trajectory_connect");
         event.program_id = 0;
@@ -193,15 +196,15 @@ KX_API void kx_get_arm_event_call_back(kx_event_callback_ptr event_callback) {
 }
 
 KX_API int parse_kx_move_command(const char* json_str, int* device, int* trajectory_connect) {
-    cJSON* root = MIO_JSON_Parse(json_str);
+    const kx::ReplyView reply(json_str);
+    const cJSON* root = reply.root();
     if (!root) {
         kx_log_error("Set command parse err\n");
-        return -3;
+        return kx::kUndecodable;
     }
     int state = MIO_JSON_GetObjectItemBool(root, "trajectory_state");
     int dev = MIO_JSON_GetObjectItemInt(root, "device");
     int connect = MIO_JSON_GetObjectItemInt(root, "trajectory_connect");
-    MIO_JSON_Delete(root);
     if ((state == 1 || state == 0) && dev >= 0 && connect >= 0) {
         if (device) *device = dev;
         if (trajectory_connect) *trajectory_connect = connect;
@@ -213,7 +216,7 @@ KX_API int parse_kx_move_command(const char* json_str, int* device, int* traject
         return 0;
     }
     kx_log_error("Move command parse err\n");
-    return -3;
+    return kx::kUndecodable;
 }
 
 }  // extern "C"

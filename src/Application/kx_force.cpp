@@ -2,6 +2,7 @@
  * kx_force_data_t, one-axis arms kx_fz_data_t; a calibration is either a
  * fire-and-forget start or a wait of up to 30 s for its outcome. */
 #include "kx_command.h"
+#include "kx_result.h"
 
 using namespace kx;
 
@@ -34,7 +35,7 @@ const char* const kManualPoses[4] = {"manual_set_force_pose1", "manual_set_force
 extern "C" {
 
 KX_API int kx_get_force_data(kx_robot_handle* handle, kx_force_data_t* data) {
-    if (data == nullptr) return -1;
+    if (data == nullptr) return kFailed;
     Request req("get_force_data");
     KeyValue kv[4] = {kv_ints("force_data", 6), kv_ints("zero_force_data", 6), kv_ints("work_zero_force_data", 6),
                       kv_ints("tool_zero_force_data", 6)};
@@ -59,10 +60,10 @@ KX_API int kx_set_force_sensor(kx_robot_handle* handle, bool block) {
 KX_API int kx_manual_set_force(kx_robot_handle* handle, int count, float* joint, bool block) {
     static const char* const fn = "kx_manual_set_force";
     int dof = checked_dof(fn, handle);
-    if (dof < 0) return -1;
-    if (count < 1 || count > 4) return -4;
+    if (dof < 0) return kFailed;
+    if (count < 1 || count > 4) return kInvalidConfig;
     Request req(kManualPoses[count - 1]);
-    if (!add_joints(req, "joint", joint, dof)) return -1;
+    if (!add_joints(req, "joint", joint, dof)) return kFailed;
     return calibrate(fn, handle, req, block && count == 4);
 }
 
@@ -72,10 +73,10 @@ KX_API int kx_stop_set_force_sensor(kx_robot_handle* handle) {
 
 KX_API int kx_get_Fz(kx_robot_handle* handle, kx_fz_data_t* data) {
     kx_robot_info_t info{};
-    if (data == nullptr || kx_get_robot_info(handle, &info) != 0) return -1;
+    if (data == nullptr || kx_get_robot_info(handle, &info) != 0) return kFailed;
     if (info.force_type != KX_FORCE_TYPE_QA_E) {
         kx_log_error("arm force type check err!");
-        return -4;
+        return kWrongForceType;
     }
     Request req("get_Fz");
     KeyValue kv[4] = {kv_int("Fz"), kv_int("zero_Fz"), kv_int("work_zero_Fz"), kv_int("tool_zero_Fz")};
@@ -99,7 +100,7 @@ KX_API int kx_manual_set_Fz(kx_robot_handle* handle, float* joint1, float* joint
     static const char* const fn = "kx_manual_set_Fz";
     int dof = checked_dof(fn, handle);
     Request req("manual_set_Fz");
-    if (dof < 0 || !add_joints(req, "pose1", joint1, dof) || !add_joints(req, "pose2", joint2, dof)) return -1;
+    if (dof < 0 || !add_joints(req, "pose1", joint1, dof) || !add_joints(req, "pose2", joint2, dof)) return kFailed;
     return calibrate(fn, handle, req, block);
 }
 

@@ -2,6 +2,7 @@
  * the streamed force-position targets. The targets are sent like the
  * pass-through stream: one line each, nothing awaited. */
 #include "kx_command.h"
+#include "kx_result.h"
 
 using namespace kx;
 
@@ -65,12 +66,12 @@ KX_API int kx_stop_force_position(kx_robot_handle* handle) {
 }
 
 KX_API int kx_set_force_drag_mode(kx_robot_handle* handle, int mode) {
-    if (!has_force_sensor(handle)) return -4;
+    if (!has_force_sensor(handle)) return kInvalidConfig;
     return kx_set_data_common(handle, mode, const_cast<char*>("set_force_drag_mode"), const_cast<char*>("mode"));
 }
 
 KX_API int kx_get_force_drag_mode(kx_robot_handle* handle, int* mode) {
-    if (!has_force_sensor(handle)) return -4;
+    if (!has_force_sensor(handle)) return kInvalidConfig;
     return kx_get_data_common(handle, mode, const_cast<char*>("get_force_drag_mode"), const_cast<char*>("mode"));
 }
 
@@ -86,7 +87,7 @@ KX_API int kx_force_position_move_joint(kx_robot_handle* handle, const float* jo
                                         float force, bool follow) {
     static const char* const fn = "kx_force_position_move_joint";
     int dof = checked_dof(fn, handle);
-    if (dof < 0 || joint == nullptr) return -1;
+    if (dof < 0 || joint == nullptr) return kFailed;
     int wire[7];
     Request req(kMove);
     req.joints(joint, dof, wire, "joint");
@@ -121,7 +122,7 @@ KX_API int kx_force_position_move(kx_robot_handle* handle, kx_force_position_mov
         add_pose_or_quat(req, param.pose);
     } else {
         int dof = checked_dof(fn, handle);
-        if (dof < 0) return -1;
+        if (dof < 0) return kFailed;
         int wire[7];
         for (int i = 0; i < dof; ++i) wire[i] = req.f(param.joint[i], 1000.0f, "joint", i);
         req.ints("joint", wire, dof);

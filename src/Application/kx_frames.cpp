@@ -7,6 +7,8 @@
 #include <cstring>
 
 #include "kx_command.h"
+#include "kx_result.h"
+#include "kx_reply.h"
 #include "kx_commands_internal.h"
 #include "kx_invoke_algo.h"
 #include "MIO_JSON.h"
@@ -26,19 +28,6 @@ struct Name {
         if (src != nullptr) std::strncpy(text, src, 12);
     }
 };
-
-/* Reads an integer array of exactly n entries; a non-number entry reads -1,
- * a number no int can hold fails. */
-bool read_ints(const cJSON* obj, const char* key, int* out, int n) {
-    const cJSON* arr = cJSON_GetObjectItem(obj, key);
-    if (!cJSON_IsArray(arr) || cJSON_GetArraySize(arr) != n) return false;
-    for (int i = 0; i < n; ++i) {
-        const cJSON* item = cJSON_GetArrayItem(arr, i);
-        out[i] = -1;
-        if (cJSON_IsNumber(item) && !json_int(item, &out[i])) return false;
-    }
-    return true;
-}
 
 /* The messages of the two active-frame decoders. */
 struct FrameTexts {
@@ -82,7 +71,7 @@ int parse_frame(const char* msg, kx_frame_t* frame, const FrameTexts& t, bool to
         copy_str(f.frame_name, kNameKept, name->valuestring);
         kx_log_info(t.name_ok, f.frame_name);
         int pose[6];
-        if (!read_ints(root, "pose", pose, 6)) {
+        if (read_ints(root, "pose", 6, pose) != Read::Ok) {
             kx_log_error("%s", t.pose_err);
             break;
         }
@@ -99,7 +88,7 @@ int parse_frame(const char* msg, kx_frame_t* frame, const FrameTexts& t, bool to
             f.payload = from_wire(payload_wire, kMilli);
             kx_log_info("[get_current_tool_frame] Tool frame payloda: %.3f\n", f.payload);
             int com[3];
-            if (!read_ints(root, "position", com, 3)) {
+            if (read_ints(root, "position", 3, com) != Read::Ok) {
                 kx_log_error("[get_current_tool_frame] Tool frame position parse err\n");
                 break;
             }
@@ -194,7 +183,7 @@ KX_API int parse_kx_get_total_frame(const char* msg, kx_frame_name_t* names, int
     cJSON* root = cJSON_Parse(msg);
     if (root == nullptr) {
         kx_log_error("Get total frame name parse err\n");
-        return -3;
+        return kUndecodable;
     }
     const cJSON* list = cJSON_GetObjectItem(root, "frame_names");
     if (list == nullptr) list = cJSON_GetObjectItem(root, "tool_names");
@@ -226,7 +215,7 @@ KX_API int Parser_Get_Tool_Envelope(const char* msg, kx_envelope_balls_list_t* e
     cJSON* root = cJSON_Parse(msg);
     if (root == nullptr) {
         kx_log_error("[%s] parser error!", fn);
-        return -3;
+        return kUndecodable;
     }
     if (cJSON_IsFalse(cJSON_GetObjectItem(root, "get_state"))) {
         kx_log_error("[%s] Get tool envelope return false! You can check if the tool frame exists.\n", fn);
@@ -264,7 +253,7 @@ KX_API int Parser_Get_Tool_Envelope(const char* msg, kx_envelope_balls_list_t* e
     cJSON_Delete(root);
     if (!ok) {
         kx_log_error("[%s] parser error!", fn);
-        return -3;
+        return kUndecodable;
     }
     *envelope = env;
     return 0;
@@ -277,7 +266,7 @@ KX_API int kx_set_auto_tool_frame(kx_robot_handle* handle, int point_num) {
 
 KX_API int kx_generate_auto_tool_frame(kx_robot_handle* handle, const char* name, float payload, float x, float y,
                                        float z) {
-    if (name == nullptr) return -1;
+    if (name == nullptr) return kFailed;
     Request req("generate_auto_tool_frame");
     req.str("tool_name", name)
         .num("payload", req.f(payload, 1000.0f, "payload"))
@@ -314,7 +303,7 @@ KX_API int kx_delete_tool_frame(kx_robot_handle* handle, const char* tool_name) 
 }
 
 KX_API int kx_set_auto_work_frame(kx_robot_handle* handle, const char* workname, int point_num) {
-    if (workname == nullptr) return -1;
+    if (workname == nullptr) return kFailed;
     Request req("set_auto_work_frame");
     req.str("frame_name", workname).num("point_num", point_num);
     return set_command("kx_set_auto_work_frame", handle, req, "set_auto_work_frame", "auto_work_frame");
@@ -354,11 +343,9 @@ KX_API int kx_set_tool_envelope(kx_robot_handle* handle, kx_envelope_balls_list_
             wire[i][k] = args.f(v[k], 1000.0f, name);
         }
     }
-    if (args.refused(fn)) return -1;
-    cJSON* root = cJSON_CreateObject();
-    cJSON_AddStringToObject(root, "command", "set_tool_envelope");
-    cJSON_AddStringToObject(root, "tool_name", Name(envelope.tool_name).text);
-    cJSON* list = cJSON_AddArrayToObject(root, "list");
+    if (args.refused(fn)) return kFailed;
+    const Name tool(envelope.tool_name);
+    cJSON* list = cJSON_CreateArray();
     for (int i = 0; i < size && list != nullptr; ++i) {
         const kx_envelopes_ball_t& b = envelope.balls[i];
         cJSON* ball = cJSON_CreateObject();
@@ -369,9 +356,11 @@ KX_API int kx_set_tool_envelope(kx_robot_handle* handle, kx_envelope_balls_list_
         cJSON_AddNumberToObject(ball, "z", wire[i][3]);
         cJSON_AddItemToArray(list, ball);
     }
-    if (send_built(handle, root, 500) != 0) return -1;
+    /* A 500-byte line; send and wait failures are not logged. */
+    Request req("set_tool_envelope");
+    req.str("tool_name", tool.text).tree("list", list).limit(500).unreported();
     ReplyBuf buf;
-    int r = exchange(fn, handle, nullptr, "set_tool_envelope", buf);
+    int r = exchange(fn, handle, &req, "set_tool_envelope", buf);
     if (r < 1) return r;
     r = parse_kx_set_command(fn, buf.text, "set_state");
     if (r == 1) kx_log_error("[%s] Set tool envelope return false! You can check if the tool frame exists.\n", fn);
@@ -380,7 +369,7 @@ KX_API int kx_set_tool_envelope(kx_robot_handle* handle, kx_envelope_balls_list_
 
 KX_API int kx_get_tool_envelope(kx_robot_handle* handle, const char* tool_name, kx_envelope_balls_list_t* envelope) {
     static const char* const fn = "kx_get_tool_envelope";
-    if (tool_name == nullptr || envelope == nullptr) return -1;
+    if (tool_name == nullptr || envelope == nullptr) return kFailed;
     Request req("get_tool_envelope");
     req.str("tool_name", tool_name);
     ReplyBuf buf;
@@ -399,7 +388,7 @@ KX_API int kx_get_total_work_frame(kx_robot_handle* handle, kx_frame_name_t* fra
 
 KX_API int kx_get_given_tool_frame(kx_robot_handle* handle, const char* name, kx_frame_t* frame) {
     static const char* const fn = "kx_get_given_tool_frame";
-    if (name == nullptr || frame == nullptr) return -1;
+    if (name == nullptr || frame == nullptr) return kFailed;
     Request req("get_tool_frame");
     req.str("tool_name", name);
     ReplyBuf buf;
@@ -428,7 +417,7 @@ KX_API int kx_get_given_tool_frame(kx_robot_handle* handle, const char* name, kx
 
 KX_API int kx_get_given_work_frame(kx_robot_handle* handle, const char* name, kx_pose_t* pose) {
     static const char* const fn = "kx_get_given_work_frame";
-    if (name == nullptr || pose == nullptr) return -1;
+    if (name == nullptr || pose == nullptr) return kFailed;
     Request req("get_work_frame");
     req.str("frame_name", name);
     ReplyBuf buf;

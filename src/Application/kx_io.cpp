@@ -5,6 +5,7 @@
 
 #include "MIO_JSON.h"
 #include "kx_command.h"
+#include "kx_result.h"
 #include "kx_commands_internal.h"
 
 using namespace kx;
@@ -62,19 +63,6 @@ int get_arrays(const char* fn, kx_robot_handle* h, const char* command, const ch
     return 0;
 }
 
-/* A set command whose request was built as a tree: sent, awaited and
- * reported like any table-built one. */
-int set_built(const char* fn, kx_robot_handle* h, cJSON* root, const char* command, const char* key) {
-    if (send_built(h, root, kReplyBuf) != 0) {
-        kx_log_error("[%s] %s send error\n", fn, command);
-        return -1;
-    }
-    ReplyBuf buf;
-    int r = exchange(fn, h, nullptr, command, buf);
-    if (r == -2) kx_log_error("[%s] %s revice error\n", fn, command);
-    if (r < 1) return r;
-    return parse_kx_set_command(fn, buf.text, key);
-}
 
 /* An integer member that must be present and not negative. */
 bool non_negative(const cJSON* obj, const char* key, int* out) {
@@ -89,11 +77,11 @@ bool non_negative(const cJSON* obj, const char* key, int* out) {
 extern "C" {
 
 KX_API int prase_get_IO_state(const char* msg, kx_io_get_t* config) {
-    if (msg == nullptr || config == nullptr) return -3;
+    if (msg == nullptr || config == nullptr) return kUndecodable;
     cJSON* root = MIO_JSON_Parse(msg);
     if (root == nullptr) {
         kx_log_error("Error parsing JSON\n");
-        return -3;
+        return kUndecodable;
     }
     int r = -3;
     kx_io_config_t& io = config->io_config;
@@ -117,18 +105,15 @@ KX_API int prase_get_IO_state(const char* msg, kx_io_get_t* config) {
 
 KX_API int kx_set_IO_mode(kx_robot_handle* handle, int io_num, kx_io_config_t config) {
     if (config.io_mode < 0 || config.io_mode > kRealtimeSpeedMode || !io_num_ok(io_num)) return reject_param();
-    /* The nested object is built here, so that it is freed whether or not
-     * the request reaches a connection. */
-    cJSON* root = cJSON_CreateObject();
-    cJSON_AddStringToObject(root, "command", "set_IO_mode");
-    cJSON_AddNumberToObject(root, "IO_Num", io_num);
-    cJSON_AddNumberToObject(root, "IO_mode", config.io_mode);
+    Request req("set_IO_mode");
+    req.num("IO_Num", io_num).num("IO_mode", config.io_mode).limit(kReplyBuf);
     if (config.io_mode == kRealtimeSpeedMode) {
-        cJSON* rt = cJSON_AddObjectToObject(root, "realtime_speed");
+        cJSON* rt = cJSON_CreateObject();
         cJSON_AddNumberToObject(rt, "speed", config.io_real_time_config_t.speed);
         cJSON_AddNumberToObject(rt, "mode", config.io_real_time_config_t.mode);
+        req.tree("realtime_speed", rt);
     }
-    return set_built("kx_set_IO_mode", handle, root, "set_IO_mode", "set_state");
+    return set_command("kx_set_IO_mode", handle, req, "set_IO_mode", "set_state");
 }
 
 KX_API int kx_set_DO_state(kx_robot_handle* handle, int io_num, int state) {
@@ -138,7 +123,7 @@ KX_API int kx_set_DO_state(kx_robot_handle* handle, int io_num, int state) {
 KX_API int kx_get_IO_state(kx_robot_handle* handle, int io_num, kx_io_get_t* config) {
     static const char* const fn = "kx_get_IO_state";
     if (!io_num_ok(io_num)) return reject_param();
-    if (config == nullptr) return -1;
+    if (config == nullptr) return kFailed;
     Request req("get_IO_state");
     req.num("IO_Num", io_num);
     ReplyBuf buf;

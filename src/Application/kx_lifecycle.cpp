@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kx_core.h"
+#include "kx_result.h"
 #include "kx_interface.h"
 #include "log.h"
 #include "socket.h"
@@ -31,23 +32,29 @@ namespace {
 
 constexpr int kSlots = 5;
 
+// The table's read lock for a scope.
+struct ReadLock {
+    ReadLock() { kx_rdlock_lock(); }
+    ~ReadLock() { kx_rdlock_unlock(); }
+    ReadLock(const ReadLock&) = delete;
+    ReadLock& operator=(const ReadLock&) = delete;
+};
+
+// The bodies of kx_init and kx_create_robot_arm, run guarded.
+int init(kx_thread_mode_e mode);
+kx_robot_handle* create(const char* ip, int port);
+
 bool g_rx_started = false;
 bool g_udp_started = false;
 bool g_dispatch_started = false;
 
 // Guarded by the table's write lock: slots a create has reserved while it
-// connects, and the records of failed creates (they hold no slot).
+// connects and synchronises, outside the lock.
 bool g_reserved[kSlots] = {};
-std::vector<kx_handle_t*>& failed_records() {
-    static auto* records = new std::vector<kx_handle_t*>;
-    return *records;
-}
 
-// Never destroyed: the receive threads may still run while statics unwind.
-std::mutex& table_mutex() {
-    static auto* mutex = new std::mutex;
-    return *mutex;
-}
+// The connection table, guarded by `rwlock` like gHandleList, its face:
+// gHandleList[i] is table()[i]->record whenever either is set. Never
+// destroyed: the receive threads may still run while statics unwind.
 std::array<std::shared_ptr<kx::Conn>, kSlots>& table() {
     static auto* conns = new std::array<std::shared_ptr<kx::Conn>, kSlots>;
     return *conns;
@@ -85,7 +92,6 @@ struct Taken {
 Taken take_slot(int slot) {
     Taken taken{gHandleList[slot], nullptr};
     gHandleList[slot] = nullptr;
-    std::lock_guard lock(table_mutex());
     taken.conn = std::move(table()[slot]);
     return taken;
 }
@@ -100,21 +106,10 @@ void retire(Taken taken) {
     kx::Conn& conn = *taken.conn;
     for (int n; (n = conn.users.load()) != 0;) conn.users.wait(n);
     kx::unwatch(conn);
-    std::vector<int> ports;
-    {
-        std::lock_guard lock(kx::udp::registry_mutex());
-        ports.swap(conn.udp_ports);
-        for (int port : ports)
-            if (gUdpHandle) gUdpHandle->udp_delete_port(gUdpHandle, port);
-    }
-}
-
-kx_robot_handle* fail_create(kx_handle_t* record) {
-    kx::set_handle_id(&record->robot_handle, -1);
-    kx_wrlock_lock();
-    failed_records().push_back(record);
-    kx_wrlock_unlock();
-    return &record->robot_handle;
+    std::lock_guard lock(kx::udp::registry_mutex());
+    for (int i = 0; i < conn.udp_port_count; ++i)
+        if (gUdpHandle) gUdpHandle->udp_delete_port(gUdpHandle, conn.udp_ports[i]);
+    conn.udp_port_count = 0;
 }
 
 // Stops and joins the threads that were started (and only those).
@@ -150,15 +145,12 @@ void close_udp_ports() {
 
 // Empties the table and retires everything in it, failed records included.
 void release_all() {
-    std::vector<Taken> taken;
+    Taken taken[kSlots];
     kx_wrlock_lock();
     for (int i = 0; i < kSlots; ++i)
-        if (gHandleList[i]) taken.push_back(take_slot(i));
-    std::vector<kx_handle_t*> failed;
-    failed.swap(failed_records());
+        if (gHandleList[i]) taken[i] = take_slot(i);
     kx_wrlock_unlock();
     for (auto& t : taken) retire(std::move(t));
-    for (auto* record : failed) free_record(record);
 }
 
 }  // namespace
@@ -180,21 +172,21 @@ Conn::~Conn() {
 
 std::shared_ptr<Conn> conn_of(const kx_handle_t* record) {
     if (!record) return nullptr;
-    std::lock_guard lock(table_mutex());
+    ReadLock lock;
     for (auto& conn : table())
         if (conn && conn->record == record) return conn;
     return nullptr;
 }
 
 std::shared_ptr<Conn> conn_by_fd(int fd) {
-    std::lock_guard lock(table_mutex());
+    ReadLock lock;
     for (auto& conn : table())
         if (conn && conn->fd == fd) return conn;
     return nullptr;
 }
 
 std::shared_ptr<Conn> conn_of_fifo(const kx_socket_fifo_handle* fifo) {
-    std::lock_guard lock(table_mutex());
+    ReadLock lock;
     for (auto& conn : table())
         if (conn && conn->record->fifo_handle == fifo) return conn;
     return nullptr;
@@ -203,8 +195,6 @@ std::shared_ptr<Conn> conn_of_fifo(const kx_socket_fifo_handle* fifo) {
 ConnUse::ConnUse(kx_robot_handle* handle) {
     kx_rdlock_lock();
     if (kx_handle_t* record = kx_get_kx_handle_by_robot_handle(handle)) {
-        // The table changes only under the write lock, so the read lock
-        // suffices here (the receive thread, without it, takes table_mutex).
         for (auto& conn : table()) {
             if (conn && conn->record == record) {
                 conn->users.fetch_add(1);
@@ -225,7 +215,9 @@ void note_udp_port(kx_robot_handle* handle, int port) {
     ConnUse use(handle);
     if (!use) return;
     std::lock_guard lock(udp::registry_mutex());
-    use.conn().udp_ports.push_back(port);
+    Conn& conn = use.conn();
+    if (conn.udp_port_count < static_cast<int>(std::size(conn.udp_ports)))
+        conn.udp_ports[conn.udp_port_count++] = port;
 }
 
 bool stopping() { return __atomic_load_n(&should_exit, __ATOMIC_ACQUIRE); }
@@ -250,15 +242,11 @@ void wake_all_for_stop() {
         sync.cv.notify_all();
     };
     wake(orphan_sync());
-    std::lock_guard lock(table_mutex());
+    ReadLock lock;
     for (auto& conn : table())
         if (conn) wake(conn->sync);
 }
 
-std::string bounded(const void* data, size_t max_len) {
-    auto* text = static_cast<const char*>(data);
-    return std::string(text, strnlen(text, max_len));
-}
 
 }  // namespace kx
 
@@ -290,6 +278,18 @@ KX_API kx_handle_t* kx_get_kx_handle_by_fifo_handle(kx_socket_fifo_handle* handl
 }
 
 KX_API int kx_init(kx_thread_mode_e mode) {
+    return kx::guarded("kx_init", -1, [&] { return init(mode); });
+}
+
+KX_API kx_robot_handle* kx_create_robot_arm(const char* ip, int port) {
+    return kx::guarded("kx_create_robot_arm", static_cast<kx_robot_handle*>(nullptr), [&] { return create(ip, port); });
+}
+
+}  // extern "C"
+
+namespace {
+
+int init(kx_thread_mode_e mode) {
     if (g_rx_started || g_udp_started || g_dispatch_started) stop_threads();  // a second start without a shutdown
     kx_rwlock_init();
     g_mode = mode;
@@ -321,6 +321,10 @@ KX_API int kx_init(kx_thread_mode_e mode) {
     return 0;
 }
 
+}  // namespace
+
+extern "C" {
+
 KX_API int kx_destory(void) {
     stop_threads();
     release_all();
@@ -344,9 +348,17 @@ KX_API kx_handle_t* kx_handle_init(const char* ip, int port) {
     return record;
 }
 
-// The slot is reserved under the table's write lock, the connect and the
-// synchronisation run without it, and the record is published under it.
-KX_API kx_robot_handle* kx_create_robot_arm(const char* ip, int port) {
+// The slot is reserved under the table's write lock, the connect runs
+// without it, and the record is published under it; synchronisation then
+// runs like any other caller's commands. A failed create keeps its slot, with
+// id -1, until it is deleted: the caller tells failure by the id, and a
+// record whose synchronisation failed (an arm model this library does not
+// know, say) stays usable for what it could not read.
+}  // extern "C"
+
+namespace {
+
+kx_robot_handle* create(const char* ip, int port) {
     kx_wrlock_lock();
     int slot = 0;
     while (slot < kSlots && (gHandleList[slot] || g_reserved[slot])) ++slot;
@@ -357,83 +369,70 @@ KX_API kx_robot_handle* kx_create_robot_arm(const char* ip, int port) {
     }
     g_reserved[slot] = true;
     kx_wrlock_unlock();
+
     auto unreserve = [slot] {
         kx_wrlock_lock();
         g_reserved[slot] = false;
         kx_wrlock_unlock();
     };
-
     kx_handle_t* record = kx_handle_init(ip, port);
     if (!record) {
-        // Bad address or port, or out of memory: nothing to keep.
+        // Bad address or port, or out of memory: there is no record to keep.
         unreserve();
         kx_log_error("[kx_create_robot_arm] socket connect err!\n");
         return nullptr;
-    }
-    int fd = kx::socket_fd(record->socket_handle);
-    if (fd <= 0) {
-        unreserve();
-        kx_log_error("[kx_create_robot_arm] socket connect err!\n");
-        return fail_create(record);
     }
     std::shared_ptr<kx::Conn> conn;
     try {
         conn = std::make_shared<kx::Conn>(record);
-    } catch (...) {
-        unreserve();
+    } catch (const std::bad_alloc&) {
         free_record(record);
+        unreserve();
+        kx_log_error("[kx_create_robot_arm] out of memory\n");
         return nullptr;
     }
-    record->id = static_cast<uint8_t>(slot + 1);
-    kx::set_handle_id(&record->robot_handle, slot + 1);
-    strncpy(record->socket_handle->ip, ip, 16);
+    const int fd = kx::socket_fd(record->socket_handle);
+    const bool connected = fd > 0;
     conn->fd = fd;
+    if (connected) {
+        record->id = static_cast<uint8_t>(slot + 1);
+        kx::set_handle_id(&record->robot_handle, slot + 1);
+        strncpy(record->socket_handle->ip, ip, 16);
+    } else {
+        kx::set_handle_id(&record->robot_handle, -1);
+    }
 
     kx_wrlock_lock();
     g_reserved[slot] = false;
     gHandleList[slot] = record;
-    {
-        std::lock_guard lock(table_mutex());
-        table()[slot] = conn;
-    }
+    table()[slot] = conn;
     kx_wrlock_unlock();
+    if (!connected) {
+        kx_log_error("[kx_create_robot_arm] socket connect err!\n");
+        return &record->robot_handle;
+    }
     kx::watch(*conn);
 
     int result = kx_sync_robot_info(&record->robot_handle);
     kx_algo_arm_state_set(&record->robot_handle);
-    if (result == 0) return &record->robot_handle;
-
-    // A failed synchronisation frees the slot; the caller keeps a record
-    // that only says so.
-    kx_log_error("[kx_create_robot_arm] get robot info err!\n");
-    kx::set_handle_id(&record->robot_handle, -1);
-    Taken taken;
-    kx_wrlock_lock();
-    if (gHandleList[slot] == record) taken = take_slot(slot);
-    kx_wrlock_unlock();
-    retire(std::move(taken));
-    conn.reset();
-    auto* placeholder = static_cast<kx_handle_t*>(calloc(1, sizeof(kx_handle_t)));
-    if (!placeholder) return nullptr;
-    return fail_create(placeholder);
+    if (result != 0) {
+        kx_log_error("[kx_create_robot_arm] get robot info err!\n");
+        kx::set_handle_id(&record->robot_handle, -1);
+    }
+    return &record->robot_handle;
 }
+
+}  // namespace
+
+extern "C" {
 
 KX_API int kx_delete_robot_arm(kx_robot_handle* handle) {
     kx_wrlock_lock();
     int slot = find_slot(handle);
     if (slot < 0) {
-        auto& failed = failed_records();
-        for (auto it = failed.begin(); it != failed.end(); ++it) {
-            if (&(*it)->robot_handle != handle) continue;
-            kx_handle_t* record = *it;
-            failed.erase(it);
-            kx_wrlock_unlock();
-            free_record(record);
-            return 0;
-        }
         kx_wrlock_unlock();
         kx_log_error("not find handle\n");
-        return -1;
+        return kx::kFailed;
     }
     Taken taken = take_slot(slot);
     kx_wrlock_unlock();
@@ -447,7 +446,7 @@ KX_API int kx_get_robot_info(kx_robot_handle* handle, kx_robot_info_t* out) {
     if (!record || !out) {
         kx_rdlock_unlock();
         kx_log_error("[%s] handle is NULL!\n", "kx_get_robot_info");
-        return -1;
+        return kx::kFailed;
     }
     out->arm_dof = record->arm_dof;
     out->arm_model = record->arm_model;
@@ -461,7 +460,7 @@ KX_API int kx_get_arm_dof(kx_robot_handle* handle, int* dof) {
     kx_handle_t* record = kx_get_kx_handle_by_robot_handle(handle);
     int arm_dof = record ? record->arm_dof : 0;
     kx_rdlock_unlock();
-    if (!record || (arm_dof != 6 && arm_dof != 7)) return -1;
+    if (!record || (arm_dof != 6 && arm_dof != 7)) return kx::kFailed;
     if (dof) *dof = arm_dof;
     return 0;
 }

@@ -2,6 +2,7 @@
  * The working-limit getters keep the connection record's copy current, which
  * is what the local kinematics are configured from. */
 #include "kx_command.h"
+#include "kx_result.h"
 
 using namespace kx;
 
@@ -193,7 +194,7 @@ KX_API int kx_get_collision_stage(kx_robot_handle* handle, int* stage) {
 
 KX_API int kx_get_joint_en_state(kx_robot_handle* handle, uint8_t* en_state) {
     static const char* const fn = "kx_get_joint_en_state";
-    if (en_state == nullptr) return -1;
+    if (en_state == nullptr) return kFailed;
     Request req("get_joint_en_state");
     return query_joints(fn, handle, req, "joint_en_state", [&](int dof, const char* text) {
         KeyValue kv = kv_ints("en_state", dof);
@@ -206,7 +207,7 @@ KX_API int kx_get_joint_en_state(kx_robot_handle* handle, uint8_t* en_state) {
 
 KX_API int kx_get_joint_err_flag(kx_robot_handle* handle, uint16_t* err_flag, uint16_t* brake_state) {
     static const char* const fn = "kx_get_joint_err_flag";
-    if (err_flag == nullptr || brake_state == nullptr) return -1;
+    if (err_flag == nullptr || brake_state == nullptr) return kFailed;
     Request req("get_joint_err_flag");
     return query_joints(fn, handle, req, "joint_err_flag", [&](int dof, const char* text) {
         KeyValue kv[] = {kv_ints("err_flag", dof), kv_ints("brake_state", dof)};
@@ -222,9 +223,9 @@ KX_API int kx_get_joint_err_flag(kx_robot_handle* handle, uint16_t* err_flag, ui
 
 KX_API int kx_set_init_pose(kx_robot_handle* handle, const float* joint) {
     static const char* const fn = "kx_set_init_pose";
-    if (joint == nullptr) return -1;
+    if (joint == nullptr) return kFailed;
     int dof = checked_dof(fn, handle);
-    if (dof < 0) return -1;
+    if (dof < 0) return kFailed;
     int wire[7];
     Request req("set_init_pose");
     req.joints(joint, dof, wire, "joint");
@@ -247,7 +248,7 @@ KX_API int kx_set_install_pose(kx_robot_handle* handle, float x, float y, float 
 }
 
 KX_API int kx_get_install_pose(kx_robot_handle* handle, float* x, float* y, float* z) {
-    if (!x || !y || !z) return -1;
+    if (!x || !y || !z) return kFailed;
     Request req("get_install_pose");
     KeyValue kv = kv_ints("pose", 3);
     int r = query("kx_get_install_pose", handle, req, "install_pose", &kv, 1);

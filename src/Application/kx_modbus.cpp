@@ -3,6 +3,7 @@
  * relays each read or write to the slave device. */
 #include "MIO_JSON.h"
 #include "kx_command.h"
+#include "kx_result.h"
 #include "kx_commands_internal.h"
 
 using namespace kx;
@@ -209,7 +210,7 @@ KX_API int parse_rs485(const char* msg, KeyValue* key_values, int n) {
     cJSON* root = MIO_JSON_Parse(msg);
     if (root == nullptr) {
         kx_log_error("Error parsing JSON\n");
-        return -3;
+        return kUndecodable;
     }
     int r = 0;
     for (int i = 0; key_values != nullptr && i < n; ++i) {
@@ -246,7 +247,7 @@ KX_API int kx_close_modbus_mode(kx_robot_handle* handle, int port) {
 }
 
 KX_API int kx_set_modbustcp_mode(kx_robot_handle* handle, const char* ip, int port, int timeout) {
-    if (ip == nullptr) return -1;
+    if (ip == nullptr) return kFailed;
     Request req("set_modbustcp_mode");
     req.str("ip", ip).num("port", port).num("timeout", timeout);
     return set_mode("kx_set_modbustcp_mode", handle, req);

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "kx_command.h"
+#include "kx_result.h"
 #include "kx_commands_internal.h"
 #include "kx_core.h"
 
@@ -44,28 +45,25 @@ int send_pose_move(const char* fn, const char* command, kx_robot_handle* h, cons
     return exchange(fn, h, &req, command, buf, kOutTime, kMoveBuf);
 }
 
-/* The arc nests its two poses in one object, so it is built here and written
- * straight to the connection; its reply is then awaited like any other. */
+/* The arc nests its two poses in one object, within a 256-byte line; its
+ * send and wait failures are not logged (its reply is awaited as a bare receive). */
 int send_arc_move(kx_robot_handle* h, const kx_pose_t& via, const kx_pose_t& to, int v, int r, int loop, int tc,
                   ReplyBuf& buf) {
-    static const char* const fn = "kx_movec";
     int wire_via[6], wire_to[6];
-    Args args;
-    args.pose(via, wire_via, "pose_via");
-    args.pose(to, wire_to, "pose_to");
-    if (args.refused(fn)) return -1;
-    cJSON* root = cJSON_CreateObject();
-    cJSON_AddStringToObject(root, "command", "movec");
+    Request req("movec");
+    req.pose(via, wire_via, "pose_via");
+    req.pose(to, wire_to, "pose_to");
     cJSON* poses = cJSON_CreateObject();
     cJSON_AddItemToObject(poses, "pose_via", cJSON_CreateIntArray(wire_via, 6));
     cJSON_AddItemToObject(poses, "pose_to", cJSON_CreateIntArray(wire_to, 6));
-    cJSON_AddItemToObject(root, "pose", poses);
-    cJSON_AddNumberToObject(root, "v", v);
-    cJSON_AddNumberToObject(root, "r", trunc_wire(static_cast<double>(r) * 1000.0));
-    cJSON_AddNumberToObject(root, "loop", loop);
-    cJSON_AddNumberToObject(root, "trajectory_connect", tc);
-    if (send_built(h, root, kMoveBuf) != 0) return -1;
-    return exchange(fn, h, nullptr, "movec", buf, kOutTime, kMoveBuf);
+    req.tree("pose", poses)
+        .num("v", v)
+        .num("r", trunc_wire(static_cast<double>(r) * 1000.0))
+        .num("loop", loop)
+        .num("trajectory_connect", tc)
+        .limit(kMoveBuf)
+        .unreported();
+    return exchange("kx_movec", h, &req, "movec", buf, kOutTime, kMoveBuf);
 }
 
 /* A non-blocking move the controller accepted marks its own future
@@ -130,7 +128,7 @@ KX_API int kx_movecmd_singlemode_parse(kx_robot_handle* handle, int block, int t
         if (connect == 1) continue;
         if (device == tar_device && connect == 0) return 0;
     }
-    return -5;
+    return kSingleNoBlock;
 }
 
 /* ---- movej ---------------------------------------------------------------- */
@@ -211,7 +209,7 @@ KX_API int kx_movec(kx_robot_handle* handle, kx_pose_t pose_via, kx_pose_t pose_
                     int trajectory_connect, int block) {
     if (trajectory_connect != 0 && trajectory_connect != 1) {
         kx_log_error("[%s] trajectory_connect check err! \n", "kx_movec");
-        return -6;
+        return kBadTrajectoryConnect;
     }
     return block ? kx_movec_block(handle, pose_via, pose_to, v, r, loop, trajectory_connect, block)
                  : kx_movec_nblock(handle, pose_via, pose_to, v, r, loop, trajectory_connect);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "kx_command.h"
+#include "kx_result.h"
 #include "kx_core.h"
 
 using namespace kx;
@@ -53,20 +54,20 @@ int read_file(const std::string& path, std::vector<char>& image) {
     FILE* f = std::fopen(path.c_str(), "rb");
     if (f == nullptr) {
         kx_log_error("File open failed\n");
-        return -5;
+        return kFileError;
     }
     long size = std::fseek(f, 0, SEEK_END) == 0 ? std::ftell(f) : -1;
     if (size < 0 || size >= INT_MAX) {
         kx_log_error("Failed to get file size\n");
         std::fclose(f);
-        return -5;
+        return kFileError;
     }
     try {
         image.assign(static_cast<size_t>(size) + 1, '\0');
     } catch (...) {
         kx_log_error("Memory allocation failed\n");
         std::fclose(f);
-        return -5;
+        return kFileError;
     }
     std::rewind(f);
     size_t got = std::fread(image.data(), 1, static_cast<size_t>(size), f);
@@ -74,24 +75,27 @@ int read_file(const std::string& path, std::vector<char>& image) {
     if (got < static_cast<size_t>(size)) {
         kx_log_error("Failed to read entire file\n");
         image.clear();
-        return -5;
+        return kFileError;
     }
     image.resize(static_cast<size_t>(size));
     return 0;
 }
 
 /* Writes `len` bytes in pieces of `chunk`, each cut at an embedded zero
- * byte as a C string would be. An upload paces itself for seconds, so it
- * holds its connection, never the registry lock that other arms need. */
-int write_chunks(kx_robot_handle* h, const char* data, size_t len, size_t chunk, bool blocking, int pause) {
-    ConnUse use(h);
+ * byte as a C string would be, holding the connection's writer throughout so
+ * that no other request lands inside the upload. An upload paces itself for
+ * seconds, so it holds its connection, never the registry lock that other
+ * arms need. */
+int write_chunks(ConnUse& use, const char* data, size_t len, size_t chunk, bool blocking, int pause) {
     if (!use) return -1;
+    Conn& conn = use.conn();
+    std::lock_guard lock(conn.writer);
     kx_socket_handle* sock = use.record()->socket_handle;
     for (size_t off = 0; off < len; off += chunk) {
         size_t n = strnlen(data + off, std::min(chunk, len - off));
         if (sock != nullptr && n > 0) {
             auto* bytes = reinterpret_cast<uint8_t*>(const_cast<char*>(data + off));
-            (blocking ? sock->block_send : sock->send)(sock, bytes, static_cast<int>(n));
+            if ((blocking ? sock->block_send : sock->send)(sock, bytes, static_cast<int>(n)) != 0) conn.cut = true;
         }
         if (pause > 0) pause_ms(pause);
     }
@@ -132,7 +136,7 @@ KX_API int countLinesInFile(const char* filename) {
     FILE* f = filename ? std::fopen(filename, "r") : nullptr;
     if (f == nullptr) {
         std::perror("打开文件失败");
-        std::exit(1);
+        std::exit(1);  // the interface's own behaviour, kept on purpose: the one exit of the library's calls
     }
     char line[kLineBuf];
     int count = 0;
@@ -176,50 +180,64 @@ KX_API void add_lines_to_file(kx_robot_handle* handle, const char* file_path, co
 }
 
 KX_API int kx_run_project(kx_robot_handle* handle, kx_send_project_t project, int file_size) {
-    std::string name = bounded(project.project_path, kPathLen);
-    Request req("run_project");
-    req.str("project_name", name.c_str())
-        .num("file_size", file_size)
-        .num("plan_speed", project.plan_speed)
-        .num("step_flag", project.step_flag)
-        .num("only_save", project.only_save)
-        .num("save_id", project.save_id);
-    return set_command("kx_run_project", handle, req, "run_project", "project_state");
+    return kx::guarded("kx_run_project", -1, [&]() -> int {
+        std::string name = bounded(project.project_path, kPathLen);
+        Request req("run_project");
+        req.str("project_name", name.c_str())
+            .num("file_size", file_size)
+            .num("plan_speed", project.plan_speed)
+            .num("step_flag", project.step_flag)
+            .num("only_save", project.only_save)
+            .num("save_id", project.save_id);
+        return set_command("kx_run_project", handle, req, "run_project", "project_state");
+    });
 }
 
 KX_API int kx_send_project(kx_robot_handle* handle, kx_send_project_t project, int* err_line) {
-    size_t used = project.project_path_len < 0 ? 0 : static_cast<size_t>(project.project_path_len);
-    std::string work = bounded(project.project_path, std::min(used, kPathLen - 1));
-    std::string base = base_name(work);
-    if (project.project_type != 0) {
-        /* A trajectory becomes a program saved beside it under a new name. */
-        base += kx_get_cur_times();
-        base += ".txt";
-        kx_log_debug("Save As: [%s]\n", base.c_str());
-        std::string source = bounded(project.project_path, kPathLen);
-        std::string dir = directory_of(source);
-        std::string save_as = dir.empty() ? std::string() : dir + base;
-        add_lines_to_file(handle, source.c_str(), save_as.c_str());
-        work = save_as.substr(0, kPathLen);
-    }
-    std::vector<char> image;
-    if (int r = read_file(work, image); r != 0) return r;
+    return kx::guarded("kx_send_project", -1, [&]() -> int {
+        size_t used = project.project_path_len < 0 ? 0 : static_cast<size_t>(project.project_path_len);
+        std::string work = bounded(project.project_path, std::min(used, kPathLen - 1));
+        std::string base = base_name(work);
+        if (project.project_type != 0) {
+            /* A trajectory becomes a program saved beside it under a new name. */
+            base += kx_get_cur_times();
+            base += ".txt";
+            kx_log_debug("Save As: [%s]\n", base.c_str());
+            std::string source = bounded(project.project_path, kPathLen);
+            std::string dir = directory_of(source);
+            std::string save_as = dir.empty() ? std::string() : dir + base;
+            add_lines_to_file(handle, source.c_str(), save_as.c_str());
+            work = save_as.substr(0, kPathLen);
+        }
+        std::vector<char> image;
+        if (int r = read_file(work, image); r != 0) return r;
 
-    copy_str(project.project_path, base.c_str());
-    project.project_path_len = static_cast<int>(strnlen(project.project_path, kPathLen));
-    int announced = kx_run_project(handle, project, static_cast<int>(image.size()));
-    if (announced != 0) {
-        kx_log_error("[kx_run_project] failed\n");
-        return announced;
-    }
-    if (write_chunks(handle, image.data(), image.size(), kChunk, true, kChunkPauseMs) != 0) return -1;
-    return await_ack(handle, kAckTimeout, err_line);
+        copy_str(project.project_path, base.c_str());
+        project.project_path_len = static_cast<int>(strnlen(project.project_path, kPathLen));
+        /* From the announcement to the last chunk nothing else is written. */
+        ConnUse use(handle);
+        std::unique_lock<std::recursive_mutex> writing;
+        if (use) writing = std::unique_lock(use.conn().writer);
+        int announced = kx_run_project(handle, project, static_cast<int>(image.size()));
+        if (announced != 0) {
+            kx_log_error("[kx_run_project] failed\n");
+            return announced;
+        }
+        if (write_chunks(use, image.data(), image.size(), kChunk, true, kChunkPauseMs) != 0) return kFailed;
+        if (writing) writing.unlock();
+        return await_ack(handle, kAckTimeout, err_line);
+    });
 }
 
 KX_API int kx_send_project_lock(kx_robot_handle* handle, const char* data, int data_len, int* err_line) {
-    if (data == nullptr || data_len < 0) return -1;
-    if (write_chunks(handle, data, static_cast<size_t>(data_len), kMemoryChunk, false, 0) != 0) return -1;
-    return await_ack(handle, kMemoryAckTimeout, err_line);
+    return kx::guarded("kx_send_project_lock", -1, [&]() -> int {
+        if (data == nullptr || data_len < 0) return kFailed;
+        {
+            ConnUse use(handle);
+            if (write_chunks(use, data, static_cast<size_t>(data_len), kMemoryChunk, false, 0) != 0) return kFailed;
+        }
+        return await_ack(handle, kMemoryAckTimeout, err_line);
+    });
 }
 
 }  // extern "C"

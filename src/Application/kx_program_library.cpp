@@ -5,7 +5,9 @@
 #include <cstring>
 
 #include "MIO_JSON.h"
+#include "kx_result.h"
 #include "kx_command.h"
+#include "kx_reply.h"
 #include "kx_commands_internal.h"
 #include "kx_core.h"
 
@@ -21,20 +23,15 @@ constexpr int kIdleQueries = 10;
 constexpr int kMaxQueryFailures = 5;
 
 /* Copies up to `cap` integers of the array `key`; false when `key` is
- * present but not an array. */
+ * present but not an array, or holds a number no int can hold. */
 bool copy_ints(const cJSON* root, const char* key, int* out, int cap, int* size) {
-    const cJSON* arr = MIO_JSON_GetObjectItem(root, key);
-    if (arr == nullptr) return true;
-    if (!cJSON_IsArray(arr)) return false;
-    int n = std::min(cJSON_GetArraySize(arr), cap);
-    for (int i = 0; i < n; ++i) out[i] = MIO_JSON_GetArrayItemInt(arr, i);
-    if (size) *size = n;
-    return true;
+    return read_ints_upto(root, key, cap, out, size) != Read::Invalid;
 }
 
-void take_int(const cJSON* obj, const char* key, int* out) {
+/* Takes the integer `key` when it is a number; false when it does not fit. */
+bool take_int(const cJSON* obj, const char* key, int* out) {
     const cJSON* item = MIO_JSON_GetObjectItem(obj, key);
-    if (cJSON_IsNumber(item)) *out = item->valueint;
+    return !cJSON_IsNumber(item) || json_int(item, out);
 }
 
 int parse_list(const char* fn, const char* text, kx_trajectory_data_t* list) {
@@ -43,16 +40,21 @@ int parse_list(const char* fn, const char* text, kx_trajectory_data_t* list) {
     if (!cJSON_IsArray(arr)) {
         kx_log_error("[%s] get program trajectory list parser error!\n", fn);
         MIO_JSON_Delete(root);
-        return -3;
+        return kUndecodable;
     }
     int n = std::min(cJSON_GetArraySize(arr), kMaxEntries);
     for (int i = 0; i < n; ++i) {
         const cJSON* item = cJSON_GetArrayItem(arr, i);
         kx_trajectory_data_t& e = list[i];
-        take_int(item, "id", &e.id);
+        bool fits = take_int(item, "id", &e.id);
         if (const char* name = MIO_JSON_GetObjectItemStr(item, "trajectory_name")) copy_str(e.trajectory_name, name);
-        take_int(item, "size", &e.size);
-        take_int(item, "speed", &e.speed);
+        fits = take_int(item, "size", &e.size) && fits;
+        fits = take_int(item, "speed", &e.speed) && fits;
+        if (!fits) {
+            kx_log_error("[%s] get program trajectory list parser error!\n", fn);
+            MIO_JSON_Delete(root);
+            return kUndecodable;
+        }
     }
     MIO_JSON_Delete(root);
     return 0;
@@ -63,47 +65,32 @@ int parse_list(const char* fn, const char* text, kx_trajectory_data_t* list) {
 int finish_names(const char* text, int id) {
     cJSON* root = MIO_JSON_Parse(text);
     const cJSON* item = MIO_JSON_GetObjectItem(root, "finish_id");
-    int r = cJSON_IsNumber(item) ? (item->valueint == id ? 1 : 0) : -1;
+    int value = 0;
+    int r = json_int(item, &value) ? (value == id ? 1 : 0) : -1;
     MIO_JSON_Delete(root);
     return r;
 }
 
-/* Threaded modes: follow the run state until the program's finish message.
- * A pause while the program runs is spent waiting for that message, which
- * is then held exactly as if it had stayed queued. */
+int probe_run_state(kx_robot_handle* h, const void*, Probe* state) {
+    kx_program_run_state_t st{};
+    int q = kx_get_program_run_state(h, &st);
+    if (q == 0) *state = st.run_state == 1 ? Probe::Running : st.run_state == 0 ? Probe::Idle : Probe::Other;
+    return q;
+}
+
+/* A finish message settles the wait when it names the program; another
+ * program's keeps it going; an undecodable one fails it. */
+int on_finish(const void* ctx, const char* text, bool) {
+    int named = finish_names(text, *static_cast<const int*>(ctx));
+    return named < 0 ? kNoFinish : named == 1 ? kOk : kKeepWaiting;
+}
+
+/* Threaded modes: follow the run state until the program's finish message. */
 int await_program(kx_robot_handle* h, int id) {
-    static const char* const fn = "kx_set_program_id_run";
-    ReplyBuf held;
-    bool have = false;
-    auto finish = [&](int timeout) {
-        if (!have) have = exchange(fn, h, nullptr, kFinish, held, timeout) > 0;
-        return have;
-    };
-    int failures = 0, idle = 0;
-    bool seen_running = false;
-    for (;;) {
-        kx_program_run_state_t st{};
-        int q = kx_get_program_run_state(h, &st);
-        if (q != 0) {
-            if (++failures > kMaxQueryFailures) return q;
-            continue;
-        }
-        if (st.run_state == 1) {
-            seen_running = true;
-            finish(kRunningPause);
-            continue;
-        }
-        if (st.run_state != 0) continue;
-        if (!seen_running && ++idle < kIdleQueries) {
-            pause_ms(kIdlePause);
-            continue;
-        }
-        if (!finish(m_nOutTime)) return -4;
-        have = false;
-        int named = finish_names(held.text, id);
-        if (named < 0) return -4;
-        if (named == 1) return 0;
-    }
+    const CompletionRules rules{"kx_set_program_id_run", kFinish, kReplyBuf, /*event_first*/ false,
+                                kMaxQueryFailures, kRunningPause, /*other*/ 0, kIdleQueries - 1, kIdlePause,
+                                /*settle*/ -1, /*no_event*/ kNoFinish, probe_run_state, on_finish, &id};
+    return await_completion(h, rules);
 }
 
 }  // namespace
@@ -116,13 +103,13 @@ KX_API int Parser_Get_Program_Run_State(const char* caller_function_name, const 
     cJSON* root = json_str ? MIO_JSON_Parse(json_str) : nullptr;
     bool ok = root != nullptr && run_state != nullptr && MIO_JSON_GetObjectItem(root, "run_state") != nullptr;
     if (ok) {
+        /* A run state that is not a number reads as the getter's -3. */
         run_state->run_state = MIO_JSON_GetObjectItemInt(root, "run_state");
-        take_int(root, "edit_id", &run_state->edit_id);
-        take_int(root, "step_mode", &run_state->step_mode);
-        take_int(root, "plan_speed", &run_state->plan_speed);
-        take_int(root, "id", &run_state->id);
-        take_int(root, "plan_num", &run_state->plan_num);
-        ok = copy_ints(root, "loop_num", run_state->loop_num, kMaxEntries, &run_state->total_loop) &&
+        ok = take_int(root, "run_state", &run_state->run_state) && take_int(root, "edit_id", &run_state->edit_id) &&
+             take_int(root, "step_mode", &run_state->step_mode) &&
+             take_int(root, "plan_speed", &run_state->plan_speed) && take_int(root, "id", &run_state->id) &&
+             take_int(root, "plan_num", &run_state->plan_num) &&
+             copy_ints(root, "loop_num", run_state->loop_num, kMaxEntries, &run_state->total_loop) &&
              copy_ints(root, "loop_cont", run_state->loop_cont, kMaxEntries, nullptr);
     }
     MIO_JSON_Delete(root);
@@ -137,7 +124,7 @@ KX_API int kx_set_plan_speed(kx_robot_handle* handle, int speed) {
 KX_API int kx_get_program_trajectory_list(kx_robot_handle* handle, int page_num, int page_size,
                                           const char* vague_search, kx_program_trajectorys_t* trajectorys) {
     static const char* const fn = "kx_get_program_trajectory_list";
-    if (trajectorys == nullptr) return -1;
+    if (trajectorys == nullptr) return kFailed;
     static thread_local char buf[kListBuf];
     int r = list_page(fn, handle, "get_program_trajectory_list", page_num, page_size, vague_search, buf, sizeof buf,
                       kOutTime);
@@ -145,7 +132,7 @@ KX_API int kx_get_program_trajectory_list(kx_robot_handle* handle, int page_num,
     KeyValue kv[4] = {kv_int("page_num"), kv_int("page_size"), kv_int("total_size"), kv_str("vague_search")};
     if (common_json_parse(fn, buf, kv, 4) != 0) {
         kx_log_error("[%s] get program trajectory list parser error!\n", fn);
-        return -3;
+        return kUndecodable;
     }
     trajectorys->page_num = kv[0].data.int_value;
     trajectorys->page_size = kv[1].data.int_value;
@@ -156,7 +143,7 @@ KX_API int kx_get_program_trajectory_list(kx_robot_handle* handle, int page_num,
 
 KX_API int kx_get_program_run_state(kx_robot_handle* handle, kx_program_run_state_t* run_state) {
     static const char* const fn = "kx_get_program_run_state";
-    if (run_state == nullptr) return -1;
+    if (run_state == nullptr) return kFailed;
     Request req("get_program_run_state");
     static thread_local char buf[kListBuf];
     int r = exchange_into(fn, handle, &req, "get_program_run_state", buf, sizeof buf, kOutTime);
@@ -195,7 +182,7 @@ KX_API int kx_set_program_id_run(kx_robot_handle* handle, int id, int speed, int
     if (block == 0 || verdict != 0) return verdict;
     switch (g_mode) {
     case KX_SINGLE_MODE_E:
-        if (exchange(fn, handle, nullptr, kFinish, buf, block * 1000) < 1) return -4;
+        if (exchange(fn, handle, nullptr, kFinish, buf, block * 1000) < 1) return kNoFinish;
         return finish_names(buf.text, id) == 1 ? 0 : -4;
     case KX_DUAL_MODE_E:
     case KX_TRIPLE_MODE_E:

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "MIO_JSON.h"
+#include "kx_result.h"
 #include "kx_core.h"
 #include "kx_interface.h"
 #include "log.h"
@@ -146,29 +147,29 @@ int decode_state(const cJSON* root, kx_realtime_arm_joint_state_t* state) {
     if (const cJSON* aloha = optional_object(root, "aloha_state")) {
         if (!read_int(aloha, "io1_state", &state->aloha_state.io1_state) ||
             !read_int(aloha, "io2_state", &state->aloha_state.io2_state))
-            return -3;
+            return kx::kUndecodable;
     }
     if (const cJSON* status = MIO_JSON_GetObjectItem(root, "arm_current_status")) {
-        if (!cJSON_IsString(status)) return -3;
+        if (!cJSON_IsString(status)) return kx::kUndecodable;
         state->arm_current_status = get_arm_status_from_string(status->valuestring);
     }
-    if (const cJSON* hand = optional_object(root, "hand"); hand && !decode_hand(hand, state->handState)) return -3;
+    if (const cJSON* hand = optional_object(root, "hand"); hand && !decode_hand(hand, state->handState)) return kx::kUndecodable;
     if (const cJSON* lift = optional_object(root, "lift_state"); lift && !decode_lift(lift, state->liftState))
-        return -3;
+        return kx::kUndecodable;
     if (const cJSON* expand = optional_object(root, "expand_state");
         expand && !decode_expand(expand, state->expandState))
-        return -3;
+        return kx::kUndecodable;
     const cJSON* joints = optional_object(root, "joint_status");
-    if (!joints) return -3;
+    if (!joints) return kx::kUndecodable;
     if (!decode_joints(joints, state->joint_status) ||
         !decode_force(optional_object(root, "six_force_sensor"), state->force_sensor) ||
         !decode_force(optional_object(root, "one_force_sensor"), state->force_sensor))
-        return -3;
+        return kx::kUndecodable;
     const cJSON* waypoint = optional_object(root, "waypoint");
-    if (!waypoint || !decode_waypoint(waypoint, state->waypoint)) return -3;
+    if (!waypoint || !decode_waypoint(waypoint, state->waypoint)) return kx::kUndecodable;
     const cJSON* err = optional_array(root, "err");
     int size = MIO_JSON_GetArraySize(err);
-    if (size < 1) return -3;
+    if (size < 1) return kx::kUndecodable;
     int len = std::min(size, static_cast<int>(sizeof state->err.err / sizeof(int)));
     state->err.err_len = static_cast<uint8_t>(len);
     return read_array(err, state->err.err, len, as_int) ? 0 : -3;
@@ -257,12 +258,12 @@ KX_API kx_udp_arm_current_status_e get_arm_status_from_string(const char* status
 }
 
 KX_API int parse_kx_realtime_arm_joint_state(const char* json_str, kx_realtime_arm_joint_state_t* robotstate) {
-    if (!robotstate) return -3;
+    if (!robotstate) return kx::kUndecodable;
     memset(robotstate, 0, sizeof *robotstate);
     cJSON* root = MIO_JSON_Parse(json_str);
     if (!root) {
         kx_log_error("[kx_realtime_arm_joint_state] parse err\n");
-        return -3;
+        return kx::kUndecodable;
     }
     int result = decode_state(root, robotstate);
     MIO_JSON_Delete(root);
@@ -275,17 +276,17 @@ KX_API int kx_set_realtime_push(kx_robot_handle* handle, kx_realtime_push_config
     kx_get_robot_info(handle, &info);
     if (config.cycle < 1) {
         kx_log_error("[%s] set realtime push config error, invaild cycle: %d!\n", kCaller, config.cycle);
-        return -4;
+        return kx::kInvalidConfig;
     }
     if (config.port < 1) {
         kx_log_error("[%s] set realtime push config error, invaild port:%d !\n", kCaller, config.port);
-        return -4;
+        return kx::kInvalidConfig;
     }
     size_t ip_len = strnlen(config.ip, sizeof config.ip);
     if (ip_len < 7 || ip_len > 15) {
-        kx_log_error("[%s] set realtime push config error, invaild ip: %s!\n", kCaller,
-                     kx::bounded(config.ip, sizeof config.ip).c_str());
-        return -4;
+        kx_log_error("[%s] set realtime push config error, invaild ip: %.*s!\n", kCaller,
+                     kx::field_len(config.ip, sizeof config.ip), config.ip);
+        return kx::kInvalidConfig;
     }
     char ip[sizeof config.ip + 1] = {};
     memcpy(ip, config.ip, ip_len);
@@ -327,7 +328,7 @@ KX_API int kx_set_realtime_push(kx_robot_handle* handle, kx_realtime_push_config
     result = read_push(handle, &current, &bound);
     if (result == 0 && !bound) {
         kx_log_error("[%s] udp port %d cannot be bound\n", kCaller, current.port);
-        return -1;
+        return kx::kFailed;
     }
     return result;
 }

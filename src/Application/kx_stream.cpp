@@ -1,6 +1,7 @@
 /* Pass-through and follow targets: one line each, sent without waiting for
  * anything, so that the caller's control loop keeps its own rate. */
 #include "kx_command.h"
+#include "kx_result.h"
 
 using namespace kx;
 
@@ -24,7 +25,7 @@ KX_API int kx_movej_canfd(kx_robot_handle* handle, kx_movej_canfd_mode_t config)
     int wire[7];
     Request req("movej_canfd");
     int dof = joint_wire(fn, handle, req, config.joint, wire);
-    if (dof < 0) return -1;
+    if (dof < 0) return kFailed;
     req.ints("joint", wire, dof)
         .flag("follow", config.follow)
         .num("expand", req.f(config.expand, 1000.0f, "expand"))
@@ -49,7 +50,7 @@ KX_API int kx_movej_follow(kx_robot_handle* handle, float* joint) {
     int wire[7];
     Request req("movej_follow");
     int dof = joint_wire(fn, handle, req, joint, wire);
-    if (dof < 0) return -1;
+    if (dof < 0) return kFailed;
     req.ints("joint", wire, dof);
     return send_only(fn, handle, req, 0);
 }

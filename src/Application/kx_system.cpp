@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include "kx_command.h"
+#include "kx_result.h"
+#include "kx_reply.h"
 #include "kx_commands_internal.h"
 
 using namespace kx;
@@ -19,6 +21,8 @@ struct ModelRule {
     kx_robot_arm_model_e model;
     int dof;
 };
+/* "CALD" maps to the second CALD enumerator, not the first: the interface's
+ * own mapping, kept on purpose. */
 constexpr ModelRule kModels[] = {
     {"AVEN", KX_MODEL_AVEN_E, 6}, {"BRIV", KX_MODEL_BRIV_E, 7},   {"CALD", KX_MODEL_CALD_II_E, 6},
     {"DUMO", KX_MODEL_DUMO_E, 6}, {"ESKA", KX_MODEL_ESKA_E, 6},   {"FIRU", KX_MODEL_FIRU_E, 7},
@@ -114,10 +118,11 @@ extern "C" {
 
 KX_API int parse_kx_get_arm_software_info(const char* msg, kx_arm_software_version_t* info) {
     if (msg == nullptr || info == nullptr) return -1;
-    cJSON* root = cJSON_Parse(msg);
+    const kx::ReplyView reply(msg);
+    const cJSON* root = reply.root();
     if (root == nullptr) {
         kx_log_error("[kx_get_arm_software_info] Arm software info parse err\n");
-        return -3;
+        return kUndecodable;
     }
     kx_arm_software_version_t v;
     std::memset(&v, 0, sizeof v);
@@ -132,14 +137,13 @@ KX_API int parse_kx_get_arm_software_info(const char* msg, kx_arm_software_versi
             kx_log_error("%s", f.missing);
         }
     }
-    cJSON_Delete(root);
     *info = v;
     return 0;
 }
 
 KX_API int kx_get_arm_software_info(kx_robot_handle* handle, kx_arm_software_version_t* software_info) {
     static const char* const fn = "kx_get_arm_software_info";
-    if (software_info == nullptr) return -1;
+    if (software_info == nullptr) return kFailed;
     Request req("get_arm_software_info");
     ReplyBuf buf;
     int r = exchange(fn, handle, &req, "arm_software_info", buf);
@@ -166,13 +170,13 @@ KX_API int kx_get_arm_software_info(kx_robot_handle* handle, kx_arm_software_ver
             rec.arm_dof = model->dof;
             rec.force_type = edition->type;
         }) != 0)
-        return -1;
+        return kFailed;
     return result;
 }
 
 KX_API int kx_get_controller_state(kx_robot_handle* handle, float* voltage, float* current, float* temperature,
                                    int* err_flag) {
-    if (!voltage || !current || !temperature || !err_flag) return -1;
+    if (!voltage || !current || !temperature || !err_flag) return kFailed;
     Request req("get_controller_state");
     KeyValue kv[] = {kv_int("voltage"), kv_int("current"), kv_int("temperature"), kv_int("err_flag")};
     int r = query("kx_get_controller_state", handle, req, "controller_state", kv, 4);
@@ -194,7 +198,7 @@ KX_API int kx_get_arm_power_state(kx_robot_handle* handle, int* power_state) {
 }
 
 KX_API int kx_get_system_runtime(kx_robot_handle* handle, int* day, int* hour, int* min, int* sec) {
-    if (!day || !hour || !min || !sec) return -1;
+    if (!day || !hour || !min || !sec) return kFailed;
     Request req("get_system_runtime");
     KeyValue kv[] = {kv_int("day"), kv_int("hour"), kv_int("min"), kv_int("sec")};
     int r = query("kx_get_system_runtime", handle, req, "get_system_runtime", kv, 4);
@@ -218,19 +222,19 @@ KX_API int kx_clear_joint_odom(kx_robot_handle* handle) { return set_bare(kClear
 KX_API int kx_clear_system_err(kx_robot_handle* handle) { return set_bare(kClearErr, handle); }
 
 KX_API int kx_set_NetIP(kx_robot_handle* handle, const char* ip) {
-    if (ip == nullptr) return -1;
+    if (ip == nullptr) return kFailed;
     Request req("set_NetIP");
     req.str("ip", ip);
     return set_command("kx_set_NetIP", handle, req, "set_NetIP", "status", 2000);
 }
 
 KX_API int kx_set_wifi_ap(kx_robot_handle* handle, const char* wifi_name, const char* password) {
-    if (!wifi_name || !password) return -1;
+    if (!wifi_name || !password) return kFailed;
     return send_pair("kx_set_wifi_ap", handle, "set_wifi_ap", "wifi_name", wifi_name, "password", password);
 }
 
 KX_API int kx_set_wifi_sta(kx_robot_handle* handle, const char* router_name, const char* password) {
-    if (!router_name || !password) return -1;
+    if (!router_name || !password) return kFailed;
     return send_pair("kx_set_wifi_sta", handle, "set_wifi_sta", "router_name", router_name, "password", password);
 }
 
@@ -245,7 +249,7 @@ KX_API int kx_set_RS485(kx_robot_handle* handle, int baudrate) {
 /* ip and mask hold 16 bytes, mac 18, as in kx_wifi_net_t. */
 KX_API int kx_get_wired_net(kx_robot_handle* handle, char* ip, char* mask, char* mac) {
     static const char* const fn = "kx_get_wired_net";
-    if (!ip || !mask || !mac) return -1;
+    if (!ip || !mask || !mac) return kFailed;
     Request req("get_wired_net");
     ReplyBuf buf;
     int r = exchange(fn, handle, &req, "get_wired_net", buf);
@@ -256,7 +260,7 @@ KX_API int kx_get_wired_net(kx_robot_handle* handle, char* ip, char* mask, char*
 
 KX_API int kx_get_wifi_net(kx_robot_handle* handle, kx_wifi_net_t* wifi_net) {
     static const char* const fn = "kx_get_wifi_net";
-    if (wifi_net == nullptr) return -1;
+    if (wifi_net == nullptr) return kFailed;
     Request req("get_wifi_net");
     ReplyBuf buf;
     int r = exchange(fn, handle, &req, "get_wifi_net", buf);
@@ -286,7 +290,7 @@ KX_API int kx_set_wifi_close(kx_robot_handle* handle) { return set_bare(kWifiClo
 
 KX_API int kx_get_joint_software_version(kx_robot_handle* handle, int* version) {
     static const char* const fn = "kx_get_joint_software_version";
-    if (version == nullptr) return -1;
+    if (version == nullptr) return kFailed;
     Request req("get_joint_software_version");
     return query_joints(fn, handle, req, "joint_software_version", [&](int dof, const char* text) {
         KeyValue kv = kv_ints("version", dof);

@@ -4,6 +4,7 @@
 
 #include "MIO_JSON.h"
 #include "kx_command.h"
+#include "kx_result.h"
 #include "kx_commands_internal.h"
 
 #include <cstring>
@@ -92,7 +93,7 @@ KX_API int parse_kx_get_arm_current_trajectory(kx_robot_handle* handle, const ch
 }
 
 KX_API int kx_get_arm_current_trajectory(kx_robot_handle* handle, kx_arm_current_trajectory_e* type, float* data) {
-    if (type == nullptr || data == nullptr) return -1;
+    if (type == nullptr || data == nullptr) return kFailed;
     Request req("get_arm_current_trajectory");
     ReplyBuf buf;
     int r = exchange("kx_get_arm_current_trajectory", handle, &req, "arm_current_trajectory", buf, 1000);

@@ -8,7 +8,9 @@
 
 #include "MIO_JSON.h"
 #include "kx_command.h"
+#include "kx_result.h"
 #include "kx_commands_internal.h"
+#include "kx_reply.h"
 
 using namespace kx;
 
@@ -56,11 +58,12 @@ void joints_from_wire(const int* wire, int dof, float* out) {
     for (int i = 0; i < dof; ++i) out[i] = from_wire(wire[i], kMilli);
 }
 
-bool read_ints(const cJSON* obj, const char* key, int n, int* out) {
-    const cJSON* arr = MIO_JSON_GetObjectItem(obj, key);
-    if (!cJSON_IsArray(arr) || cJSON_GetArraySize(arr) != n) return false;
-    for (int i = 0; i < n; ++i) out[i] = MIO_JSON_GetArrayItemInt(arr, i);
-    return true;
+/* A waypoint's pose as it travels: position and Euler angles only, the
+ * caller's quaternion is left as it was. */
+void waypoint_pose_from_wire(const int wire[6], kx_pose_t* pose) {
+    const kx_quat_t kept = pose->quaternion;
+    pose_from_wire(wire, pose);
+    pose->quaternion = kept;
 }
 
 bool read_entry(const cJSON* item, int dof, kx_waypoint_t& p) {
@@ -69,14 +72,15 @@ bool read_entry(const cJSON* item, int dof, kx_waypoint_t& p) {
     const char* work = MIO_JSON_GetObjectItemStr(item, "work_frame");
     const char* time = MIO_JSON_GetObjectItemStr(item, "time");
     int joint[7], pose[6];
-    if (!name || !tool || !work || !time || !read_ints(item, "joint", dof, joint) || !read_ints(item, "pose", 6, pose))
+    if (!name || !tool || !work || !time || read_ints(item, "joint", dof, joint) != Read::Ok ||
+        read_ints(item, "pose", 6, pose) != Read::Ok)
         return false;
     copy_str(p.point_name, kNameKept, name);
     copy_str(p.tool_frame, tool);
     copy_str(p.work_frame, work);
     copy_str(p.time, time);
     joints_from_wire(joint, dof, p.joint);
-    pose_from_wire(pose, &p.pose);
+    waypoint_pose_from_wire(pose, &p.pose);
     return true;
 }
 
@@ -87,18 +91,17 @@ extern "C" {
 KX_API int parser_get_point_list(const char* caller_function_name, const char* json_str, int dof,
                                  kx_waypoint_list_t* point_list) {
     (void)caller_function_name;
-    if (point_list == nullptr || dof < 1 || dof > 7) return -3;
+    if (point_list == nullptr || dof < 1 || dof > 7) return kUndecodable;
     cJSON* root = json_str ? MIO_JSON_Parse(json_str) : nullptr;
-    if (root == nullptr) return -3;
+    if (root == nullptr) return kUndecodable;
     int result = 0;
     const cJSON* state = MIO_JSON_GetObjectItem(root, "get_state");
     const cJSON* total = MIO_JSON_GetObjectItem(root, "total_size");
     const cJSON* list = MIO_JSON_GetObjectItem(root, "list");
     if (state != nullptr && !cJSON_IsBool(state)) result = -3;
     else if (cJSON_IsFalse(state)) result = 1;
-    else if (!cJSON_IsNumber(total) || !cJSON_IsArray(list)) result = -3;
+    else if (!json_int(total, &point_list->total_size) || !cJSON_IsArray(list)) result = -3;
     if (result == 0) {
-        point_list->total_size = total->valueint;
         int n = std::min(cJSON_GetArraySize(list), kMaxEntries);
         point_list->list_len = n;
         for (int i = 0; i < n && result == 0; ++i)
@@ -124,21 +127,21 @@ KX_API int kx_delete_global_waypoint(kx_robot_handle* handle, const char* point_
 
 KX_API int kx_get_given_global_waypoint(kx_robot_handle* handle, const char* name, kx_waypoint_t* point) {
     static const char* const fn = "kx_get_given_global_waypoint";
-    if (point == nullptr) return -1;
+    if (point == nullptr) return kFailed;
     Request req("given_global_waypoint");
     req.str("point_name", name);
     ReplyBuf buf;
     int r = exchange(fn, handle, &req, "given_global_waypoint", buf);
     if (r < 1) return r;
     int dof = checked_dof(fn, handle);
-    if (dof < 0) return -1;
+    if (dof < 0) return kFailed;
     KeyValue kv[6] = {kv_str("point_name"), kv_ints("joint", dof), kv_ints("pose", 6),
                       kv_str("work_frame"), kv_str("tool_frame"),  kv_str("time")};
     int d = common_json_parse(fn, buf.text, kv, 6);
     if (d == 0) {
         copy_str(point->point_name, kNameKept, kv[0].data.str_value);
         joints_from_wire(kv[1].data.array_value, dof, point->joint);
-        pose_from_wire(kv[2].data.array_value, &point->pose);
+        waypoint_pose_from_wire(kv[2].data.array_value, &point->pose);
         copy_str(point->work_frame, kFrameKept, kv[3].data.str_value);
         copy_str(point->tool_frame, kFrameKept, kv[4].data.str_value);
         copy_str(point->time, 29, kv[5].data.str_value);
@@ -151,9 +154,9 @@ KX_API int kx_get_given_global_waypoint(kx_robot_handle* handle, const char* nam
 KX_API int kx_get_global_waypoints_list(kx_robot_handle* handle, int page_num, int page_size,
                                         const char* vague_search, kx_waypoint_list_t* point_list) {
     static const char* const fn = "kx_get_global_waypoints_list";
-    if (point_list == nullptr) return -1;
+    if (point_list == nullptr) return kFailed;
     int dof = checked_dof(fn, handle);
-    if (dof < 0) return -1;
+    if (dof < 0) return kFailed;
     static thread_local char buf[kListBuf];
     int r = list_page(fn, handle, "get_global_waypoints_list", page_num, page_size, vague_search, buf, sizeof buf,
                       kListTimeout);

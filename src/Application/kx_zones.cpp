@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "MIO_JSON.h"
+#include "kx_result.h"
 #include "kx_command.h"
 #include "kx_commands_internal.h"
 
@@ -121,7 +122,7 @@ int store_fence(const FenceStore& s, kx_robot_handle* h, const kx_fence_config_t
     if (c.form < KX_FENCE_FORM_CUBE_E || c.form > KX_FENCE_FORM_SPHERE_E) {
         kx_log_error("Configuration error for the form of the newly added electronic fence! Wrong form: %d\n",
                      c.form);
-        return -4;
+        return kInvalidConfig;
     }
     Name name(c.name);
     Request req(s.command);
@@ -189,12 +190,12 @@ bool parse_info(const cJSON* item, kx_fence_config_t& c) {
 extern "C" {
 
 KX_API int Parser_Get_Electronic_Fence_List_Info(const char* msg, kx_fence_config_list_t* list, int* len) {
-    if (msg == nullptr || list == nullptr || len == nullptr) return -3;
+    if (msg == nullptr || list == nullptr || len == nullptr) return kUndecodable;
     cJSON* root = MIO_JSON_Parse(msg);
     const cJSON* infos = MIO_JSON_GetObjectItem(root, "info_list");
     if (!cJSON_IsArray(infos)) {
         MIO_JSON_Delete(root);
-        return -3;
+        return kUndecodable;
     }
     int size = MIO_JSON_GetArraySize(infos);
     *len = size < kListMax ? size : kListMax;
@@ -217,7 +218,7 @@ KX_API int kx_update_electronic_fence_config(kx_robot_handle* handle, kx_fence_c
 }
 
 KX_API int kx_delete_electronic_fence_config(kx_robot_handle* handle, const char* form_name) {
-    if (form_name == nullptr) return -1;
+    if (form_name == nullptr) return kFailed;
     Request req("delete_electronic_fence_config");
     req.str("form_name", form_name);
     return set_command("kx_delete_electronic_fence_config", handle, req, "delete_electronic_fence_config",
@@ -226,7 +227,7 @@ KX_API int kx_delete_electronic_fence_config(kx_robot_handle* handle, const char
 
 KX_API int kx_get_electronic_fence_list_names(kx_robot_handle* handle, kx_fence_names_t* names, int* len) {
     static const char* const fn = "kx_get_electronic_fence_list_names";
-    if (names == nullptr || len == nullptr) return -1;
+    if (names == nullptr || len == nullptr) return kFailed;
     Request req("get_electronic_fence_list_names");
     ReplyBuf buf;
     int r = exchange(fn, handle, &req, "get_electronic_fence_list_names", buf);
@@ -236,7 +237,7 @@ KX_API int kx_get_electronic_fence_list_names(kx_robot_handle* handle, kx_fence_
     if (!cJSON_IsArray(list)) {
         kx_log_error("Get fence list names parse err\n");
         MIO_JSON_Delete(root);
-        return -3;
+        return kUndecodable;
     }
     int size = MIO_JSON_GetArraySize(list);
     *len = size < kListMax ? size : kListMax;
@@ -251,7 +252,7 @@ KX_API int kx_get_electronic_fence_list_names(kx_robot_handle* handle, kx_fence_
 
 KX_API int kx_get_given_electronic_fence_config(kx_robot_handle* handle, const char* name, kx_fence_config_t* config) {
     static const char* const fn = "kx_get_given_electronic_fence_config";
-    if (name == nullptr || config == nullptr) return -1;
+    if (name == nullptr || config == nullptr) return kFailed;
     Request req("given_electronic_fence_config");
     req.str("form_name", name);
     ReplyBuf buf;
@@ -273,9 +274,9 @@ KX_API int kx_get_given_electronic_fence_config(kx_robot_handle* handle, const c
 KX_API int kx_get_electronic_fence_list_infos(kx_robot_handle* handle, kx_fence_config_list_t* config_list,
                                               int* len) {
     static const char* const fn = "kx_get_electronic_fence_list_infos";
-    if (config_list == nullptr || len == nullptr) return -1;
+    if (config_list == nullptr || len == nullptr) return kFailed;
     Request req("get_electronic_fence_list_infos");
-    if (!req.ok()) return -1;
+    if (!req.ok()) return kFailed;
     uint8_t buf[kInfoBuf] = {};
     int r = kx_pack_lock_set(fn, handle, req.rows(), req.size(), "get_electronic_fence_list_infos", buf, sizeof buf,
                              m_nOutTime);
@@ -294,7 +295,7 @@ KX_API int kx_get_electronic_fence_enable(kx_robot_handle* handle, kx_electronic
 KX_API int kx_set_electronic_fence_config(kx_robot_handle* handle, kx_fence_config_t config) {
     if (config.form == KX_FENCE_FORM_SPHERE_E) {
         kx_log_error("electronic fence form check err!!");
-        return -4;
+        return kInvalidConfig;
     }
     Request req("set_electronic_fence_config");
     req.num("form", config.form);
@@ -337,7 +338,7 @@ KX_API int kx_set_self_collision_enable(kx_robot_handle* handle, bool state) {
 
 KX_API int kx_get_self_collision_enable(kx_robot_handle* handle, bool* state) {
     static const char* const fn = "kx_get_self_collision_enable";
-    if (state == nullptr) return -1;
+    if (state == nullptr) return kFailed;
     Request req("get_self_collision_enable");
     KeyValue kv = kv_bool("enable_state");
     int r = query(fn, handle, req, "get_self_collision_enable", &kv, 1);

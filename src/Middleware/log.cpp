@@ -47,6 +47,8 @@ KX_API void kx_log_error(const char* fmt, ...) { KX_LOG_AT(LOG_LEVEL_ERROR); }
 
 /* Generic form: passes when level is below the threshold, the reverse of the
  * level functions. Kept that way for callers that rely on it. */
+/* The level test is the opposite of the four level functions': the
+ * interface's own behaviour, kept on purpose (nothing in the library calls it). */
 KX_API void kx_log(LogLevel level, const char* fmt, ...) {
     if (!(static_cast<int>(level) < load_level())) return;
     va_list args;

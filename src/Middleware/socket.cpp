@@ -110,33 +110,16 @@ KX_API int socket_send(kx_socket_handle* handle, uint8_t* bytes, int len) {
 KX_API int socket_block_send(kx_socket_handle* handle, uint8_t* bytes, int len) {
     if (!bytes || len < 1) return -1;
     size_t sent = 0;
-    int retries = 0;
-    while (sent < static_cast<size_t>(len)) {
-        ssize_t n = send(kx::socket_fd(handle), bytes + sent, static_cast<size_t>(len) - sent, kSendFlags);
-        if (n >= 0) {
-            // Keep writing the rest of a partial send so a request is never cut.
-            sent += static_cast<size_t>(n);
-            continue;
-        }
-        if (errno == EINTR) continue;
-        if (errno != EAGAIN && errno != EWOULDBLOCK) return -2;
-        if (++retries > kMaxSendRetries) return -2;
-        fputs("Send would block, retrying later...\n", stdout);
-        usleep(1000);
-    }
-    return 0;
+    return kx::send_counted(handle, bytes, static_cast<size_t>(len), &sent);
 }
 
 KX_API int socket_receive(kx_socket_handle* handle, uint8_t* bytes, int len) {
     if (!bytes || len <= 0) return -1;
     ssize_t n = recv(kx::socket_fd(handle), bytes, static_cast<size_t>(len), 0);
     if (n < 0) return -2;
-    if (kx::log_enabled(LOG_LEVEL_DEBUG)) {
-        try {  // the buffer need not be terminated: log a bounded copy
-            auto* text = reinterpret_cast<const char*>(bytes);
-            kx_log_debug("buf:is %s\n", std::string(text, strnlen(text, static_cast<size_t>(len))).c_str());
-        } catch (...) {
-        }
+    if (kx::log_enabled(LOG_LEVEL_DEBUG)) {  // the buffer need not be terminated
+        auto* text = reinterpret_cast<const char*>(bytes);
+        kx_log_debug("buf:is %.*s\n", static_cast<int>(strnlen(text, static_cast<size_t>(len))), text);
     }
     return static_cast<int>(n);
 }
@@ -160,3 +143,26 @@ KX_API int kx_socket_handle_destroy(kx_socket_handle* handle) {
 }
 
 }  // extern "C"
+
+namespace kx {
+
+int send_counted(kx_socket_handle* handle, const uint8_t* bytes, size_t len, size_t* sent) {
+    *sent = 0;
+    int retries = 0;
+    while (*sent < len) {
+        ssize_t n = send(socket_fd(handle), bytes + *sent, len - *sent, kSendFlags);
+        if (n >= 0) {
+            // Keep writing the rest of a partial send so a request is never cut.
+            *sent += static_cast<size_t>(n);
+            continue;
+        }
+        if (errno == EINTR) continue;
+        if (errno != EAGAIN && errno != EWOULDBLOCK) return -2;
+        if (++retries > kMaxSendRetries) return -2;
+        fputs("Send would block, retrying later...\n", stdout);
+        usleep(1000);
+    }
+    return 0;
+}
+
+}  // namespace kx

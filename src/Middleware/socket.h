@@ -32,6 +32,9 @@ inline int socket_fd(const kx_socket_handle* handle) {
     return handle ? __atomic_load_n(&handle->socket_id, __ATOMIC_ACQUIRE) : -1;
 }
 inline void set_socket_fd(kx_socket_handle* handle, int fd) { __atomic_store_n(&handle->socket_id, fd, __ATOMIC_RELEASE); }
+/* The waiting send of socket_block_send, telling how many bytes left: 0 when
+ * all of them did, -2 on an error or a peer that takes nothing for ~3 s. */
+int send_counted(kx_socket_handle* handle, const uint8_t* bytes, size_t len, size_t* sent);
 }  // namespace kx
 #endif
 

@@ -15,7 +15,7 @@ import sys
 
 LINKER_SYMBOLS = {"_init", "_fini", "__bss_start", "_edata", "_end"}
 INSTRUMENTATION = ("__odr_asan",)  # AddressSanitizer's ODR indicators, one per exported global
-PUBLIC = ("kx_define.h", "kx_interface.h", "kx_structures.h", "kx_version.h")
+PUBLIC = ("kx_define.h", "kx_interface.h", "kx_version.h")
 
 
 def strip_comments(text):
