@@ -29,8 +29,10 @@ else
 fi
 
 report="$dir/coverage.json"
+# gcovr replaces its output file, so it gets a file of its own: given /dev/null
+# it would replace the device with a regular file.
 gcovr -r . --object-directory "$dir" --gcov-ignore-parse-errors --filter 'src/' --filter 'algo/' --filter 'include/' \
-  --print-summary --json "$report" -o /dev/null -j "$jobs" | grep -E '^(lines|functions):'
+  --print-summary --json "$report" -o "$dir/coverage.txt" -j "$jobs" | grep -E '^(lines|functions):'
 if [ "${1:-}" != "--gate" ]; then
   gcovr -r . --object-directory "$dir" --gcov-ignore-parse-errors --filter 'src/' --filter 'algo/' -j "$jobs" --sort-percentage |
     sed -n '1,4p;/^src\/\|^algo\//p' | tail -n +1 | head -n 60

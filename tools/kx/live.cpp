@@ -258,7 +258,11 @@ void Live::renew_stale_push() {
             if ((a.have_rt && now - a.rt_at < 1s) || now - a.push_set_at < 3s) continue;
         }
         a.push_set_at = now;
-        command(a, [&](kx_robot_handle* h) { return kx_set_realtime_push(h, a.our_push); });
+        const int rc = command(a, [&](kx_robot_handle* h) { return kx_set_realtime_push(h, a.our_push); });
+        // Kept among the arm's events: the silence itself is over within a second.
+        std::lock_guard<std::mutex> lock(mutex);
+        add_event(a, rc == 0 ? std::string("state silent: push pointed back here")
+                             : fmt("state silent: pointing the push back failed (%d)", rc));
     }
 }
 
@@ -306,10 +310,12 @@ void Live::on_event(kx_event_push_data_t e) {
     std::lock_guard<std::mutex> lock(live->mutex);
     if (live != current_) return;
     for (auto& a : live->arms)
-        if (a->handle_id == e.handle_id) {
-            a->events.push_back({now_epoch_ms(), text});
-            while (a->events.size() > kEventsKept) a->events.pop_front();
-        }
+        if (a->handle_id == e.handle_id) add_event(*a, text);
+}
+
+void Live::add_event(LiveArm& a, const std::string& text) {
+    a.events.push_back({now_epoch_ms(), text});
+    while (a.events.size() > kEventsKept) a.events.pop_front();
 }
 
 cJSON* Live::snapshot() {

@@ -77,6 +77,7 @@ private:
     int setup_push(LiveArm& a, int udp_port);
     static void on_realtime(kx_realtime_arm_joint_state_t s);
     static void on_event(kx_event_push_data_t e);
+    static void add_event(LiveArm& a, const std::string& text);  // under `mutex`
     static Live* current_;  // the library's callbacks carry no user pointer
 };
 

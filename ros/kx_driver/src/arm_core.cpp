@@ -118,6 +118,15 @@ std::array<float, 7> to_degrees(const std::vector<double>& q) {
     return d;
 }
 
+double seconds(Clock::time_point t) { return std::chrono::duration<double>(t.time_since_epoch()).count(); }
+
+int send_movej(kx_robot_handle* h, const std::vector<double>& q) {
+    auto deg = to_degrees(q);
+    kx_movej_canfd_mode_t m{};
+    m.joint = deg.data();
+    return kx_movej_canfd(h, m);
+}
+
 bool valid_pose(const Pose7& p) {
     for (double v : p)
         if (!std::isfinite(v)) return false;
@@ -358,6 +367,11 @@ bool ArmCore::connect_once(std::string& why) {
         have_sample_ = false;
         connected_at_ = Clock::now();
     }
+    {
+        std::lock_guard lock(motion_mutex_);  // a controller connected afresh knows no stream of ours
+        stream_clock_.reset();
+        end_stream();
+    }
     up_ = true;
     accept_ = true;
     listener_.on_connected(m);
@@ -453,11 +467,16 @@ Result ArmCore::call(const char* what, F&& f) {
 Result ArmCore::stop_arm() {
     std::lock_guard lock(motion_mutex_);
     ++stops_;
+    end_stream();
     return call("stop", [](kx_robot_handle* h) { return kx_set_arm_stop(h); });
 }
 Result ArmCore::pause() { return call("pause", [](kx_robot_handle* h) { return kx_set_arm_pause(h); }); }
 Result ArmCore::resume() { return call("resume", [](kx_robot_handle* h) { return kx_set_arm_continue(h); }); }
 Result ArmCore::clear_errors() {
+    std::lock_guard lock(motion_mutex_);
+    // A controller that refused a target has forgotten its stream: the next one starts afresh.
+    stream_clock_.reset();
+    end_stream();
     return call("clear errors", [](kx_robot_handle* h) { return kx_clear_system_err(h); });
 }
 
@@ -465,6 +484,10 @@ Result ArmCore::move_joint(const std::vector<double>& q, int speed, bool wait) {
     std::string why;
     if (!within_limits(limits(""), {}, q, 0, &why)) return {-1, "move_joint: " + why};
     if (speed < 1 || speed > 100) return {-1, "move_joint: speed must be 1..100 %"};
+    {
+        std::lock_guard lock(motion_mutex_);
+        end_stream();
+    }
     const auto deg = to_degrees(q);
     return call("move_joint", [&](kx_robot_handle* h) { return kx_movej(h, deg.data(), speed, 0, 0, wait ? 1 : 0); });
 }
@@ -472,6 +495,10 @@ Result ArmCore::move_joint(const std::vector<double>& q, int speed, bool wait) {
 Result ArmCore::move_line(const std::array<double, 7>& pose, int speed, bool wait) {
     if (!valid_pose(pose)) return {-1, "move_line: the pose needs finite values and a non-zero quaternion"};
     if (speed < 1 || speed > 100) return {-1, "move_line: speed must be 1..100 %"};
+    {
+        std::lock_guard lock(motion_mutex_);
+        end_stream();
+    }
     const kx_pose_t target = to_kx_pose(compose(inverse(model().work), normalized(pose)));
     return call("move_line", [&](kx_robot_handle* h) { return kx_movel(h, target, speed, 0, 0, wait ? 1 : 0); });
 }
@@ -492,28 +519,65 @@ Result ArmCore::gripper(int position, int force, bool wait) {
     return call("gripper", [&](kx_robot_handle* h) { return kx_set_gripper_position(h, position, wait, timeout); });
 }
 
-Result ArmCore::stream_joints(const std::vector<double>& q, double dt) {
-    ArmSample now;
-    if (!latest(now)) return {-1, "stream: no realtime state yet"};
-    std::vector<double> from(now.position.begin(), now.position.begin() + now.dof);
+int ArmCore::streaming_error(const ArmSample& s) {
+    for (int e : s.errors)
+        if (e == 0x500A || e == 0x500B) return e;
+    return 0;
+}
+
+Result ArmCore::refuse(std::string why) {
+    refused_.fetch_add(1);
+    return {-1, "stream refused: " + why, true};
+}
+
+void ArmCore::end_stream() { stream_last_.clear(); }
+
+Result ArmCore::send_streamed(const std::vector<double>& q, Hold hold,
+                              const std::function<int(kx_robot_handle*)>& send) {
+    ArmSample arm;
+    if (!latest(arm)) return refuse("no realtime state yet");
+    if (const int e = streaming_error(arm)) {
+        char text[120];
+        std::snprintf(text, sizeof text, "the controller holds error 0x%X and refuses streamed targets until clear_errors", e);
+        return refuse(text);
+    }
+    const JointLimits lim = limits("");
     std::string why;
-    if (!within_limits(limits(""), from, q, dt, &why)) return {-1, "stream refused: " + why};
-    return send_joint_target(q);
+    if (!within_limits(lim, {}, q, 0, &why)) return refuse(why);
+    const double now = seconds(Clock::now());
+    if (!stream_clock_.active(now)) end_stream();
+    const std::vector<double> from =
+        stream_last_.empty() ? std::vector<double>(arm.position.begin(), arm.position.begin() + arm.dof) : stream_last_;
+    // The controller times a target by its arrival, which a loaded machine
+    // delays: the driver uses only kShare of the period it measures.
+    constexpr double kShare = 0.8;
+    const double wait = stream_clock_.wait_for(now, travel_time(lim, from, q) / kShare);
+    if (wait < 0 || wait > (hold == Hold::kYes ? kHold : 0)) {
+        const double period = stream_clock_.period(now);
+        within_limits(lim, from, q, period * kShare, &why);
+        return refuse(why + " (stream period " + std::to_string(period * 1e3).substr(0, 5) + " ms)");
+    }
+    if (wait > 0) std::this_thread::sleep_for(std::chrono::duration<double>(wait));
+    Result r = call("stream", send);
+    if (r.ok()) {
+        // Timed when the call returns, by then the target is on its way: a
+        // call held up in the library shortens no gap the controller sees.
+        stream_clock_.sent(seconds(Clock::now()));
+        stream_last_ = q;
+    }
+    return r;
 }
 
-Result ArmCore::send_joint_target(const std::vector<double>& q) {
-    auto deg = to_degrees(q);
-    return call("stream", [&](kx_robot_handle* h) {
-        kx_movej_canfd_mode_t m{};
-        m.joint = deg.data();
-        return kx_movej_canfd(h, m);
-    });
+Result ArmCore::stream_joints(const std::vector<double>& q) {
+    std::lock_guard lock(motion_mutex_);
+    if (executing_) return refuse("a trajectory is being executed");
+    return send_streamed(q, Hold::kYes, [&](kx_robot_handle* h) { return send_movej(h, q); });
 }
 
-Result ArmCore::stream_pose(const std::array<double, 7>& pose, double dt) {
-    if (!valid_pose(pose)) return {-1, "stream refused: the pose needs finite values and a non-zero quaternion"};
+Result ArmCore::stream_pose(const std::array<double, 7>& pose) {
+    if (!valid_pose(pose)) return refuse("the pose needs finite values and a non-zero quaternion");
     ArmSample now;
-    if (!latest(now)) return {-1, "stream: no realtime state yet"};
+    if (!latest(now)) return refuse("no realtime state yet");
     const kx_pose_t target = to_kx_pose(compose(inverse(model().work), normalized(pose)));
     std::vector<double> from(now.position.begin(), now.position.begin() + now.dof);
     const auto ref = to_degrees(from);
@@ -525,12 +589,12 @@ Result ArmCore::stream_pose(const std::array<double, 7>& pose, double dt) {
         p.flag = 1;
         return kx_algo_inverse_kinematics(h, p, out);
     });
-    if (!r.ok()) return {r.code, "stream refused: no joint solution for the pose"};
+    if (!r.ok()) return refuse("no joint solution for the pose");
     std::vector<double> q(static_cast<size_t>(now.dof));
     for (int i = 0; i < now.dof; ++i) q[i] = out[i] * kDeg;
-    std::string why;
-    if (!within_limits(limits(""), from, q, dt, &why)) return {-1, "stream refused: " + why};
-    return call("stream", [&](kx_robot_handle* h) {
+    std::lock_guard lock(motion_mutex_);
+    if (executing_) return refuse("a trajectory is being executed");
+    return send_streamed(q, Hold::kYes, [&](kx_robot_handle* h) {
         kx_movep_canfd_mode_t m{};
         m.pose = target;
         return kx_movep_canfd(h, m);
@@ -552,7 +616,15 @@ Execution ArmCore::execute(const Trajectory& trajectory, const Tolerances& toler
     {
         std::lock_guard lock(motion_mutex_);
         stops_at_start = stops_;
+        executing_ = true;
     }
+    struct Done {  // streamed targets from topics are refused until the execution ends
+        ArmCore& core;
+        ~Done() {
+            std::lock_guard lock(core.motion_mutex_);
+            core.executing_ = false;
+        }
+    } done{*this};
     Progress p;
     ArmSample first;
     const size_t errors_at_start = latest(first) ? first.errors.size() : 0;
@@ -571,8 +643,10 @@ Execution ArmCore::execute(const Trajectory& trajectory, const Tolerances& toler
         {
             std::lock_guard lock(motion_mutex_);
             if (stops_ != stops_at_start) return stopped;
-            // A streamed target has no reply: a failure is a failed send, the connection is gone.
-            if (!send_joint_target(p.desired_position).ok()) return lost;
+            // A streamed target has no reply: a failed send means the connection is gone.
+            const Result r = send_streamed(p.desired_position, Hold::kYes,
+                                           [&](kx_robot_handle* h) { return send_movej(h, p.desired_position); });
+            if (!r.ok()) return r.refused ? Execution{Outcome::kRefused, "aborted: " + r.message} : lost;
         }
         if (k % report_every == 0 || t >= trajectory.duration()) {
             p.time = t;

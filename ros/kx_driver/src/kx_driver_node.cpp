@@ -142,6 +142,11 @@ public:
 
     void on_sample(const ArmSample& s) override {
         const ros::Time now = ros::Time::now();
+        const int stream_error = ArmCore::streaming_error(s);
+        if (streaming_error_.exchange(stream_error) != stream_error && stream_error)
+            ROS_ERROR("the controller refused a streamed target (error 0x%X) and refuses every further one: "
+                      "call clear_errors",
+                      stream_error);
         std::vector<std::string> names;
         bool wrench = false;
         {
@@ -250,6 +255,12 @@ private:
             st.level = diagnostic_msgs::DiagnosticStatus::ERROR;
             const std::string why = core_.last_failure();
             st.message = "disconnected" + (why.empty() ? std::string() : ": " + why);
+        } else if (have && ArmCore::streaming_error(s)) {
+            st.level = diagnostic_msgs::DiagnosticStatus::ERROR;
+            char text[120];
+            std::snprintf(text, sizeof text, "connected; the controller refuses streamed targets (error 0x%X): call clear_errors",
+                          ArmCore::streaming_error(s));
+            st.message = text;
         } else if (have && !s.errors.empty()) {
             st.level = diagnostic_msgs::DiagnosticStatus::WARN;
             st.message = "connected; the controller reports errors";
@@ -271,6 +282,7 @@ private:
         kv("expected push rate (Hz)", std::to_string(expected));
         kv("udp port", std::to_string(core_.udp_port()));
         kv("reconnections", std::to_string(core_.reconnects()));
+        kv("refused streamed targets", std::to_string(core_.refused_targets()));
         std::string errs;
         if (have)
             for (int e : s.errors) errs += (errs.empty() ? "" : " ") + std::to_string(e);
@@ -282,13 +294,8 @@ private:
     }
 
     // ---- streamed targets ----
-    double stream_dt() {
-        const auto now = Clock::now();
-        const double min_dt = core_.config().push_cycle_ms / 1000.0;
-        double dt = std::chrono::duration<double>(now - last_command_).count();
-        last_command_ = now;
-        return std::clamp(dt, min_dt, 0.1);
-    }
+    // A refused target is not sent (the arm keeps the last one): it is
+    // counted on /diagnostics and warned about at most once a second.
 
     void on_joint_command(const sensor_msgs::JointState::ConstPtr& msg) {
         std::vector<std::string> names;
@@ -317,8 +324,7 @@ private:
                 q[i] = msg->position[static_cast<size_t>(it - msg->name.begin())];
             }
         }
-        std::lock_guard lock(stream_mutex_);
-        const Result r = core_.stream_joints(q, stream_dt());
+        const Result r = core_.stream_joints(q);
         if (!r.ok()) ROS_WARN_THROTTLE(1, "joint_command: %s", r.message.c_str());
     }
 
@@ -328,8 +334,7 @@ private:
                               base_frame_.c_str());
             return;
         }
-        std::lock_guard lock(stream_mutex_);
-        const Result r = core_.stream_pose(to_pose7(msg->pose), stream_dt());
+        const Result r = core_.stream_pose(to_pose7(msg->pose));
         if (!r.ok()) ROS_WARN_THROTTLE(1, "pose_command: %s", r.message.c_str());
     }
 
@@ -457,8 +462,7 @@ private:
     std::array<bool, 7> last_enabled_{};
     ros::Time last_state_pub_;
 
-    std::mutex stream_mutex_;
-    Clock::time_point last_command_{};
+    std::atomic<int> streaming_error_{0};
 
     std::mutex goal_mutex_;
     Server::GoalHandle active_;

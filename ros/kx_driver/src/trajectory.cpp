@@ -169,3 +169,38 @@ TrajectoryCheck prepare_trajectory(const std::vector<std::string>& goal_names,
 }
 
 }  // namespace kx_driver
+
+namespace kx_driver {
+
+double StreamClock::period(double now) const {
+    if (!active(now)) return kDefault;
+    const double mean = (now - times_.front()) / static_cast<double>(times_.size());
+    return std::clamp(std::max(mean, now - times_.back()), kMin, kMax);
+}
+
+double StreamClock::wait_for(double now, double needed) const {
+    if (!active(now)) return needed <= kDefault ? 0 : -1;
+    if (needed > kMax) return -1;
+    // Both the mean gap and the time since the last target grow with the wait.
+    const double by_mean = needed * static_cast<double>(times_.size()) - (now - times_.front());
+    const double wait = std::max(0.0, std::min(by_mean, needed - (now - times_.back())));
+    return now + wait - times_.back() > kRestart ? -1 : wait;
+}
+
+void StreamClock::sent(double now) {
+    if (!active(now)) {
+        times_.clear();
+        for (size_t k = kWindow - 1; k > 0; --k) times_.push_back(now - static_cast<double>(k) * kDefault);
+    }
+    times_.push_back(now);
+    if (times_.size() > kWindow) times_.pop_front();
+}
+
+double travel_time(const JointLimits& limits, const std::vector<double>& from, const std::vector<double>& to) {
+    double t = 0;
+    for (size_t j = 0; j < limits.max_speed.size() && j < from.size() && j < to.size(); ++j)
+        t = std::max(t, limits.max_speed[j] > 0 ? std::fabs(to[j] - from[j]) / limits.max_speed[j] : HUGE_VAL);
+    return t;
+}
+
+}  // namespace kx_driver

@@ -93,6 +93,33 @@ TEST(Trajectory, StreamedTargetChecks) {
     EXPECT_FALSE(within_limits(l, {}, {0, INFINITY, 0}, 0, &why));
 }
 
+TEST(Trajectory, StreamClockMeasuresThePeriodLikeTheController) {
+    StreamClock c;
+    EXPECT_DOUBLE_EQ(c.period(10), 0.020);  // a new stream
+    EXPECT_DOUBLE_EQ(c.wait_for(10, 0.015), 0);
+    EXPECT_LT(c.wait_for(10, 0.025), 0);  // waiting does not lengthen a new stream's period
+    c.sent(10);
+    // Targets arriving together after it do not shrink the period below the mean of eight gaps.
+    for (int k = 0; k < 3; ++k) c.sent(10.0001);
+    EXPECT_NEAR(c.period(10.0001), (0.0001 + 4 * 0.020) / 8, 1e-12);
+    // A 10 ms stream: the mean gap, or the time since the last target when longer.
+    for (int k = 1; k <= 8; ++k) c.sent(11 + 0.01 * k);
+    EXPECT_NEAR(c.period(11.09), 0.010, 1e-9);
+    EXPECT_NEAR(c.period(11.08), 0.00875, 1e-9) << "one target right after another";
+    EXPECT_NEAR(c.period(11.13), 0.050, 1e-9);
+    // Holding a target until the period admits it.
+    const double w = c.wait_for(11.085, 0.011);
+    EXPECT_NEAR(c.period(11.085 + w), 0.011, 1e-9);
+    EXPECT_DOUBLE_EQ(c.wait_for(11.09, 0.009), 0);
+    EXPECT_LT(c.wait_for(11.09, 0.2), 0);  // beyond the longest period
+    EXPECT_DOUBLE_EQ(c.period(12), 0.020) << "a stream silent for 0.5 s starts again";
+    c.reset();
+    EXPECT_FALSE(c.active(11.09));
+
+    const JointLimits l = three_joints();
+    EXPECT_DOUBLE_EQ(travel_time(l, {0, 0, 0}, {0.01, -0.04, 0}), 0.04 / l.max_speed[1]);
+}
+
 // Modified DH with plain matrices, independently of the quaternion helpers.
 using M4 = std::array<std::array<double, 4>, 4>;
 M4 mul(const M4& a, const M4& b) {

@@ -3,6 +3,7 @@ follow the arm, Stop stops it, commands without the token are refused, and a
 screenshot of the page is kept in the build folder."""
 import json
 import os
+import re
 import subprocess
 import time
 import urllib.error
@@ -22,12 +23,13 @@ from conftest import KX, die_with_parent, free_port, kx, split, start_sim, stop
 @pytest.fixture(scope="module")
 def view():
     sim, addrs = start_sim(time_scale=1)
-    port = free_port()
-    proc = subprocess.Popen([KX, "view", *addrs, "--listen", f"127.0.0.1:{port}"], stdout=subprocess.PIPE,
+    # Port 0: the view takes a free port itself, so no other process can take it in between.
+    proc = subprocess.Popen([KX, "view", *addrs, "--listen", "127.0.0.1:0"], stdout=subprocess.PIPE,
                             text=True, preexec_fn=die_with_parent)
     line = proc.stdout.readline()
-    assert f"serving 2 arms on http://127.0.0.1:{port}/" in line, line
-    yield f"http://127.0.0.1:{port}", addrs
+    m = re.search(r"serving 2 arms on (http://127\.0\.0\.1:\d+)/ ", line)
+    assert m, line
+    yield m.group(1), addrs
     proc.terminate()
     assert proc.wait(timeout=15) == 0
     stop(sim)
@@ -40,7 +42,7 @@ def browser():
                 "--use-angle=swiftshader", "--enable-unsafe-swiftshader", "--disable-gpu-sandbox"):
         opts.add_argument(arg)
     driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=opts)
-    driver.set_script_timeout(10)
+    driver.set_script_timeout(60)  # a loaded machine's software renderer can take seconds
     yield driver
     driver.quit()
 
@@ -99,7 +101,6 @@ def test_page_follows_the_arm_and_stops_it(view, browser):
         seen.append(actual[0])
         time.sleep(0.1)
     assert seen[-1] - seen[0] > 1 and state(url)["arms"][0]["status"] == "move_J", "arm 1 moved while compared"
-    browser.save_screenshot(os.path.join(os.environ.get("KX_ARTIFACTS", "."), "kx_view.png"))
 
     browser.find_element(By.ID, "stop-1").click()
     wait_until(lambda: state(url)["arms"][0]["status"] != "move_J", "arm 1 stopped")
@@ -109,6 +110,8 @@ def test_page_follows_the_arm_and_stops_it(view, browser):
     assert after["joints"] == pytest.approx(first, abs=1e-3) and after["joints"][0] < 55
     shown, actual = browser.execute_async_script(SHOWN_AND_STATE)
     assert shown == pytest.approx(actual, abs=0.01)
+    # Last: on a loaded machine a screenshot can take long enough for the move to end.
+    browser.save_screenshot(os.path.join(os.environ.get("KX_ARTIFACTS", "."), "kx_view.png"))
 
 
 def test_commands_need_the_token(view, browser):
@@ -145,7 +148,8 @@ const ws = new WebSocket('ws://' + location.host + '/ws?token=' + window.KX.toke
 ws.onopen = () => ws.send(JSON.stringify({token: window.KX.token, arm: 2, action: 'jog', axis: '1', dir: '+'}));
 ws.onmessage = (m) => { const msg = JSON.parse(m.data); if (msg.reply) { ws.close(); done(msg.reply); } };""")
     assert reply == {"ok": True, "result": 0}
-    assert state(url)["arms"][1]["joints"][0] == pytest.approx(5, abs=0.05)
+    # The reply comes with the end of the motion; the state that shows it may be a push behind.
+    wait_until(lambda: state(url)["arms"][1]["joints"][0] == pytest.approx(5, abs=0.05), "arm 2 jogged 5 degrees")
     # One jog of an arm at a time: a second one while the first runs is refused, not queued.
     from concurrent.futures import ThreadPoolExecutor
     jog = {"arm": 2, "action": "jog", "axis": "2", "dir": "+", "step": 10, "token": token}
@@ -165,5 +169,12 @@ def test_view_takes_the_push_back(view):
         arm.get_realtime_push(ctypes.byref(cfg))
         cfg.port = free_port()
         arm.set_realtime_push(cfg)
-    wait_until(lambda: not state(url)["arms"][1]["online"], "arm 2 silent")
-    wait_until(lambda: state(url)["arms"][1]["online"], "arm 2 back", deadline=10)
+    # The silence lasts only until the view's next look (a quarter of a second after
+    # it reaches a second), too short to catch by polling on a loaded machine: the
+    # view keeps it among the arm's events.
+    wait_until(lambda: any(e["text"] == "state silent: push pointed back here" for e in state(url)["arms"][1]["events"]),
+               "the view pointing arm 2's push back")
+    # And states arrive again.
+    samples = state(url)["arms"][1]["samples"]
+    wait_until(lambda: state(url)["arms"][1]["online"] and state(url)["arms"][1]["samples"] > samples + 10,
+               "arm 2 back")

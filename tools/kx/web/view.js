@@ -20,6 +20,11 @@ function el(tag, cls, text) {
   return e;
 }
 
+// Touches the page only on a change: each change costs a frame, which a software renderer feels.
+function setText(e, text) {
+  if (e.textContent !== text) e.textContent = text;
+}
+
 function toast(text, good) {
   const t = $("#toast");
   t.textContent = text;
@@ -115,11 +120,16 @@ class Figure {
     this.target.set(0, 0, reach * 0.4);
     this.fitted = true;
   }
+  // Draws only when the figure, the camera or the size changed: a software renderer (no GPU)
+  // cannot afford a frame every refresh, and a busy page answers late.
   draw(arm) {
     const p = arm.figure;
     if (!p || !p.length) return;
     this.fit(p);
     const w = this.box.clientWidth, h = this.box.clientHeight;
+    const key = [p, arm.flange, arm.tool_frame, this.az, this.el, this.dist, w, h].join();
+    if (key === this.drawn) return;
+    this.drawn = key;
     if (this.renderer) this.drawGl(arm, p, w, h); else this.draw2d(arm, p, w, h);
   }
   drawGl(arm, p, w, h) {
@@ -296,7 +306,7 @@ function render(state) {
     let v = views.get(arm.id);
     if (!v) { v = buildArm(arm); views.set(arm.id, v); }
     const moving = /^move|drag|tech/.test(arm.status);
-    v.pill.textContent = arm.online ? arm.status : "no data";
+    setText(v.pill, arm.online ? arm.status : "no data");
     v.pill.className = "pill" + (!arm.online ? " offline" : moving ? " moving" : /stop|pause/.test(arm.status) ? " stopped" : "");
     arm.joints.forEach((q, j) => {
       const r = v.rows[j], lo = arm.limits.min[j], hi = arm.limits.max[j];
@@ -309,10 +319,10 @@ function render(state) {
       r.mark.style.left = `${at}%`;
       r.bar.classList.toggle("near", at < 5 || at > 95);
       r.bar.title = `limits ${lo.toFixed(1)}° .. ${hi.toFixed(1)}°`;
-      r.val.textContent = q.toFixed(2) + "°";
+      setText(r.val, q.toFixed(2) + "°");
     });
-    AXES.forEach(([k, scale], i) => { v.poseVals[i].textContent = (arm.pose[k] * scale).toFixed(scale > 1 ? 1 : 4); });
-    v.errors.textContent = arm.errors.length ? arm.errors.join(", ") : "none";
+    AXES.forEach(([k, scale], i) => setText(v.poseVals[i], (arm.pose[k] * scale).toFixed(scale > 1 ? 1 : 4)));
+    setText(v.errors, arm.errors.length ? arm.errors.join(", ") : "none");
     v.errors.className = "errors " + (arm.errors.length ? "bad" : "ok");
     const evKey = JSON.stringify(arm.events);
     if (evKey !== v.lastEvents) {
@@ -327,6 +337,7 @@ function render(state) {
     v.history.push({ t: state.time, q: arm.joints, f: arm.force });
     while (v.history.length && v.history[0].t < state.time - HISTORY_MS) v.history.shift();
     v.arm = arm;
+    v.fresh = true;  // the plots move on with every state
   }
 }
 
@@ -364,6 +375,8 @@ function frame() {
     for (const v of views.values()) {
       if (!v.arm) continue;
       v.figure.draw(v.arm);
+      if (!v.fresh) continue;
+      v.fresh = false;
       drawPlot(v.plot, v.history, (s) => s.q, v.arm.dof, lastState.time, "deg");
       if (v.forcePlot) drawPlot(v.forcePlot, v.history.filter((s) => s.f), (s) => s.f, 3, lastState.time, "N");
     }
@@ -373,8 +386,9 @@ function frame() {
 
 // ---- the state stream --------------------------------------------------------
 function setLink(kind, text) {
-  $("#link").className = "link " + kind;
-  $("#link-text").textContent = text;
+  const link = $("#link");
+  if (link.className !== "link " + kind) link.className = "link " + kind;
+  setText($("#link-text"), text);
 }
 
 function onState(state) {

@@ -66,6 +66,7 @@ struct ArmSample {
 struct Result {
     int code = 0;
     std::string message;
+    bool refused = false;  // a streamed target the driver did not send
     bool ok() const { return code == 0; }
 };
 
@@ -137,12 +138,23 @@ public:
     Result move_line(const std::array<double, 7>& pose, int speed, bool wait);
     Result set_digital_output(int channel, bool value);
     Result gripper(int position, int force, bool wait);
-    // Streams one joint target (rad): refused when it is beyond a limit or
-    // farther than the joints can travel in `dt` seconds.
-    Result stream_joints(const std::vector<double>& q, double dt);
+    // Streams one joint target (rad). No target outruns a joint: each is
+    // measured from the one before (from the arm's joints when a stream
+    // starts) against the joints' speed limits over the stream's period as the
+    // controller measures it (StreamClock), of which it uses 80 %, leaving the
+    // rest to the target's way to the controller. A target that arrives a little
+    // early is held until the period admits it (at most kHold); one that needs
+    // longer, one beyond a limit, one while a trajectory executes or while the
+    // controller holds a streaming error is refused and counted.
+    Result stream_joints(const std::vector<double>& q);
     // Streams one Cartesian target (base frame): solved against the current joints
     // and checked like a joint target.
-    Result stream_pose(const std::array<double, 7>& pose, double dt);
+    Result stream_pose(const std::array<double, 7>& pose);
+    static constexpr double kHold = 0.020;  // s
+    uint64_t refused_targets() const { return refused_.load(); }
+    // The streaming error the controller holds (0x500A or 0x500B, refusing
+    // every streamed target until clear_errors()), or 0.
+    static int streaming_error(const ArmSample& s);
 
     // The arm's joint names, limits and speeds, for trajectory checks.
     JointLimits limits(const std::string& prefix) const;
@@ -164,7 +176,11 @@ private:
     bool healthy();
     template <class F>
     Result call(const char* what, F&& f);
-    Result send_joint_target(const std::vector<double>& q);  // rad, unchecked
+    enum class Hold { kNo, kYes };
+    // Under motion_mutex_: paces and sends one streamed target (rad).
+    Result send_streamed(const std::vector<double>& q, Hold hold, const std::function<int(kx_robot_handle*)>& send);
+    Result refuse(std::string why);
+    void end_stream();  // under motion_mutex_: the next target is measured from the arm's joints
 
     const ArmConfig config_;
     Listener& listener_;
@@ -186,6 +202,10 @@ private:
     std::atomic<uint64_t> samples_{0}, reconnects_{0};
     std::mutex motion_mutex_;  // a streamed trajectory target and a stop never cross
     uint64_t stops_ = 0;       // stop requests so far, under motion_mutex_
+    StreamClock stream_clock_;           // under motion_mutex_
+    std::vector<double> stream_last_;    // the last target sent, under motion_mutex_; empty: none in this stream
+    bool executing_ = false;             // a trajectory streams, under motion_mutex_
+    std::atomic<uint64_t> refused_{0};
     std::atomic<bool> running_{false};
     std::mutex wake_mutex_;
     std::condition_variable wake_cv_;

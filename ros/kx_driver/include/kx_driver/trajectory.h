@@ -3,6 +3,7 @@
 #ifndef KX_DRIVER_TRAJECTORY_H
 #define KX_DRIVER_TRAJECTORY_H
 
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,33 @@ TrajectoryCheck prepare_trajectory(const std::vector<std::string>& goal_names,
 // within `dt` s at the joints' speed limits; `why` says which joint is not.
 bool within_limits(const JointLimits& limits, const std::vector<double>& from, const std::vector<double>& to,
                    double dt, std::string* why);
+
+// The period of a stream of targets as the controller measures it from their
+// arrival: the mean gap over the last eight targets, or the time since the
+// last one when that is longer, within [1, 100] ms. A stream starts (or starts
+// again after 0.5 s without a target) as if eight targets had come 20 ms
+// apart. The controller refuses, and then holds an arm error until it is
+// cleared, a target farther from the last than a joint travels in one such
+// period (plus a 10 % margin, which the driver leaves to network jitter).
+class StreamClock {
+public:
+    static constexpr double kDefault = 0.020, kRestart = 0.5, kMin = 0.001, kMax = 0.100;  // s
+    static constexpr size_t kWindow = 8;
+
+    double period(double now) const;
+    bool active(double now) const { return !times_.empty() && now - times_.back() <= kRestart; }
+    // How long from `now` until the period is at least `needed` s: 0 when it is
+    // already, negative when waiting cannot make it so.
+    double wait_for(double now, double needed) const;
+    void sent(double now);
+    void reset() { times_.clear(); }
+
+private:
+    std::deque<double> times_;
+};
+
+// Seconds the slowest joint needs from `from` to `to` at the joints' speed limits.
+double travel_time(const JointLimits& limits, const std::vector<double>& from, const std::vector<double>& to);
 
 }  // namespace kx_driver
 
