@@ -34,7 +34,8 @@ const char kHelp[] =
     "  --model M[,M...]     arm model: AVEN, CALD, DUMO, ESKA, GOLT (6 joints)\n"
     "                       or BRIV, FIRU (7 joints) (default AVEN)\n"
     "  --edition E[,E...]   force edition: P (no sensor), QA (one-axis Fz sensor),\n"
-    "                       QS (six-axis sensor) (default P)\n"
+    "                       QS (six-axis sensor) (default P); ESKA and FIRU\n"
+    "                       come in P only\n"
     "  --port P[,P...]      TCP command port, 0 = any free port (default 8080)\n"
     "  --time-scale S       simulated seconds per real second (default 1)\n"
     "  --udp-ip IP          initial realtime push address, in 127.0.0.0/8\n"
@@ -226,7 +227,15 @@ int main(int argc, char** argv) {
     opt.arms.clear();
     for (int k = 0; k < arms; ++k) {
         kxsim::ArmOptions arm;
-        arm.product_version = for_arm(models, k) + "-" + for_arm(editions, k);
+        const std::string& model = for_arm(models, k);
+        arm.product_version = model + "-" + for_arm(editions, k);
+        if (!kxsim::product_offered(arm.product_version)) {
+            std::string offered;
+            for (const char* e : kEditions)
+                if (kxsim::product_offered(model + "-" + e)) offered += (offered.empty() ? "" : ", ") + std::string(e);
+            return usage("arm " + std::to_string(k + 1) + ": there is no " + arm.product_version + " (" + model +
+                         " comes in edition " + offered + " only)");
+        }
         to_int(for_arm(ports, k), 0, 65535, arm.port);
         opt.arms.push_back(arm);
     }

@@ -106,23 +106,40 @@ Mat4 teach_delta(const Mat4& pose, Teach::Kind kind, int axis, double amount, bo
 
 /* ---------------------------------------------------------------- model -- */
 
-void ArmState::set_product(const std::string& product_version) {
+namespace {
+
+/* The kinematics' robot type and sensor edition named by a product string;
+ * false when it names no known model. */
+bool product_type(const std::string& product_version, int& type, int& ed) {
     static const struct {
         const char* name;
         int type;
     } kModels[] = {{"AVEN", 0}, {"BRIV", 1}, {"CALD", 3}, {"DUMO", 5}, {"ESKA", 6}, {"FIRU", 7}, {"GOLT", 8}};
-    product = product_version;
-    int type = -1;
+    type = -1;
     for (const auto& m : kModels)
         if (product_version.find(m.name) != std::string::npos) {
             type = m.type;
             break;
         }
-    if (type < 0) return;
-    int ed = 0;
+    ed = 0;
     if (product_version.find("-P") != std::string::npos) ed = 0;
     else if (product_version.find("-QA") != std::string::npos) ed = 1;
     else if (product_version.find("-QS") != std::string::npos) ed = 2;
+    return type >= 0;
+}
+
+}  // namespace
+
+bool product_offered(const std::string& product_version) {
+    int type = 0, ed = 0;
+    algo::ArmModel m{};
+    return product_type(product_version, type, ed) && algo::default_model(type, ed, &m);
+}
+
+void ArmState::set_product(const std::string& product_version) {
+    product = product_version;
+    int type = -1, ed = 0;
+    if (!product_type(product_version, type, ed)) return;
     algo::ArmModel m{};
     // Editions a model does not offer fall back to its plain geometry.
     if (!algo::default_model(type, ed, &m) && !algo::default_model(type, 0, &m)) return;
@@ -424,14 +441,16 @@ bool ArmState::finish_plan(Segment& seg, int v, double length, double angle, std
  * |d2q/ds2| (the cubic through the samples bends up to three times their
  * second difference), and since q'' = d2 s'^2 + d1 s'', half the
  * acceleration goes to each term. */
-void ArmState::bound_profile(Segment& seg, double f, double vs, double as) const {
+void ArmState::bound_profile(Segment& seg, double f, double vs, double as, double noise) const {
     const double m = static_cast<double>(seg.path.size() - 1);
     for (int i = 0; i < dof; ++i) {
         double d1 = 0, d2 = 0;
         for (size_t k = 1; k < seg.path.size(); ++k) {
             d1 = std::max(d1, std::fabs(seg.path[k][i] - seg.path[k - 1][i]) * m);
-            if (k >= 2)
-                d2 = std::max(d2, 3 * std::fabs(seg.path[k][i] - 2 * seg.path[k - 1][i] + seg.path[k - 2][i]) * m * m);
+            if (k >= 2) {
+                const double bend = std::fabs(seg.path[k][i] - 2 * seg.path[k - 1][i] + seg.path[k - 2][i]);
+                d2 = std::max(d2, 3 * std::max(0.0, bend - noise) * m * m);
+            }
         }
         if (d1 < 1e-9) continue;
         const double vmax = max_speed[i] * 6e-3, amax = max_acc[i] * 6e-3; /* deg/s, deg/s^2 */
@@ -452,6 +471,17 @@ void ArmState::bound_profile(Segment& seg, double f, double vs, double as) const
     seg.vs = vs;
     seg.as = as;
     seg.duration = (vs * vs / as >= 1.0) ? 2 * std::sqrt(1.0 / as) : vs / as + 1.0 / vs;
+}
+
+void ArmState::plan_recorded(Segment& seg, double duration) const {
+    /* Each sample is rounded to 0.001 deg, so a second difference is off by
+     * up to 0.002 deg: at a 1 ms cycle that jitter alone would read as
+     * 2000 deg/s^2 and crawl along a straight path. */
+    bound_profile(seg, 1.0, 1.0 / duration, kNoBound, 0.002);
+    seg.type = "re_trajectory";
+    seg.status = "move_J";
+    const WireJoints end = wire_joints(seg.path.back());
+    seg.target.assign(end.begin(), end.begin() + dof);
 }
 
 void ArmState::enqueue(Segment seg, double now, Events& out) {

@@ -130,6 +130,7 @@ struct DragState {
     bool teaching = false;
     bool recording = false;
     double next_sample = 0;          /* simulated seconds */
+    Joints step_start{};             /* the joints at the start of the current clock step */
     std::vector<WireJoints> path;    /* the recorded path, wire units */
     std::vector<double> hand_rate;   /* the hand's joint rates while teaching, deg/s */
     int sensitivity = 50;
@@ -343,8 +344,12 @@ struct ArmState {
                    std::string& why) const;
     /* Runs seg along its path at most at rate vs and acceleration as of the
      * path parameter (kNoBound: none of their own), within every joint's
-     * speed (times f) and acceleration. */
-    void bound_profile(Segment& seg, double f, double vs, double as) const;
+     * speed (times f) and acceleration. A joint's second differences up to
+     * `noise` (deg) are the samples' rounding, not a bend of the path. */
+    void bound_profile(Segment& seg, double f, double vs, double as, double noise = 0) const;
+    /* Runs seg along recorded samples (wire joints, one per cycle) in
+     * `duration` seconds, within every joint's speed and acceleration. */
+    void plan_recorded(Segment& seg, double duration) const;
     /* Why the arm cannot move now ("" when it can). */
     std::string motion_blocker() const;
     /* Why joints j are not within the limits ("" when they are). */

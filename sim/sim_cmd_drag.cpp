@@ -35,6 +35,7 @@ void start_drag(Ctx& c) {
         a.teach = Teach{};
         a.drag.teaching = true;
         a.drag.recording = record == 1;
+        a.drag.step_start = a.q;
         if (a.drag.recording) {
             a.drag.path = {a.wire_joints(a.q)};
             a.drag.next_sample = c.now + cycle_of(a);
@@ -44,9 +45,16 @@ void start_drag(Ctx& c) {
 }
 
 void stop_drag(Ctx& c) {
-    DragState& d = c.arm.drag;
-    /* the saved path ends where teaching stopped */
-    if (d.teaching && d.recording) d.path.push_back(c.arm.wire_joints(c.arm.q));
+    ArmState& a = c.arm;
+    DragState& d = a.drag;
+    /* Teaching stops at the end of the controller's cycle, with its sample:
+     * the saved path ends where the arm stopped and keeps its pace to the end. */
+    const double left = d.next_sample - c.now;
+    if (d.teaching && d.recording && left < cycle_of(a) - 1e-9) {
+        for (int i = 0; i < a.dof; ++i)
+            a.q[i] = std::clamp(a.q[i] + a.qd[i] * left, a.min_pos[i] / 1000.0, a.max_pos[i] / 1000.0);
+        d.path.push_back(a.wire_joints(a.q));
+    }
     d.teaching = d.recording = false;
     c.verdict("drag_teach", true);
 }
@@ -80,11 +88,7 @@ bool plan_replay(const ArmState& a, Segment& seg) {
     seg.path.clear();
     for (const WireJoints& w : a.drag.path) seg.path.push_back(joints_of(a, w));
     const double duration = static_cast<double>(a.drag.path.size() - 1) * cycle_of(a);
-    a.bound_profile(seg, 1.0, 1.0 / duration, kNoBound); /* the recorded rate, within the joints' limits */
-    seg.type = "re_trajectory";
-    seg.status = "move_J";
-    const WireJoints& end = a.drag.path.back();
-    seg.target.assign(end.begin(), end.begin() + a.dof);
+    a.plan_recorded(seg, duration);
     return true;
 }
 
@@ -148,11 +152,20 @@ void save(Ctx& c) {
 
 void advance_drag(ArmState& a, double dt, Events& out) {
     DragState& d = a.drag;
-    if (d.teaching && !a.paused) {
-        for (int i = 0; i < a.dof && i < static_cast<int>(d.hand_rate.size()); ++i)
-            a.q[i] = std::clamp(a.q[i] + d.hand_rate[i] * dt, a.min_pos[i] / 1000.0, a.max_pos[i] / 1000.0);
-        for (; d.recording && d.next_sample <= a.last_t; d.next_sample += cycle_of(a))
-            d.path.push_back(a.wire_joints(a.q));
+    if (d.teaching) {
+        if (!a.paused)
+            for (int i = 0; i < a.dof && i < static_cast<int>(d.hand_rate.size()); ++i)
+                a.q[i] = std::clamp(a.q[i] + d.hand_rate[i] * dt, a.min_pos[i] / 1000.0, a.max_pos[i] / 1000.0);
+        /* Each sample holds the joints at its own time: the clock steps
+         * coarser than the cycle, and the arm moved evenly across the step. */
+        const double step_begin = a.last_t - dt;
+        for (; d.recording && d.next_sample <= a.last_t; d.next_sample += cycle_of(a)) {
+            const double f = std::clamp((d.next_sample - step_begin) / dt, 0.0, 1.0);
+            Joints at{};
+            for (int i = 0; i < a.dof; ++i) at[i] = d.step_start[i] + f * (a.q[i] - d.step_start[i]);
+            d.path.push_back(a.wire_joints(at));
+        }
+        d.step_start = a.q;
     }
     for (; !d.outgoing.empty() && d.next_line <= a.last_t; d.next_line += cycle_of(a)) {
         out.push_back({d.outgoing.front(), false});

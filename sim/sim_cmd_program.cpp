@@ -147,7 +147,7 @@ void run_project(Ctx& c) {
 /* Consecutive point lines from `from` run as one path at the record rate. */
 bool plan_points(const ArmState& a, size_t from, size_t& to, Segment& seg) {
     const std::vector<std::string>& lines = a.program.run.lines;
-    seg.path = {a.q};
+    seg.path.clear();
     for (to = from; to < lines.size(); ++to) {
         Json o = parse(lines[to]);
         int w[7];
@@ -156,13 +156,11 @@ bool plan_points(const ArmState& a, size_t from, size_t& to, Segment& seg) {
         for (int i = 0; i < a.dof; ++i) j[i] = w[i] / 1000.0;
         seg.path.push_back(j);
     }
+    if (seg.path.empty()) return false;
+    if (seg.path.size() == 1) seg.path.push_back(seg.path.front());
     const double speed = std::clamp(a.program.plan_speed, 1, 100) / 100.0;
     const double duration = static_cast<double>(seg.path.size() - 1) * cycle_of(a) / speed;
-    a.bound_profile(seg, 1.0, 1.0 / duration, kNoBound); /* the record rate, within the joints' limits */
-    seg.type = "re_trajectory";
-    seg.status = "move_J";
-    const WireJoints end = a.wire_joints(seg.path.back());
-    seg.target.assign(end.begin(), end.begin() + a.dof);
+    a.plan_recorded(seg, duration);
     return a.can_move();
 }
 
@@ -219,15 +217,13 @@ void advance_program(ArmState& a, Events& out) {
     if (cJSON_GetObjectItemCaseSensitive(o.get(), "point")) {
         size_t to = p.next;
         Segment seg, approach;
-        ok = plan_points(a, p.next, to, seg);
         /* a recorded path starts with a joint move to its first point */
         std::string why;
-        if (ok && a.plan_joint(seg.path[1], 20, approach, why)) {
-            seg.path.erase(seg.path.begin());
-            if (seg.path.size() < 2) seg.path.push_back(seg.path.front());
+        ok = plan_points(a, p.next, to, seg) && a.plan_joint(seg.path.front(), 20, approach, why);
+        if (ok) {
             a.enqueue(std::move(approach), a.last_t, out);
+            a.enqueue(std::move(seg), a.last_t, out);
         }
-        if (ok) a.enqueue(std::move(seg), a.last_t, out);
         p.next = to;
     } else {
         ok = run_motion(a, p.run.lines[p.next], out);

@@ -26,6 +26,11 @@ struct ArmOptions {
     int port = -1; /* TCP command port; -1 = Options::base_port */
 };
 
+/* Whether the kinematics has a model for this product string ("FIRU-QS":
+ * no, FIRU and ESKA come only in the plain edition). A simulator takes any
+ * product string, and falls back to the plain geometry of its model. */
+bool product_offered(const std::string& product_version);
+
 struct Options {
     std::vector<ArmOptions> arms{ArmOptions{}}; /* 1..5 arms */
     int base_port = 0;           /* every arm's command port (each at its own address); 0 = any free port */

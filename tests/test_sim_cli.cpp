@@ -51,6 +51,8 @@ TEST(KxSimCommandLine, RefusesWhatItCannotHonour) {
         {"--arms 2 --port 0,0,0", "--port gives 3 values for 2 arms"},
         {"--model ZETA", "unknown model 'ZETA'"},
         {"--edition QX", "--edition takes P, QA or QS"},
+        {"--model FIRU --edition QS", "arm 1: there is no FIRU-QS (FIRU comes in edition P only)"},
+        {"--arms 3 --model AVEN,ESKA --edition QS", "arm 2: there is no ESKA-QS (ESKA comes in edition P only)"},
         {"--arms 0", "--arms takes 1 to 5"},
         {"--port 70000", "--port takes 0 to 65535"},
         {"--time-scale 0", "--time-scale takes one positive number"},
