@@ -32,7 +32,7 @@ from trajectory_msgs.msg import JointTrajectoryPoint
 PUSH_HZ = 200.0  # push_cycle_ms 5
 SIMS = [  # (port, models, editions): arm K of a simulator is at 127.0.0.K
     (28080, "AVEN,BRIV,CALD,FIRU,DUMO", "P,QS,QA,P,P"),
-    (28081, "BRIV,AVEN,GOLT,ESKA,FIRU", "P,P,P,QS,P"),
+    (28081, "BRIV,AVEN,ESKA,GOLT,FIRU", "P,P,P,QS,P"),
 ]
 ARMS = ["arm%d" % k for k in range(1, 11)]
 DOF = {"AVEN": 6, "BRIV": 7, "CALD": 6, "FIRU": 7, "DUMO": 6, "GOLT": 6, "ESKA": 6}
@@ -134,7 +134,13 @@ class FleetTest(unittest.TestCase):
     def setUpClass(cls):
         rospy.init_node("test_fleet")
         cls.sim_path = rospy.get_param("~kx_sim")
-        cls.sims = [cls.start_sim(i) for i in range(len(SIMS))]
+        cls.sims = []
+        try:
+            for i in range(len(SIMS)):
+                cls.sims.append(cls.start_sim(i))
+        except BaseException:
+            cls.tearDownClass()  # unittest does not, when set-up fails: no simulator outlives the test
+            raise
         # tool_pose only where a test reads it: the subscriber's own load stays small.
         cls.arms = {ns: Arm(ns, ns in ("arm1", "arm3", "arm6", "arm9")) for ns in ARMS}
         cls.diag = {}
@@ -158,8 +164,13 @@ class FleetTest(unittest.TestCase):
         p = subprocess.Popen([cls.sim_path, "--arms", "5", "--model", models, "--edition", editions,
                               "--port", str(port)], stdout=subprocess.PIPE, stderr=log)
         log.close()
-        for _ in range(5):  # one "listening" line per arm once it serves
-            assert b"listening" in p.stdout.readline(), "kx_sim did not start"
+        try:
+            for _ in range(5):  # one "listening" line per arm once it serves
+                assert b"listening" in p.stdout.readline(), "kx_sim did not start (see %s)" % log.name
+        except BaseException:
+            p.kill()
+            p.wait()
+            raise
         return p
 
     @classmethod
