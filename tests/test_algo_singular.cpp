@@ -31,6 +31,16 @@ void expect_next_to_reference(std::initializer_list<int> types, std::initializer
             for (double off : {0.0, kNear}) expect_next_to_reference(type, k, off);
 }
 
+// The pose of q, solved from ref: reached, with every joint within 5 degrees of ref.
+void expect_solved_next_to(const algo::ArmModel& m, const float* q, const float* ref, int dof) {
+    const float d = static_cast<float>(singular::kDeg);
+    const Pose pose = forward_kinematics(q);
+    float out[8] = {};
+    ASSERT_EQ(inverse_kinematics(ref, &pose, out, 2), 0);
+    EXPECT_TRUE(singular::reaches(m, out, pose, 2));
+    for (int j = 0; j < dof; ++j) EXPECT_NEAR(out[j], ref[j], 5 * d) << j;
+}
+
 }  // namespace
 
 TEST(AlgoSingular, SphericalWristsKeepTheReferencesSplitOfAlignedWristAxes) {
@@ -63,11 +73,7 @@ TEST(AlgoSingular, ParallelAxesArmsSplitTheFreeCombinationOfAlignedWristAxesAsTh
     const float d = static_cast<float>(singular::kDeg);
     const float q[8] = {9.920f * d, 122.617f * d, 55.134f * d, -8.893f * d, 0, 359.716f * d, 0, 0};
     const float ref[8] = {9.320f * d, 122.793f * d, 54.853f * d, -9.895f * d, -1.465f * d, m.jmax[5], 0, 0};
-    const Pose pose = forward_kinematics(q);
-    float out[8] = {};
-    ASSERT_EQ(inverse_kinematics(ref, &pose, out, 2), 0);
-    EXPECT_TRUE(singular::reaches(m, out, pose, 2));
-    for (int j = 0; j < 6; ++j) EXPECT_NEAR(out[j], ref[j], 5 * d) << j;
+    expect_solved_next_to(m, q, ref, 6);
 }
 
 TEST(AlgoSingular, SevenJointArmsStayNextToTheReferenceAtStraightElbowAndAlignedWrist) {
@@ -97,11 +103,7 @@ TEST(AlgoSingular, OffsetSevenJointArmStaysNextToTheReferenceAtItsLongestElbow) 
     q[3] = static_cast<float>(singular::singular_values(m, singular::ELBOW, q).at(0));
     const float ref[8] = {-79.485f * d, -92.176f * d, -110.299f * d, -25.783f * d,
                           -2.521f * d,  153.017f * d, -153.399f * d, 0};
-    const Pose pose = forward_kinematics(q);
-    float out[8] = {};
-    ASSERT_EQ(inverse_kinematics(ref, &pose, out, 2), 0);
-    EXPECT_TRUE(singular::reaches(m, out, pose, 2));
-    for (int j = 0; j < 7; ++j) EXPECT_NEAR(out[j], ref[j], 5 * d) << j;
+    expect_solved_next_to(m, q, ref, 7);
 }
 
 TEST(AlgoSingular, StreamingThroughAWristSingularityNeedsNoJump) {
